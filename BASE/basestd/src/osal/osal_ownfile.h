@@ -1,0 +1,25 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include "osal/osal_scoped.h"
+
+/// How `osal_openOwnFile` opens.
+enum class OwnFileUse {
+  Read,       ///< read only, whoever owns the file; a missing file is not created
+  Append,     ///< write at the end, created when missing
+  Overwrite,  ///< read and write, emptied, created when missing
+};
+
+/// True when users other than root and this process's own may create or replace names in `folder`,
+/// as in the temporary folder. A folder that cannot be examined counts as shared.
+bool osal_folderIsShared(const char* folder);
+
+/// Opens a file of a fixed name in a folder that other users may write to.
+///
+/// It never follows a link, never waits for a FIFO, and never writes to a file that another user
+/// owns, that another user may write to or that has a second hard link: such a thing is unlinked
+/// where the folder allows it, and counts as missing. A new file is created exclusively with
+/// permission bits `mode`. The descriptor is close-on-exec. Returns 0 with the file in `fd`, or an
+/// errno value.
+int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd);

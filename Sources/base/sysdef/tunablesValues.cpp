@@ -1,0 +1,3 @@
+#include "base/sysdef/tunablesValues.h"
+
+bool QD_AGENT_NAS = false;

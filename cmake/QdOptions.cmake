@@ -1,0 +1,77 @@
+# What a build may choose, and the compiler settings that follow from it.
+
+if(CMAKE_SYSTEM_NAME STREQUAL "Darwin")
+  set(qd_own_family macos)
+else()
+  set(qd_own_family linux)
+endif()
+
+set(QD_TARGET_OS ${qd_own_family} CACHE STRING
+  "Operating-system family: macos, linux, or windows (its parameters only, no executable)")
+set_property(CACHE QD_TARGET_OS PROPERTY STRINGS macos linux windows)
+if(NOT QD_TARGET_OS MATCHES "^(macos|linux|windows)$")
+  message(FATAL_ERROR "QD_TARGET_OS must be macos, linux or windows")
+endif()
+
+option(QD_SYNOLOGY "Build for Synology systems (Linux family)" OFF)
+option(QD_WARNINGS_ARE_ERRORS "Treat compiler warnings as errors" OFF)
+option(QD_FUZZ "Build the fuzz targets (clang only)" OFF)
+set(QD_SANITIZE "" CACHE STRING "Sanitizers, as the compiler's -fsanitize takes them")
+
+if(QD_TARGET_OS STREQUAL "macos")
+  set(qd_conf_dir "/Library/Application Support/QD/conf")
+else()
+  set(qd_conf_dir "/etc/qd/conf")
+endif()
+set(QD_CONF_DIR ${qd_conf_dir} CACHE STRING "Folder of the agent's configuration strings")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(qd_settings INTERFACE)
+target_include_directories(qd_settings INTERFACE
+  ${PROJECT_SOURCE_DIR}/Sources
+  ${PROJECT_SOURCE_DIR}/BASE/basestd/src
+  ${PROJECT_SOURCE_DIR})
+target_compile_options(qd_settings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
+  $<$<BOOL:${QD_WARNINGS_ARE_ERRORS}>:-Werror>)
+
+if(QD_SANITIZE)
+  target_compile_options(qd_settings INTERFACE
+    -fsanitize=${QD_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(qd_settings INTERFACE -fsanitize=${QD_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+  # The program runs as root on what a server sent: it takes what hardening the compiler offers.
+  target_compile_options(qd_settings INTERFACE -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    target_link_options(qd_settings INTERFACE -Wl,-z,relro,-z,now)
+  endif()
+endif()
+
+# qd_layer(<name> SOURCES <file>... [DEPENDS <layer>...] [LIBRARIES <target>...])
+# One layer, as an object library. It may include the layers it depends on and those below them.
+function(qd_layer name)
+  cmake_parse_arguments(arg "" "" "SOURCES;DEPENDS;LIBRARIES" ${ARGN})
+  add_library(qd_${name} OBJECT ${arg_SOURCES})
+  target_link_libraries(qd_${name} PUBLIC qd_settings ${arg_LIBRARIES})
+  foreach(layer IN LISTS arg_DEPENDS)
+    target_link_libraries(qd_${name} PUBLIC qd_${layer})
+  endforeach()
+endfunction()
+
+# qd_test(<name> [LABEL unit|system|e2e] SOURCES <file>... [LINK <target>...])
+# One test program, one ctest entry of the same name.
+function(qd_test name)
+  cmake_parse_arguments(arg "" "LABEL" "SOURCES;LINK" ${ARGN})
+  if(NOT arg_LABEL)
+    set(arg_LABEL unit)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LINK} qd_test_support GTest::gmock GTest::gtest_main)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES LABELS ${arg_LABEL} TIMEOUT 300)
+endfunction()

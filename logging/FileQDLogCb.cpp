@@ -1,0 +1,116 @@
+#include "logging/FileQDLogCb.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+
+#include "osal/osal_ownfile.h"
+
+namespace {
+
+constexpr unsigned long long kMaxFileSize = 0x500000;
+constexpr unsigned long long kRetryRollAfter = 0x100000;
+constexpr std::size_t kShortNameLength = 32;
+constexpr std::size_t kExtensionLength = 4;
+
+std::string localStamp() {
+  char buffer[100];
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  if (::localtime_r(&now, &local) == nullptr) return {};
+  return {buffer, std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local)};
+}
+
+/// Size of a regular file; 0 for what does not grow, such as a terminal.
+unsigned long long regularSize(int fd) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return 0;
+  return static_cast<unsigned long long>(info.st_size);
+}
+
+/// Writes all of `text`, usually with one call. Returns false when it could not.
+bool writeAll(int fd, const std::string& text) {
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    done += static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+}  // namespace
+
+const char* qdLogShortFileName(const char* file) {
+  const char* shortName = nullptr;
+  const char* end = file;
+  for (; *end != '\0'; ++end) {
+    if (*end == '/' || *end == '\\') shortName = end + 1;
+  }
+  if (shortName != nullptr) return shortName;
+  const auto length = static_cast<std::size_t>(end - file);
+  return length > kShortNameLength ? end - kShortNameLength : file;
+}
+
+std::string qdLogLine(const char* stamp, const char* module, const char* level, const char* file,
+                      int line, const char* message) {
+  std::string text;
+  text.reserve(128 + std::strlen(message));
+  text.append("[").append(stamp).append("] - ").append(module).append(":").append(level);
+  text.append(" - [ (").append(qdLogShortFileName(file)).append(":").append(std::to_string(line));
+  text.append(")] - ").append(message);
+  return text;
+}
+
+std::string qdLogBackupName(const std::string& path) {
+  const std::size_t cut = path.size() < kExtensionLength ? 0 : kExtensionLength;
+  return path.substr(0, path.size() - cut) + ".bak";
+}
+
+FileQDLogCb::FileQDLogCb(const std::string& path, bool echo)
+    : _path(path), _echo(echo), _rollAbove(kMaxFileSize) {
+  openFile();
+}
+
+void FileQDLogCb::openFile() {
+  const std::filesystem::path folder = std::filesystem::path(_path).parent_path();
+  if (osal_folderIsShared(folder.empty() ? "." : folder.c_str())) {
+    osal_openOwnFile(_path.c_str(), OwnFileUse::Append, 0600, _file);
+  } else {
+    _file.reset(::open(_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666));
+  }
+}
+
+void FileQDLogCb::log(unsigned int /*pid*/, unsigned long long /*threadId*/, const char* module,
+                      const char* level, const char* file, int line, const char* /*func*/,
+                      const char* message) {
+  const std::string text = qdLogLine(localStamp().c_str(), module, level, file, line, message);
+  if (_file && regularSize(_file.get()) + text.size() > _rollAbove) rollLogFiles();
+  const std::string textWithEnd = text + '\n';
+  if (_file) writeToFile(textWithEnd);
+  if (_echo) {
+    std::fwrite(textWithEnd.data(), 1, textWithEnd.size(), stdout);
+    std::fflush(stdout);
+  }
+}
+
+void FileQDLogCb::writeToFile(const std::string& line) {
+  // After a line that was cut off by a full disk the next one still starts at the left margin.
+  const bool written = writeAll(_file.get(), _torn ? "\n" + line : line);
+  _torn = !written;
+}
+
+void FileQDLogCb::rollLogFiles() {
+  _file.reset();
+  const bool renamed = std::rename(_path.c_str(), qdLogBackupName(_path).c_str()) == 0;
+  openFile();
+  // A backup name that is taken for good must not cost a roll with every line.
+  _rollAbove = renamed || !_file ? kMaxFileSize : regularSize(_file.get()) + kRetryRollAfter;
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+
+#include "logging/QDLog.h"
+#include "osal/osal_scoped.h"
+
+/// Writes each record as one line to a file that rolls: the line that would make it larger than 5
+/// MiB starts it afresh, and one previous generation stays beside it under the ".bak" name.
+///
+/// It reports nothing: lines that cannot be written are lost, and echoed all the same. Each line is
+/// one write at the end of the file, so that several processes may share it.
+class FileQDLogCb : public QDLogCb {
+ public:
+  /// Opens `path` for appending, created when missing; a failure leaves the sink without a file.
+  /// `echo`: every line is also written to standard output.
+  FileQDLogCb(const std::string& path, bool echo);
+
+  void log(unsigned int pid, unsigned long long threadId, const char* module, const char* level,
+           const char* file, int line, const char* func, const char* message) override;
+
+  /// Closes the file, renames it to the backup name and opens an empty one.
+  void rollLogFiles();
+
+ private:
+  void openFile();
+  void writeToFile(const std::string& line);
+
+  ScopedFd _file;
+  std::string _path;
+  bool _echo;
+  bool _torn = false;             // the last line in the file lacks its end
+  unsigned long long _rollAbove;  // size in bytes above which the file rolls
+};
+
+/// The line for a record, without its newline. `stamp` is the local time as text.
+std::string qdLogLine(const char* stamp, const char* module, const char* level, const char* file,
+                      int line, const char* message);
+
+/// The part of a source file's name that a line shows.
+const char* qdLogShortFileName(const char* file);
+
+/// The name under which the previous generation of the log at `path` is kept.
+std::string qdLogBackupName(const std::string& path);

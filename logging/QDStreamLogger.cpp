@@ -1,0 +1,255 @@
+#include "logging/QDStreamLogger.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <iomanip>
+#include <ios>
+#include <ostream>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t kBytesPerLine = 16;
+
+/// Puts base, fill and the other formats back as they were, also when a print throws.
+class FormatGuard {
+ public:
+  explicit FormatGuard(std::ios& stream)
+      : stream_(stream), flags_(stream.flags()), fill_(stream.fill()) {}
+  FormatGuard(const FormatGuard&) = delete;
+  FormatGuard& operator=(const FormatGuard&) = delete;
+  ~FormatGuard() {
+    stream_.flags(flags_);
+    stream_.fill(fill_);
+  }
+
+ private:
+  std::ios& stream_;
+  std::ios::fmtflags flags_;
+  char fill_;
+};
+
+/// The dumps leave decimal and a blank as fill behind them, whatever was set before.
+void useDumpDefaults(std::ios& stream) {
+  stream.setf(std::ios::dec, std::ios::basefield);
+  stream.unsetf(std::ios::showbase | std::ios::uppercase);
+  stream.fill(' ');
+}
+
+void printName(QDStreamLogger& out, const char* name, const char* prefix, int value) {
+  if (name != nullptr) {
+    out << name;
+  } else {
+    out << prefix << "_UNKNOWN_" << value;
+  }
+}
+
+const char* fileTypeName(QDFileType type) {
+  switch (type) {
+#define QD_NAME(name) \
+  case name:          \
+    return #name
+    QD_NAME(QD_FILETYPE_REG);
+    QD_NAME(QD_FILETYPE_DIR);
+    QD_NAME(QD_FILETYPE_SYMLINK);
+    QD_NAME(QD_FILETYPE_NOTEXISTS);
+    QD_NAME(QD_FILETYPE_EFS);
+    QD_NAME(QD_FILETYPE_FIFO);
+    QD_NAME(QD_FILETYPE_SOCK);
+    QD_NAME(QD_FILETYPE_BSPE);
+    QD_NAME(QD_FILETYPE_CSPE);
+    QD_NAME(QD_FILETYPE_DOOR);
+    QD_NAME(QD_FILETYPE_UNKNOWN);
+    QD_NAME(QD_FILETYPE_OUTOFPROT);
+    QD_NAME(QD_FILETYPE_ERROR);
+    QD_NAME(QD_FILETYPE_RAWDISK);
+    QD_NAME(QD_FILETYPE_RAWVOL);
+    QD_NAME(QD_FILETYPE_MNTPOINT);
+  }
+  return nullptr;
+}
+
+const char* openModeName(QDOpenMode mode) {
+  switch (mode) {
+    QD_NAME(QD_OPENMODE_RWNOTEXISTING);
+    QD_NAME(QD_OPENMODE_RWEXISTING);
+    QD_NAME(QD_OPENMODE_RWCANCREATE);
+    QD_NAME(QD_OPENMODE_RDONLY);
+  }
+  return nullptr;
+}
+
+const char* tunableTypeName(QDTunableType type) {
+  switch (type) {
+    QD_NAME(QD_TUNABLE_TYPE_UNDEF);
+    QD_NAME(QD_TUNABLE_TYPE_BOOL);
+    QD_NAME(QD_TUNABLE_TYPE_U32);
+    QD_NAME(QD_TUNABLE_TYPE_U64);
+    QD_NAME(QD_TUNABLE_TYPE_STR);
+#undef QD_NAME
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+void QDLogBlob::print(std::ostringstream& out) const {
+  if (mode_ != kDump && mode_ != kString) return;
+  if (size_ == 0 || data_ == nullptr) {
+    out << "UNDEF";
+    return;
+  }
+  useDumpDefaults(out);
+  const FormatGuard guard(out);
+  if (mode_ == kDump) {
+    printDump(out);
+  } else {
+    printString(out);
+  }
+}
+
+void QDLogBlob::printDump(std::ostringstream& out) const {
+  const bool severalLines = size_ > kBytesPerLine;
+  if (severalLines) out << '\n';
+  for (unsigned long long first = 0; first < size_; first += kBytesPerLine) {
+    if (first > 0) out << '\n' << std::flush;
+    printDumpLine(out, first);
+  }
+}
+
+void QDLogBlob::printDumpLine(std::ostringstream& out, unsigned long long first) const {
+  const unsigned char* const bytes = data_ + offset_ + first;
+  const auto count =
+      static_cast<std::size_t>(std::min<unsigned long long>(kBytesPerLine, size_ - first));
+  out << std::hex << std::uppercase << std::setfill('0') << std::setw(4) << first << "   ";
+  for (std::size_t i = 0; i < kBytesPerLine; ++i) {
+    if (i < count) {
+      out << std::setw(2) << static_cast<unsigned int>(bytes[i]) << ' ';
+    } else {
+      out << "   ";
+    }
+  }
+  out << "   ";
+  for (std::size_t i = 0; i < count; ++i) {
+    out << (bytes[i] >= 32 && bytes[i] <= 126 ? static_cast<char>(bytes[i]) : '.');
+  }
+}
+
+void QDLogBlob::printString(std::ostringstream& out) const {
+  out << "0x" << std::hex << std::setfill('0');
+  for (unsigned long long i = 0; i < size_; ++i) {
+    out << std::setw(2) << static_cast<unsigned int>(data_[offset_ + i]);
+  }
+}
+
+void QDLogHStr::print(std::ostringstream& out) const {
+  if (str_ == nullptr) {
+    out << "\"<null>\"";
+    return;
+  }
+  const char* const text = reinterpret_cast<const char*>(str_);
+  const std::size_t length = std::strlen(text);
+  if (length >= static_cast<unsigned long long>(head_) + tail_) {
+    out.write(text, head_) << "...";
+    out.write(text + length - tail_, tail_);
+  } else {
+    out << '"' << text << '"';
+  }
+}
+
+QDStreamLogger::QDStreamLogger() { exceptions(std::ios::badbit | std::ios::failbit); }
+
+void QDStreamLogger::clear() {
+  std::ostringstream::clear();
+  seekp(0);
+}
+
+const char* QDStreamLogger::text() const { return view().data(); }
+
+void QDStreamLogger::shrink() {
+  constexpr std::size_t kKeep = std::size_t{64} * 1024;
+  if (view().size() <= kKeep) return;
+  const std::string freed = std::move(static_cast<std::ostringstream&>(*this)).str();
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(char c) { return insert(c); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned char c) { return insert(c); }
+QDStreamLogger& QDStreamLogger::operator<<(const char* s) {
+  return insert(s != nullptr ? s : "(null)");
+}
+QDStreamLogger& QDStreamLogger::operator<<(const unsigned char* s) {
+  return *this << reinterpret_cast<const char*>(s);
+}
+QDStreamLogger& QDStreamLogger::operator<<(bool b) { return insert(b ? "true" : "false"); }
+
+QDStreamLogger& QDStreamLogger::operator<<(const void* p) {
+  insert('@').insert(std::hex).insert(std::showbase).insert(std::nouppercase);
+  insert(reinterpret_cast<std::uintptr_t>(p));
+  return insert(std::noshowbase).insert(std::dec);
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(short n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned short n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(int n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned int n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(long n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned long n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(long long n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned long long n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(float n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(double n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(long double n) { return insert(n); }
+
+QDStreamLogger& QDStreamLogger::operator<<(Base base) {
+  switch (base) {
+    case Oct:
+      setf(std::ios::oct, std::ios::basefield);
+      return *this;
+    case Dec:
+      setf(std::ios::dec, std::ios::basefield);
+      return *this;
+    case Hex:
+      setf(std::ios::hex, std::ios::basefield);
+      return *this;
+  }
+  return *this << " < unknown base " << static_cast<int>(base) << " > ";
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(Spec spec) {
+  if (spec == Endl) {
+    insert('\n').flush();
+    return *this;
+  }
+  return *this << " < unknown spec " << static_cast<int>(spec) << " > ";
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(QDFileType type) {
+  printName(*this, fileTypeName(type), "QD_FILETYPE", type);
+  return *this;
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(QDOpenMode mode) {
+  printName(*this, openModeName(mode), "QD_OPENMODE", mode);
+  return *this;
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(QDTunableType type) {
+  printName(*this, tunableTypeName(type), "QD_TUNABLE_TYPE", type);
+  return *this;
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(const QDStreamLoggerAdapter& adapter) {
+  adapter.print(*this);
+  return *this;
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(const QDLogBlob& blob) {
+  blob.print(*this);
+  return *this;
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(const QDLogHStr& str) {
+  str.print(*this);
+  return *this;
+}

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <cstddef>
+#include <sstream>
+#include <string>
+
+#include "logging/QDEnums.h"
+#include "tools/QDMarkers.h"
+
+/// An object that can print itself into a log record.
+class QDStreamLoggerImpl : public qd_interface_base_qualifier {
+ public:
+  virtual void print(std::ostringstream& out) const = 0;
+};
+
+/// Carries a printable object into a log statement: `<< QDStreamLoggerAdapter(&version)`. It does
+/// not own the object, which must outlive the statement.
+class QDStreamLoggerAdapter {
+ public:
+  explicit QDStreamLoggerAdapter(const QDStreamLoggerImpl* object) : object_(object) {}
+  virtual ~QDStreamLoggerAdapter() = default;
+  void print(std::ostringstream& out) const { object_->print(out); }
+
+ private:
+  const QDStreamLoggerImpl* object_;
+};
+
+/// A range of bytes, to be dumped. The bytes stay the caller's.
+/// Prints "UNDEF" when there is nothing to show.
+class QDLogBlob : public QDStreamLoggerImpl {
+ public:
+  static constexpr int kDump = 0;    ///< lines of 16 bytes in hexadecimal and ASCII
+  static constexpr int kString = 1;  ///< "0x" and two lower-case digits a byte
+
+  /// Shows `size` bytes from `data + offset` on. Another `mode` than the two prints nothing.
+  QDLogBlob(const void* data, unsigned long long size, unsigned long long offset = 0,
+            int mode = kDump)
+      : data_(static_cast<const unsigned char*>(data)), size_(size), offset_(offset), mode_(mode) {}
+  void print(std::ostringstream& out) const override;
+
+ private:
+  void printDump(std::ostringstream& out) const;
+  void printDumpLine(std::ostringstream& out, unsigned long long first) const;
+  void printString(std::ostringstream& out) const;
+
+  const unsigned char* data_;
+  unsigned long long size_;
+  unsigned long long offset_;
+  int mode_;
+};
+
+/// A string that is abbreviated when it is long: `head` characters, "..." and `tail` characters
+/// when it has at least that many, else the whole string in double quotes. The string stays the
+/// caller's.
+class QDLogHStr : public QDStreamLoggerImpl {
+ public:
+  QDLogHStr(const unsigned char* str, unsigned int head, unsigned int tail)
+      : str_(str), head_(head), tail_(tail) {}
+  void print(std::ostringstream& out) const override;
+
+ private:
+  const unsigned char* str_;
+  unsigned int head_;
+  unsigned int tail_;
+};
+
+/// A list of strings, joined by `separator`. Array and strings stay the caller's.
+template <typename T>
+struct QDLogTabl {
+  const T* items;
+  unsigned int count;
+  const char* separator;
+};
+
+/// The record that log statements stream into. One overload for each type that may be logged fixes
+/// how it looks; null strings and pointers are legal.
+///
+/// Base, fill and letter case are state of the record and outlive a statement: who changes them
+/// changes them back. A failing insertion throws `std::ios_base::failure`, so that the statement
+/// can report it.
+class QDStreamLogger : public std::ostringstream {
+ public:
+  enum Base : int { Oct = 0, Dec = 1, Hex = 2 };
+  enum Spec : int { Endl = 0 };
+
+  QDStreamLogger();
+
+  /// Goes back to the start of the buffer and forgets errors. Keeps the formats and the text behind
+  /// the new position, which is why a record ends with a NUL.
+  void clear();
+
+  /// The record's text as a C string: what was written up to its NUL.
+  [[nodiscard]] const char* text() const;
+
+  /// Gives the memory back that one extraordinarily long record made the buffer keep.
+  void shrink();
+
+  QDStreamLogger& operator<<(char c);
+  QDStreamLogger& operator<<(unsigned char c);
+  QDStreamLogger& operator<<(const char* s);
+  QDStreamLogger& operator<<(char* s) { return *this << static_cast<const char*>(s); }
+  QDStreamLogger& operator<<(const unsigned char* s);
+  QDStreamLogger& operator<<(unsigned char* s) {
+    return *this << static_cast<const unsigned char*>(s);
+  }
+  QDStreamLogger& operator<<(const std::string& s) { return *this << s.c_str(); }
+  QDStreamLogger& operator<<(bool b);
+  QDStreamLogger& operator<<(const void* p);
+  QDStreamLogger& operator<<(void* p) { return *this << static_cast<const void*>(p); }
+  QDStreamLogger& operator<<(short n);
+  QDStreamLogger& operator<<(unsigned short n);
+  QDStreamLogger& operator<<(int n);
+  QDStreamLogger& operator<<(unsigned int n);
+  QDStreamLogger& operator<<(long n);
+  QDStreamLogger& operator<<(unsigned long n);
+  QDStreamLogger& operator<<(long long n);
+  QDStreamLogger& operator<<(unsigned long long n);
+  QDStreamLogger& operator<<(float n);
+  QDStreamLogger& operator<<(double n);
+  QDStreamLogger& operator<<(long double n);
+  QDStreamLogger& operator<<(Base base);
+  QDStreamLogger& operator<<(Spec spec);
+  QDStreamLogger& operator<<(QDFileType type);
+  QDStreamLogger& operator<<(QDOpenMode mode);
+  QDStreamLogger& operator<<(QDTunableType type);
+  QDStreamLogger& operator<<(const QDStreamLoggerAdapter& adapter);
+  QDStreamLogger& operator<<(const QDLogBlob& blob);
+  QDStreamLogger& operator<<(const QDLogHStr& str);
+
+  template <typename T>
+  QDStreamLogger& operator<<(const QDLogTabl<T>& list) {
+    for (unsigned int i = 0; i < list.count; ++i) {
+      if (i > 0) *this << list.separator;
+      *this << list.items[i];
+    }
+    return *this;
+  }
+
+ private:
+  template <typename T>
+  QDStreamLogger& insert(T value) {
+    static_cast<std::ostringstream&>(*this) << value;
+    return *this;
+  }
+};
