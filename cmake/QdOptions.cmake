@@ -75,3 +75,11 @@ function(qd_test name)
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS ${arg_LABEL} TIMEOUT 300)
 endfunction()
+
+# qd_shell_test(<name> LABEL <label> COMMAND <command>...)
+# A test that is a script. Status 77 means skipped; the script has printed why.
+function(qd_shell_test name)
+  cmake_parse_arguments(arg "" "LABEL" "COMMAND" ${ARGN})
+  add_test(NAME ${name} COMMAND ${arg_COMMAND})
+  set_tests_properties(${name} PROPERTIES LABELS ${arg_LABEL} SKIP_RETURN_CODE 77 TIMEOUT 300)
+endfunction()

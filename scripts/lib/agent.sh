@@ -1,0 +1,105 @@
+# shellcheck shell=bash
+# The sample agent `qdagent`: its packages, and what is known of it at run time. Sourced, not run.
+
+agent_run_folder=${QD_AGENT_RUN:-/run/qdagent}
+
+# agent_tree VERSION FOLDER: the files of the agent, as they lie below "/".
+agent_tree() {
+  mkdir -p "$2/usr/sbin" "$2/usr/lib/systemd/system"
+  cat >"$2/usr/sbin/qdagent" <<END
+#!/bin/sh
+# Sample agent: says which version of it runs, and waits. On USR1 it starts its own update.
+version=$1
+END
+  cat >>"$2/usr/sbin/qdagent" <<'END'
+trap 'kill "$sleeper"; exit 0' TERM
+trap '/etc/qdagent/update &' USR1
+echo "$version" >"${RUNTIME_DIRECTORY:?}/version"
+[ -z "${NOTIFY_SOCKET:-}" ] || systemd-notify --ready
+while :; do
+  sleep 3600 &
+  sleeper=$!
+  wait "$sleeper"
+done
+END
+  chmod 755 "$2/usr/sbin/qdagent"
+  cat >"$2/usr/lib/systemd/system/qdagent.service" <<'END'
+[Unit]
+Description=Sample agent
+StartLimitIntervalSec=0
+
+[Service]
+Type=notify
+NotifyAccess=all
+ExecStart=/usr/sbin/qdagent
+RuntimeDirectory=qdagent
+
+[Install]
+WantedBy=multi-user.target
+END
+}
+
+# make_agent_deb VERSION FILE [broken]: a Debian package of the agent; a broken one refuses to be installed.
+make_agent_deb() {
+  local tree=$2.tree
+  agent_tree "$1" "$tree"
+  mkdir -p "$tree/DEBIAN"
+  cat >"$tree/DEBIAN/control" <<END
+Package: qdagent
+Version: $1
+Architecture: all
+Maintainer: nobody <nobody@localhost>
+Description: sample agent
+END
+  cat >"$tree/DEBIAN/postinst" <<'END'
+#!/bin/sh
+[ -n "${DPKG_ROOT:-}" ] || systemctl daemon-reload
+END
+  chmod 755 "$tree/DEBIAN/postinst"
+  if [ "${3:-}" = broken ]; then
+    printf '#!/bin/sh\necho "this package refuses" >&2\nexit 1\n' >"$tree/DEBIAN/preinst"
+    chmod 755 "$tree/DEBIAN/preinst"
+  fi
+  dpkg-deb --build --root-owner-group "$tree" "$2" >/dev/null
+  rm -rf "$tree"
+}
+
+# make_rpm NAME VERSION TREE FILE: an RPM package of the files below TREE.
+make_rpm() {
+  local top=$4.top
+  mkdir -p "$top"
+  cat >"$top/$1.spec" <<END
+Name: $1
+Version: $2
+Release: 1
+Summary: sample
+License: none
+BuildArch: noarch
+AutoReqProv: no
+%description
+Sample.
+%install
+cp -a $3/. %{buildroot}
+%files
+/*
+END
+  rpmbuild -bb --quiet --define "_topdir $top" --define "_rpmfilename package.rpm" "$top/$1.spec" >/dev/null
+  mv "$top/RPMS/package.rpm" "$4"
+  rm -rf "$top"
+}
+
+# make_agent_rpm VERSION FILE: an RPM package of the agent.
+make_agent_rpm() {
+  agent_tree "$1" "$2.tree"
+  make_rpm qdagent "$1" "$2.tree" "$2"
+  rm -rf "$2.tree"
+}
+
+# The version that the running agent states, or nothing.
+agent_running_version() { cat "$agent_run_folder/version" 2>/dev/null || true; }
+
+# The state of the agent's service: active, inactive, ...
+agent_state() { systemctl is-active qdagent || true; }
+
+# The version that the Debian package database has.
+agent_deb_version() { dpkg -s qdagent 2>/dev/null | sed -n 's/^Version: //p'; }

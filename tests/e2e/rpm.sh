@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# Updates on a system without dpkg, with the real rpm and systemctl.
+
+. /qd/expect.sh
+
+make_packages() {
+  local version
+  for version in 7.1.5.2 7.2.1.4 7.2.1.15; do make_agent_rpm $version /qd/qdagent_$version.rpm; done
+  mkdir -p /qd/x11/usr/share/qd-sample
+  : >/qd/x11/usr/share/qd-sample/libX11.so.6
+  make_rpm libX11 1 /qd/x11 /qd/x11.rpm
+}
+
+# installed VERSION: the agent runs in this version.
+installed() {
+  quiet rpm -U --force --oldpackage "/qd/qdagent_$1.rpm"
+  systemctl daemon-reload
+  systemctl restart qdagent
+  expect_agent active "$1"
+}
+
+agent_rpm_version() { rpm -q --queryformat '%{VERSION}' qdagent; }
+
+plain_update() {
+  begin "an update with rpm"
+  installed 7.2.1.4
+  offer 7.2.1.15 /qd/qdagent_7.2.1.15.rpm
+  update 7.2.1.4
+  expect "status" $status 0
+  expect "package kind" "$(log_records | grep 'distrib is')" "NFY distrib is [rpm]"
+  expect "install command" "$(log_records | grep 'install cmd')" \
+    "NFY install cmd = rpm -U /tmp/qdagent_7.2.1.15.rpm"
+  expect "records" "$(log_records | sed -n '/Stopping/,$p')" "NFY Agent Stopping ....
+NFY Agent Stopped
+NFY Upgrading agent ...'
+NFY Agent Installed
+NFY Agent Started
+NFY Agent Update done"
+  expect "installed version" "$(agent_rpm_version)" 7.2.1.15
+  expect_agent active 7.2.1.15
+}
+
+# The built-in layout: a server without a definition file that has the package under its fixed name.
+plain_update_without_definition_file() {
+  begin "an update with rpm, without a definition file"
+  installed 7.2.1.4
+  cp /qd/qdagent_7.2.1.15.rpm /qd/setup.rpm
+  offer 7.2.1.15 /qd/setup.rpm
+  rm $server/www/agent_setup_def.json
+  update 7.2.1.4
+  expect "status" $status 0
+  expect "installed version" "$(agent_rpm_version)" 7.2.1.15
+  expect_agent active 7.2.1.15
+}
+
+x11_packages="libXrender libxcb xcb-util xcb-util-keysyms xcb-util-image xcb-util-renderutil xcb-util-cursor
+xcb-util-wm libxkbcommon libxkbcommon-x11 fontconfig freetype libXext libX11-xcb libSM libICE"
+
+# x11_step RECORD...: an agent from before 7.2.0.0 is updated.
+x11_step() {
+  installed 7.1.5.2
+  offer 7.2.1.15 /qd/qdagent_7.2.1.15.rpm
+  rm -f /qd/installer.calls
+  update 7.1.5.2
+  expect "status" $status 0
+  expect "records" "$(log_records | sed -n '/Upgrading/,$p')" "$(
+    printf '%s\n' "NFY Upgrading agent ...'" "NFY installXCBDeps ..." "$@"
+    printf '%s\n' "NFY Agent Installed" "NFY Agent Started" "NFY Agent Update done"
+  )"
+  expect_agent active 7.2.1.15
+}
+
+x11_cases() {
+  printf '#!/bin/sh\necho "$@" >>/qd/installer.calls\n' >/usr/bin/dnf
+  chmod 755 /usr/bin/dnf
+  begin "without libX11 nothing is installed for it"
+  x11_step "NFY X11 not found"
+  expect "installer's calls" "$(cat /qd/installer.calls 2>/dev/null)" ""
+  begin "libX11 is installed: the agent's X11 libraries are, too"
+  quiet rpm -U /qd/x11.rpm
+  x11_step "NFY Found x11" "NFY Install xcb dependencies0"
+  # shellcheck disable=SC2086
+  expect "installer's arguments" "$(cat /qd/installer.calls)" "install -y $(say $x11_packages)"
+}
+
+make_packages
+rm /usr/bin/dpkg
+plain_update
+plain_update_without_definition_file
+x11_cases
+finish

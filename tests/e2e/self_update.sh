@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# The agent starts the update of itself, from within its own service.
+
+. /qd/expect.sh
+
+wait_for_record() {
+  local attempt
+  for attempt in {1..200}; do
+    if [ -e $log ] && log_records | grep -qxF "$1"; then return; fi
+    sleep 0.1
+  done
+  say "waited for: $1"
+}
+
+begin "the agent starts its own updater, which outlives the agent's stop"
+make_agent_deb 7.2.1.4 /qd/old.deb
+make_agent_deb 7.2.1.15 /qd/new.deb
+quiet dpkg -i /qd/old.deb
+systemctl start qdagent
+expect_agent active 7.2.1.4
+offer 7.2.1.15 /qd/new.deb
+mkdir /etc/qdagent
+printf '#!/bin/sh\nexec /qd/update %s 7.2.1.4\n' "$(hex_address "$server_url")" >/etc/qdagent/update
+chmod 755 /etc/qdagent/update
+
+systemctl kill --kill-whom=main --signal=USR1 qdagent
+wait_for_record "NFY Agent Update done"
+expect "records" "$(log_records | sed -n '/Stopping/,$p')" "NFY Agent Stopping ....
+NFY Agent Stopped
+NFY Upgrading agent ...'
+NFY Agent Installed
+NFY Agent Started
+NFY Agent Update done"
+expect "first record" "$(log_records | head -n 1)" "NFY Check Update"
+expect "installed version" "$(agent_deb_version)" 7.2.1.15
+expect_agent active 7.2.1.15
+finish
