@@ -1,0 +1,14 @@
+#pragma once
+
+#include <sys/time.h>
+
+#include <ctime>
+#include <optional>
+
+/// The wall-clock time `ms` milliseconds after `now`, rounded to microseconds as `now` is; nothing
+/// when a part of `now` is negative.
+std::optional<timespec> osal_deadlineAfter(const timeval& now, unsigned int ms);
+
+/// Stores the absolute wall-clock deadline `ms` milliseconds from now, as condition variables with
+/// default attributes take it. Returns 0, or -1 after logging an incoherent clock.
+int MillisecsToAbsoluteTimespec(unsigned int ms, timespec* ts);

@@ -1,0 +1,90 @@
+#include "PosixFaults.h"
+
+#include <pthread.h>
+#include <sys/time.h>
+
+#include <cerrno>
+#include <optional>
+
+// The linker sends the calls of NAME to __wrap_NAME (see --wrap in CMakeLists.txt).
+
+namespace {
+
+struct Armed {
+  std::string_view function;
+  int code = 0;
+  int skip = 0;
+};
+
+thread_local Armed armed;
+thread_local std::optional<timeval> fakeTime;
+
+/// The code that this call of `function` has to report; 0: it is a call like any other.
+int faultOf(std::string_view function) {
+  if (armed.function != function) return 0;
+  if (armed.skip-- > 0) return 0;
+  armed.function = {};
+  return armed.code;
+}
+
+}  // namespace
+
+PosixFault::PosixFault(std::string_view function, int code, int skip) {
+  armed = {function, code, skip};
+}
+
+PosixFault::~PosixFault() { armed = {}; }
+
+bool PosixFault::hit() { return armed.function.empty(); }
+
+FakeClock::FakeClock(long seconds, long micros) { fakeTime = timeval{seconds, micros}; }
+
+FakeClock::~FakeClock() { fakeTime.reset(); }
+
+// A function that fails instead of doing its work, and one that fails after it.
+#define FAILS_INSTEAD(name, parameters, arguments)               \
+  int __real_##name parameters;                                  \
+  int __wrap_##name parameters {                                 \
+    if (const int code = faultOf(#name); code != 0) return code; \
+    return __real_##name arguments;                              \
+  }
+#define FAILS_AFTERWARDS(name, parameters, arguments) \
+  int __real_##name parameters;                       \
+  int __wrap_##name parameters {                      \
+    const int fault = faultOf(#name);                 \
+    const int code = __real_##name arguments;         \
+    return fault != 0 ? fault : code;                 \
+  }
+
+extern "C" {
+
+FAILS_INSTEAD(pthread_mutex_init, (pthread_mutex_t * m, const pthread_mutexattr_t* a), (m, a))
+FAILS_INSTEAD(pthread_mutex_lock, (pthread_mutex_t * m), (m))
+FAILS_AFTERWARDS(pthread_mutex_unlock, (pthread_mutex_t * m), (m))
+FAILS_AFTERWARDS(pthread_mutex_destroy, (pthread_mutex_t * m), (m))
+FAILS_INSTEAD(pthread_condattr_init, (pthread_condattr_t * a), (a))
+FAILS_AFTERWARDS(pthread_condattr_destroy, (pthread_condattr_t * a), (a))
+FAILS_INSTEAD(pthread_cond_init, (pthread_cond_t * c, const pthread_condattr_t* a), (c, a))
+FAILS_INSTEAD(pthread_cond_wait, (pthread_cond_t * c, pthread_mutex_t* m), (c, m))
+FAILS_INSTEAD(pthread_cond_timedwait, (pthread_cond_t * c, pthread_mutex_t* m, const timespec* t),
+              (c, m, t))
+FAILS_INSTEAD(pthread_cond_signal, (pthread_cond_t * c), (c))
+FAILS_INSTEAD(pthread_cond_broadcast, (pthread_cond_t * c), (c))
+FAILS_AFTERWARDS(pthread_cond_destroy, (pthread_cond_t * c), (c))
+FAILS_INSTEAD(pthread_attr_init, (pthread_attr_t * a), (a))
+FAILS_INSTEAD(pthread_attr_getstacksize, (const pthread_attr_t* a, size_t* s), (a, s))
+FAILS_INSTEAD(pthread_attr_setstacksize, (pthread_attr_t * a, size_t s), (a, s))
+FAILS_AFTERWARDS(pthread_attr_destroy, (pthread_attr_t * a), (a))
+FAILS_INSTEAD(pthread_create,
+              (pthread_t * t, const pthread_attr_t* a, void* (*fn)(void*), void* arg),
+              (t, a, fn, arg))
+FAILS_AFTERWARDS(pthread_detach, (pthread_t t), (t))
+
+int __real_gettimeofday(timeval* now, void* zone);
+int __wrap_gettimeofday(timeval* now, void* zone) {
+  if (!fakeTime) return __real_gettimeofday(now, zone);
+  *now = *fakeTime;
+  return 0;
+}
+
+}  // extern "C"
