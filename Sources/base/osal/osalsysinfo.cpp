@@ -86,20 +86,20 @@ std::array<int, 3> productVersion() {
   return numbers;
 }
 
-std::string macOSDescription() {
+}  // namespace
+
+std::string osalsysinfo_macOS() {
   const auto [major, minor, patch] = productVersion();
   std::string text = osalsysinfo_macOSDescription(major, minor, patch);
   if (isEmulation()) text += " (Emulated)";
   return text;
 }
 
-std::string linuxDescription() {
+std::string osalsysinfo_linux() {
   std::string text;
   if (host_productName(text) != 0 && ::uname(&kernel) == 0) text = kernel.sysname;
   return text;
 }
-
-}  // namespace
 
 std::string osalsysinfo_macOSDescription(int major, int minor, int patch) {
   if (major == 10) return tenDescription(minor, patch);
@@ -127,7 +127,7 @@ int getsysinfo(char* osText, char* archName, unsigned int* sysFlags) {
   *archName = '\0';
   *sysFlags = kSystemFlags | (QD_AGENT_NAS ? kNasFlag : 0);
 
-  const std::string description = kLinuxFamily ? linuxDescription() : macOSDescription();
+  const std::string description = kLinuxFamily ? osalsysinfo_linux() : osalsysinfo_macOS();
   std::snprintf(osText, kTextSize, "%s", description.c_str());
 
   struct utsname machine {};

@@ -3,7 +3,12 @@
 #include <array>
 #include <string>
 
-// What the system description is made of. Pure functions.
+// What the system description is made of.
+
+/// The description of this machine as each family gives it: on macOS the version's, marked when the
+/// kernel is an ARM64 kernel; on Linux the name that os-release has for people, or the kernel's.
+std::string osalsysinfo_macOS();
+std::string osalsysinfo_linux();
 
 /// The description of a macOS version: "macOS 14.5 (Sonoma)", "OS X 10.9.5 (Mavericks)". Version
 /// 10.16 and its successors are the numbers that older programs see on macOS 11 and later, and read

@@ -41,3 +41,23 @@ int host_consoleUser(std::string& user);
 
 /// The calling process's scheduling priority as a nice value, for all its threads.
 int host_setNice(int nice);
+
+/// How a region of memory is shared.
+enum class HostShareMode { Private, CopyOnWrite, Other };
+
+/// A region of this process's memory.
+struct HostMemoryRegion {
+  std::uint64_t size;  ///< bytes
+  HostShareMode shareMode;
+  unsigned int referenceCount;  ///< of the object behind it; 0 where the system does not say
+  unsigned int privateResidentPages;
+};
+
+/// All of them. What is reserved but was never written counts as `Other`.
+int host_memoryRegions(std::vector<HostMemoryRegion>& regions);
+
+/// Memory of this process that is resident, in bytes.
+int host_residentSize(std::uint64_t& bytes);
+
+/// The machine's memory, in bytes.
+int host_physicalMemory(std::uint64_t& bytes);

@@ -3,14 +3,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
 #include "osal/osal_scoped.h"
 
 namespace {
-
-constexpr std::size_t kLargestFile = 65536;
 
 std::string unquoted(std::string_view value) {
   while (!value.empty() && (value.back() == ' ' || value.back() == '\r')) value.remove_suffix(1);
@@ -42,13 +41,14 @@ std::optional<std::string> keyfile_find(std::string_view text, std::string_view 
   return std::nullopt;
 }
 
-int keyfile_read(const char* path, std::string& text) {
+int keyfile_read(const char* path, std::string& text, std::size_t limit) {
   const ScopedFd file(::open(path, O_RDONLY | O_CLOEXEC));
   if (!file) return errno;
   std::string content;
   std::array<char, 4096> piece;
-  while (content.size() < kLargestFile) {
-    const ssize_t got = ::read(file.get(), piece.data(), piece.size());
+  while (content.size() < limit) {
+    const std::size_t wanted = std::min(piece.size(), limit - content.size());
+    const ssize_t got = ::read(file.get(), piece.data(), wanted);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return errno;
     if (got == 0) break;

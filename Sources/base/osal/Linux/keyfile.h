@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,8 +11,8 @@
 /// line.
 std::optional<std::string> keyfile_find(std::string_view text, std::string_view key);
 
-/// Reads a small system file whole, at most 64 KiB of it. Returns 0 or an errno value.
-int keyfile_read(const char* path, std::string& text);
+/// Reads a system file whole, or its first `limit` bytes. Returns 0 or an errno value.
+int keyfile_read(const char* path, std::string& text, std::size_t limit = 65536);
 
 /// Both: the value of `key` in the file at `path`. Returns 0 or an errno value, ENOENT when the
 /// file has no such line.
