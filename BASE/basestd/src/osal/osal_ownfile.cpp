@@ -48,12 +48,12 @@ bool mayBeInTheWay(int error) {
          error == EACCES || error == EPERM;
 }
 
-/// Unlinks what is at `path` when it can't be used. Returns 0 or an errno value.
-int clearTheWay(const char* path, OwnFileUse use) {
+/// Unlinks `name` when it can't be used. Returns 0 or an errno value.
+int clearTheWay(int folder, const char* name, OwnFileUse use) {
   struct stat info {};
-  if (::lstat(path, &info) != 0) return errno == ENOENT ? 0 : errno;
+  if (::fstatat(folder, name, &info, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT ? 0 : errno;
   if (mayUse(info, use)) return EACCES;
-  return ::unlink(path) == 0 || errno == ENOENT ? 0 : errno;
+  return ::unlinkat(folder, name, 0) == 0 || errno == ENOENT ? 0 : errno;
 }
 
 }  // namespace
@@ -66,8 +66,12 @@ bool osal_folderIsShared(const char* folder) {
 }
 
 int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd) {
+  return osal_openOwnFileAt(AT_FDCWD, path, use, mode, fd);
+}
+
+int osal_openOwnFileAt(int folder, const char* name, OwnFileUse use, mode_t mode, ScopedFd& fd) {
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
-    ScopedFd opened(::open(path, accessFlags(use) | kAlways));
+    ScopedFd opened(::openat(folder, name, accessFlags(use) | kAlways));
     int error = opened ? 0 : errno;
     if (opened) {
       struct stat info {};
@@ -79,7 +83,7 @@ int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd
       }
     } else if (error == ENOENT) {
       if (use == OwnFileUse::Read) return ENOENT;
-      opened.reset(::open(path, accessFlags(use) | kAlways | O_CREAT | O_EXCL, mode));
+      opened.reset(::openat(folder, name, accessFlags(use) | kAlways | O_CREAT | O_EXCL, mode));
       if (opened) {
         error = prepare(opened.get(), use);
         if (error == 0) fd = std::move(opened);
@@ -90,7 +94,7 @@ int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd
     } else if (!mayBeInTheWay(error)) {
       return error;
     }
-    if (const int blocked = clearTheWay(path, use); blocked != 0) return blocked;
+    if (const int blocked = clearTheWay(folder, name, use); blocked != 0) return blocked;
   }
   return EEXIST;
 }

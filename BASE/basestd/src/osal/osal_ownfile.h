@@ -23,3 +23,7 @@ bool osal_folderIsShared(const char* folder);
 /// permission bits `mode`. The descriptor is close-on-exec. Returns 0 with the file in `fd`, or an
 /// errno value.
 int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd);
+
+/// The same for the file `name` in the open directory `folder`. Whatever becomes of that
+/// directory's own name meanwhile, the file is the one in it.
+int osal_openOwnFileAt(int folder, const char* name, OwnFileUse use, mode_t mode, ScopedFd& fd);
