@@ -35,6 +35,7 @@ target_include_directories(qd_settings INTERFACE
   ${PROJECT_SOURCE_DIR}/Sources
   ${PROJECT_SOURCE_DIR}/BASE/basestd/src
   ${PROJECT_SOURCE_DIR})
+target_compile_definitions(qd_settings INTERFACE _FILE_OFFSET_BITS=64)
 target_compile_options(qd_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
   $<$<BOOL:${QD_WARNINGS_ARE_ERRORS}>:-Werror>)
