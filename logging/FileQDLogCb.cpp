@@ -1,6 +1,5 @@
 #include "logging/FileQDLogCb.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,7 +7,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 
 #include "osal/osal_ownfile.h"
 
@@ -74,17 +72,16 @@ std::string qdLogBackupName(const std::string& path) {
   return path.substr(0, path.size() - cut) + ".bak";
 }
 
-FileQDLogCb::FileQDLogCb(const std::string& path, bool echo)
-    : _path(path), _echo(echo), _rollAbove(kMaxFileSize) {
+FileQDLogCb::FileQDLogCb(const std::string& path, bool echo, bool temporary)
+    : _path(path), _echo(echo), _temporary(temporary), _rollAbove(kMaxFileSize) {
   openFile();
 }
 
 void FileQDLogCb::openFile() {
-  const std::filesystem::path folder = std::filesystem::path(_path).parent_path();
-  if (osal_folderIsShared(folder.empty() ? "." : folder.c_str())) {
+  if (_temporary) {
     osal_openOwnFile(_path.c_str(), OwnFileUse::Append, 0600, _file);
   } else {
-    _file.reset(::open(_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666));
+    osal_openFixedFile(_path.c_str(), OwnFileUse::Append, 0666, _file);
   }
 }
 

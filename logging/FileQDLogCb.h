@@ -13,8 +13,10 @@
 class FileQDLogCb : public QDLogCb {
  public:
   /// Opens `path` for appending, created when missing; a failure leaves the sink without a file.
-  /// `echo`: every line is also written to standard output.
-  FileQDLogCb(const std::string& path, bool echo);
+  /// `echo`: every line is also written to standard output. `temporary`: the file lies in the
+  /// temporary folder and is this user's alone; elsewhere only a folder that others may write to is
+  /// treated so.
+  FileQDLogCb(const std::string& path, bool echo, bool temporary = false);
 
   void log(unsigned int pid, unsigned long long threadId, const char* module, const char* level,
            const char* file, int line, const char* func, const char* message) override;
@@ -29,6 +31,7 @@ class FileQDLogCb : public QDLogCb {
   ScopedFd _file;
   std::string _path;
   bool _echo;
+  bool _temporary;
   bool _torn = false;             // the last line in the file lacks its end
   unsigned long long _rollAbove;  // size in bytes above which the file rolls
 };

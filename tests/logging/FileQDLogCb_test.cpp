@@ -112,17 +112,20 @@ TEST(FileQDLogCb, WithoutAFileItOnlyEchoes) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(FileQDLogCb, InASharedFolderItFollowsNoLink) {
-  const TempFolder folder;
-  fs::permissions(folder.path(), fs::perms::all);
-  const std::string victim = folder / "victim";
-  std::ofstream(victim) << "precious";
-  fs::create_symlink(victim, folder / "agent.log");
-  FileQDLogCb sink(folder / "agent.log", false);
-  writeRecord(sink, "text");
-  EXPECT_EQ(content(victim), "precious");
-  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(folder / "agent.log")));
-  EXPECT_EQ(fs::status(folder / "agent.log").permissions(), fs::perms(0600));
+TEST(FileQDLogCb, InASharedOrTemporaryFolderItFollowsNoLink) {
+  for (const bool temporary : {false, true}) {
+    SCOPED_TRACE(temporary);
+    const TempFolder folder;
+    if (!temporary) fs::permissions(folder.path(), fs::perms::all);
+    const std::string victim = folder / "victim";
+    std::ofstream(victim) << "precious";
+    fs::create_symlink(victim, folder / "agent.log");
+    FileQDLogCb sink(folder / "agent.log", false, temporary);
+    writeRecord(sink, "text");
+    EXPECT_EQ(content(victim), "precious");
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(folder / "agent.log")));
+    EXPECT_EQ(fs::status(folder / "agent.log").permissions(), fs::perms(0600));
+  }
 }
 
 TEST(FileQDLogCb, InAFolderOfItsOwnALinkIsTheAdministratorsWish) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 #include <utility>
 
 namespace {
@@ -97,4 +98,18 @@ int osal_openOwnFileAt(int folder, const char* name, OwnFileUse use, mode_t mode
     if (const int blocked = clearTheWay(folder, name, use); blocked != 0) return blocked;
   }
   return EEXIST;
+}
+
+int osal_openFixedFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd) {
+  const std::string name(path);
+  const std::size_t slash = name.rfind('/');
+  std::string folder = ".";
+  if (slash != std::string::npos) folder = name.substr(0, slash == 0 ? 1 : slash);
+  if (osal_folderIsShared(folder.c_str())) return osal_openOwnFile(path, use, mode, fd);
+
+  int flags = accessFlags(use) | O_CLOEXEC | O_NOCTTY;
+  if (use != OwnFileUse::Read) flags |= O_CREAT;
+  if (use == OwnFileUse::Overwrite) flags |= O_TRUNC;
+  fd.reset(::open(path, flags, mode));
+  return fd ? 0 : errno;
 }

@@ -27,3 +27,7 @@ int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd
 /// The same for the file `name` in the open directory `folder`. Whatever becomes of that
 /// directory's own name meanwhile, the file is the one in it.
 int osal_openOwnFileAt(int folder, const char* name, OwnFileUse use, mode_t mode, ScopedFd& fd);
+
+/// As `osal_openOwnFile` where `path` lies in a shared folder; elsewhere an ordinary open, which
+/// follows links as the folder's owner laid them.
+int osal_openFixedFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd);
