@@ -1,0 +1,118 @@
+#include "tools/QDHash.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <boost/endian/conversion.hpp>
+#include <cerrno>
+#include <cstddef>
+#include <vector>
+
+#include "osal/osal_scoped.h"
+#include "tools/QDException.h"
+#include "tools/QDSys.h"
+
+namespace {
+
+constexpr unsigned int kDigestSize = 16;
+constexpr unsigned int kHexSize = 2 * kDigestSize;
+
+/// Large enough that the calls cost nothing, small enough to be in the cache when it is hashed.
+constexpr std::size_t kReadSize = 128 * 1024;
+
+/// Reads up to `size` bytes. Returns 0 at the end of the file and when it cannot be read.
+std::size_t readBlock(int fd, unsigned char* data, std::size_t size) {
+  for (;;) {
+    const ssize_t count = ::read(fd, data, size);
+    if (count >= 0) return static_cast<std::size_t>(count);
+    if (errno != EINTR) return 0;
+  }
+}
+
+}  // namespace
+
+QDHashMD5::QDHashMD5() : ctx(EVP_MD_CTX_new()), md(EVP_get_digestbyname("MD5")) { _init(); }
+
+void QDHashMD5::_init() {
+  state = 0;
+  if (md == nullptr) return;
+  EVP_DigestInit_ex(ctx.get(), md, nullptr);
+  state = 1;
+}
+
+void QDHashMD5::reset() { _init(); }
+
+void QDHashMD5::update(const void* data, unsigned int len) {
+  if (state != 1) QD_THROW_ERROR("Cannot update, bad state");
+  EVP_DigestUpdate(ctx.get(), data, len);
+}
+
+void QDHashMD5::updateWithNum(unsigned long long n) {
+  std::array<char, 21> text;
+  unsigned int length = 0;
+  do {
+    text[length++] = static_cast<char>('0' + n % 10);
+    n /= 10;
+  } while (n != 0);
+  text[length++] = '\0';
+  update(text.data(), length);
+}
+
+void QDHashMD5::updateWithStr(const unsigned char* s) { update(s, QDSys::strlen(s) + 1); }
+
+void QDHashMD5::_ends() {
+  if (state != 1) return;
+  digest.fill(0);  // also what remains where MD5 is switched off
+  EVP_DigestFinal_ex(ctx.get(), digest.data(), nullptr);
+  state = 0;
+}
+
+void QDHashMD5::getBin(unsigned char* out16) {
+  _ends();
+  QDSys::memcpy(out16, digest.data(), kDigestSize);
+}
+
+void QDHashMD5::getHex(unsigned char* out33) {
+  _ends();
+  convertBinToHex(digest.data(), out33);
+}
+
+void QDHashMD5::convertBinToHex(const unsigned char* bin16, unsigned char* out33) {
+  QDSys::convertBinToHex(bin16, kDigestSize, out33, kHexSize, false);
+  out33[kHexSize] = 0;
+}
+
+bool QDHashMD5::convertHexToBin(const unsigned char* hex, unsigned char* bin16) {
+  return QDSys::convertHexToBin(hex, kHexSize, bin16, kDigestSize) == static_cast<int>(kDigestSize);
+}
+
+void QDHashMD5::computeHash(const void* data, unsigned int len, unsigned char* out16,
+                            unsigned long long* first, unsigned long long* second) {
+  QDHashMD5 hash;
+  hash.update(data, len);
+  hash.getBin(out16);
+  hashToU64(out16, first, second);
+}
+
+void QDHashMD5::hashToU64(const unsigned char* bin16, unsigned long long* first,
+                          unsigned long long* second) {
+  if (first != nullptr) *first = boost::endian::load_big_u64(bin16);
+  if (second != nullptr) *second = boost::endian::load_big_u64(bin16 + 8);
+}
+
+void QDHashMD5::computeFileHexHash(const unsigned char* path, unsigned char* out33) {
+  QDHashMD5 hash;
+  const ScopedFd file(::open(reinterpret_cast<const char*>(path), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  std::vector<unsigned char> block(kReadSize);
+  while (const std::size_t count = file ? readBlock(file.get(), block.data(), block.size()) : 0) {
+    hash.update(block.data(), static_cast<unsigned int>(count));
+  }
+  hash.getHex(out33);
+}
+
+int QDHashMD5::hexHashForStr(const unsigned char* s, unsigned char* out33) {
+  QDHashMD5 hash;
+  hash.update(s, QDSys::strlen(s));
+  hash.getHex(out33);
+  return static_cast<int>(kHexSize);
+}
