@@ -1,0 +1,87 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstddef>
+#include <limits>
+#include <map>
+#include <string>
+
+/// The updater's only network component: one libcurl easy handle, created by the first request and
+/// reused, with its connection, by every other. One thread at a time.
+///
+/// Every request returns 0 for HTTP status 200, -1 for a local or transport failure, and otherwise
+/// the HTTP status. Failures are logged where they happen (ERR, module ROOT); none throws. Only
+/// http and https are spoken, redirects included; certificates are not verified.
+class HttpClient {
+ public:
+  using Headers = std::map<std::string, std::string>;
+
+  /// A body that is fetched into memory may have this many bytes.
+  static constexpr std::size_t kMaxBody = std::size_t{8} << 20;
+
+  HttpClient() = default;
+  HttpClient(const HttpClient&) = delete;
+  HttpClient& operator=(const HttpClient&) = delete;
+  virtual ~HttpClient();
+
+  /// Creates and configures the handle once. Returns false when there is none.
+  bool init();
+
+  /// Releases the handle; the next request starts afresh.
+  void cleanup();
+
+  /// `prefix` is put in front of every URL that is requested; messages name the URL without it.
+  void setConfig(const std::string& prefix) { config = prefix; }
+
+  /// A download of more bytes than this fails like any other transfer.
+  void setDownloadLimit(unsigned long long bytes) { downloadLimit = bytes; }
+
+  /// GET into memory. `headers` receives the response's headers, name as sent, both sides trimmed;
+  /// the last value of a name wins, across redirects too.
+  int get(const std::string& url, std::string& body, Headers& headers);
+
+  /// HEAD: the headers only.
+  int head(const std::string& url, Headers& headers);
+
+  /// GET into the file `path`, created or emptied; every tenth percent is logged. A file that can't
+  /// be opened is -1 without a message and without a request. What arrived before a failure stays.
+  int download(const std::string& url, const std::string& path, Headers& headers);
+
+  // What libcurl calls. `userdata` is a std::string, a FILE, a Headers map and an int, in this
+  // order.
+  static std::size_t readResponsCb(void* data, std::size_t size, std::size_t nmemb,
+                                   void* userdata) noexcept;
+  static std::size_t readFileResponseCb(void* data, std::size_t size, std::size_t nmemb,
+                                        void* userdata) noexcept;
+  static std::size_t readHeadersCb(void* data, std::size_t size, std::size_t nmemb,
+                                   void* userdata) noexcept;
+  static int progressCb(void* userdata, curl_off_t dltotal, curl_off_t dlnow, curl_off_t ultotal,
+                        curl_off_t ulnow) noexcept;
+
+ protected:
+  CURL* handle = nullptr;
+  std::string config;
+  bool initialized = false;
+  unsigned long long downloadLimit = std::numeric_limits<unsigned long long>::max();
+
+ private:
+  class Request;
+
+  bool begin(const std::string& url, Headers& headers);
+  int perform(const std::string& url, const char* statusFailure, long& status);
+  static int judge(const std::string& url, long status);
+};
+
+namespace utils {
+
+/// The content length among response headers: looks for "content-length", then "Content-Length".
+/// Returns 0 with `size` set, or -1 when there is neither. Throws what std::stoull throws for a
+/// value that is no number.
+int getContentLength(HttpClient::Headers& headers, unsigned long long& size);
+
+/// The text whose bytes `hex` spells, two digits each, up to the first pair that is none and up to
+/// the first NUL. Throws QDException when the text has 4,096 bytes or more.
+std::string decodeURL(const std::string& hex);
+
+}  // namespace utils

@@ -1,0 +1,75 @@
+#include "Updater/utilsExec.h"
+
+#include <sys/wait.h>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/process/args.hpp>
+#include <boost/process/async_pipe.hpp>
+#include <boost/process/child.hpp>
+#include <boost/process/environment.hpp>
+#include <boost/process/io.hpp>
+#include <boost/process/search_path.hpp>
+#include <sstream>
+
+#include "logging/QDLog.h"
+
+namespace utils {
+
+namespace bp = boost::process;
+
+namespace {
+
+int waitFor(bp::child& child) {
+  if (child.id() <= 0) return -1;
+  child.wait();
+  return exitStatusOf(child.native_exit_code());
+}
+
+}  // namespace
+
+int exitStatusOf(int waitStatus) {
+  if (WIFEXITED(waitStatus)) return WEXITSTATUS(waitStatus);
+  if (WIFSIGNALED(waitStatus)) return WTERMSIG(waitStatus);
+  return waitStatus;
+}
+
+std::vector<std::string> splitLines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+int exec(std::string& cmd, std::vector<std::string>& lines) {
+  bp::ipstream output;
+  bp::child child(bp::search_path("sh"), bp::args({"-c", cmd}), bp::std_out > output);
+  std::vector<std::string> read;
+  for (std::string line; std::getline(output, line);) read.push_back(line);
+  const int status = waitFor(child);
+  if (status == 0) lines.insert(lines.end(), read.begin(), read.end());
+  return status;
+}
+
+int execlog(std::string& cmd) {
+  boost::asio::io_context context;
+  bp::async_pipe outputPipe(context);
+  bp::async_pipe errorPipe(context);
+  bp::child child(cmd, bp::std_out > outputPipe, bp::std_err > errorPipe);
+
+  std::string output;
+  std::string errors;
+  const auto ignore = [](const boost::system::error_code&, std::size_t) {};
+  boost::asio::async_read(outputPipe, boost::asio::dynamic_buffer(output), ignore);
+  boost::asio::async_read(errorPipe, boost::asio::dynamic_buffer(errors), ignore);
+  context.run();  // ends when both pipes are at their end
+
+  const int status = waitFor(child);
+  QDLOG(ROOT, NFY, "exec : " << cmd);
+  for (const std::string& line : splitLines(output)) QDLOG(ROOT, NFY, line);
+  for (const std::string& line : splitLines(errors)) QDLOG(ROOT, NFY, line);
+  return status;
+}
+
+}  // namespace utils
