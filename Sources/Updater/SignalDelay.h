@@ -1,0 +1,20 @@
+#pragma once
+
+#include <signal.h>
+
+#include <array>
+
+/// As long as it lives, SIGHUP, SIGINT and SIGTERM do not end the process; the first that came
+/// takes its effect at the end. Handlers, not ignoring: the commands that are run meanwhile must
+/// not inherit ignored signals. A signal that was ignored before stays ignored. One at a time.
+class SignalDelay {
+ public:
+  SignalDelay() noexcept;
+  ~SignalDelay();
+  SignalDelay(const SignalDelay&) = delete;
+  SignalDelay& operator=(const SignalDelay&) = delete;
+
+ private:
+  static constexpr std::array kSignals = {SIGHUP, SIGINT, SIGTERM};
+  std::array<struct sigaction, kSignals.size()> former_{};
+};

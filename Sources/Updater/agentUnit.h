@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+/// Whether a process belongs to the systemd unit `unit`. `cgroups` is the text of its
+/// /proc/<pid>/cgroup (cgroups(7)).
+bool isInUnit(const std::string& cgroups, const std::string& unit);
+
+/// When the agent itself started this process, systemd would end it together with the agent that it
+/// is about to stop: moves it into a scope of its own first. Returns the reason when that fails,
+/// empty when it worked or there is nothing to do. Logs nothing.
+std::string leaveAgentUnit();

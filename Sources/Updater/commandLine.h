@@ -1,0 +1,19 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// What the program was asked to do: `update [-D|-S] <url> <version>`.
+struct CommandLine {
+  bool echo = false;         ///< log to standard output as well
+  bool skipInstall = false;  ///< stop and start the agent only
+  std::string url;           ///< the server's address in hexadecimal digits
+  std::string version;       ///< the installed version
+};
+
+/// Empty when the arguments call for the usage.
+std::optional<CommandLine> readCommandLine(int argc, const char* const* argv);
+
+/// The file that holds the agent's data folder, for an agent instance that may be empty; empty for
+/// an instance name that can't be one.
+std::string dataFolderFile(const std::string& configurationFolder, const std::string& instance);

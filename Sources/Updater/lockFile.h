@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+// The lock of a run is a small text file whose content alone decides: one line, the start time of
+// the run that owns it, in milliseconds since 1970-01-01 00:00:00 UTC.
+
+/// Whether a lock taken at `lockTime` still holds at `now` (both in ms): for an hour, inclusive,
+/// and also when it lies in the future.
+bool lockHolds(long long lockTime, long long now);
+
+/// The time of a lock as messages show it, local; empty for a time that has no calendar date.
+std::string lockTimeText(long long lockTime);
+
+/// The time in the first line of a lock file, without the white space around it. Throws what
+/// std::stoll throws for a line that is no number; a file that can't be read has an empty line.
+long long readLock(const std::string& path);
+
+/// Makes the file hold `now`, whole or not at all. Returns false when it could not be written.
+bool writeLock(const std::string& path, long long now);
