@@ -60,7 +60,7 @@ END
     printf '#!/bin/sh\necho "this package refuses" >&2\nexit 1\n' >"$tree/DEBIAN/preinst"
     chmod 755 "$tree/DEBIAN/preinst"
   fi
-  dpkg-deb --build --root-owner-group "$tree" "$2" >/dev/null
+  dpkg-deb --build -Znone --root-owner-group "$tree" "$2" >/dev/null
   rm -rf "$tree"
 }
 
