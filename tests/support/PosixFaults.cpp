@@ -3,7 +3,8 @@
 #include <pthread.h>
 #include <sys/time.h>
 
-#include <cerrno>
+#include <cstddef>
+#include <new>
 #include <optional>
 
 // The linker sends the calls of NAME to __wrap_NAME (see --wrap in CMakeLists.txt).
@@ -79,6 +80,18 @@ FAILS_INSTEAD(pthread_create,
               (pthread_t * t, const pthread_attr_t* a, void* (*fn)(void*), void* arg),
               (t, a, fn, arg))
 FAILS_AFTERWARDS(pthread_detach, (pthread_t t), (t))
+
+void* __real__Znwm(std::size_t size);
+void* __wrap__Znwm(std::size_t size) {
+  if (faultOf("operator new") != 0) throw std::bad_alloc();
+  return __real__Znwm(size);
+}
+
+void* __real__Znam(std::size_t size);
+void* __wrap__Znam(std::size_t size) {
+  if (faultOf("operator new[]") != 0) throw std::bad_alloc();
+  return __real__Znam(size);
+}
 
 int __real_gettimeofday(timeval* now, void* zone);
 int __wrap_gettimeofday(timeval* now, void* zone) {

@@ -6,7 +6,8 @@
 /// after `skip` more. Afterwards, and after the object's end, all calls succeed again.
 ///
 /// Functions that end something (unlock, destroy, detach) do their work all the same and only
-/// report the failure. For programs linked with `qd_posix_faults`, which lists the functions.
+/// report the failure; "operator new" and "operator new[]" throw. For programs linked with
+/// `qd_posix_faults`, which lists the functions.
 class PosixFault {
  public:
   PosixFault(std::string_view function, int code, int skip = 0);
