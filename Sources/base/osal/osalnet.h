@@ -1,5 +1,14 @@
 #pragma once
 
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "osal/osal_hostnet.h"
+#include "osal/osal_routemsg.h"
+
+struct hostent;
+
 /// True when the running kernel is an ARM64 kernel. For a process built for x86-64 this means that
 /// it runs translated.
 ///
@@ -15,3 +24,47 @@ bool isEmulation();
 /// when the kernel is an ARM64 kernel. Returns the result of the last system call or of the last
 /// copy; it tells nothing.
 int getsysinfo(char* osText, char* archName, unsigned int* sysFlags);
+
+// How this machine reaches another. Text buffers have room for 1025 bytes. The kernel's answers are
+// told apart by process, not by thread: callers ask for one route at a time.
+
+/// Finds how `host` is reached: its IPv4 address, the gateway's name (empty when it has none) and
+/// address, the kind and the name of the local interface. `reserved` stays empty.
+///
+/// A host that is reached directly gets the gateway of the default route. Returns 0, or -1 after
+/// logging, with the outputs that were found so far and the rest empty.
+int getnetpathinfo(const char* host, char* hostAddress, char* gatewayName, char* gatewayAddress,
+                   char* interfaceKind, char* reserved, char* interfaceName);
+
+using _sockRequest_buff = routemsg::Buffer;
+
+/// Asks the kernel once for the route to `host`, or for the default route when it is null.
+///
+/// The two addresses point into `buf`, or stay as they were when the reply lacks them. Returns 0,
+/// or -1 after logging: the kernel refused, knows no route, or did not answer within 5 seconds.
+int _sockRequest(hostent* host, _sockRequest_buff* buf, routemsg::Inet** gateway,
+                 routemsg::Link** interface);
+
+/// Writes the kind of an interface: "Loopback", "WiFi", "Ethernet" or "PPP", or its own name when
+/// it is none of these. Returns 0.
+int _getInterface(const char* bsdName, char* kind);
+
+/// The same over the interfaces that there are; a loopback interface needs not be among them.
+std::string osalnet_interfaceKind(const std::string& bsdName,
+                                  const std::vector<HostInterface>& interfaces);
+
+/// Whether a name is "lo" and a digit first of what follows.
+bool osalnet_isLoopbackName(std::string_view bsdName);
+
+/// Whether an IPv4 address in host byte order is of the loopback network.
+bool isIPlocal(unsigned long address);
+
+/// Whether a host name or address means this machine.
+bool isHostLocal(const char* host);
+
+/// What that asks last: the parts of both names up to the first "." are equal but for letter case.
+bool osalnet_isLocalOn(std::string_view machineName, std::string_view host);
+
+/// Writes the primary hardware address, 6 bytes. Returns false, without writing, when there is none
+/// or `mac6` is null.
+bool getMACAddress(unsigned char* mac6);

@@ -1,0 +1,9 @@
+#pragma once
+
+#include <string_view>
+
+#include "osal/osal_hostnet.h"
+
+/// The kind of an interface from its hardware type (ARPHRD_...) and the DEVTYPE of its uevent file,
+/// which is empty for plain wired ones.
+HostInterfaceKind linkKind(unsigned int hardwareType, std::string_view deviceType);
