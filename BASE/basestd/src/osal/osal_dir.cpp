@@ -85,16 +85,18 @@ int OSAL_Dir::closeDir(bool mustBeOpen, bool warnOnly) {
     QDLOG(OSAL, ERR, "Invalid handle (closeDir)");
     return -1;
   }
-  const auto handle = reinterpret_cast<std::uintptr_t>(dir);  // a number survives the closing
+  // The messages need the handle as a number only. Volatile, or g++ -O3 takes its uses for the
+  // handle's.
+  const volatile auto number = reinterpret_cast<std::uintptr_t>(dir);
   const int result = ::closedir(dir);
   const int error = errno;
   dir = nullptr;
   if (result != 0) {
     QDLOG(OSAL, warnOnly ? WRN : ERR,
-          "Cannot close (" << error << ") directory (" << reinterpret_cast<void*>(handle) << ")");
+          "Cannot close (" << error << ") directory (" << reinterpret_cast<void*>(number) << ")");
     return -1;
   }
-  QDLOG(OSAL, INF, "Directory closed (" << reinterpret_cast<void*>(handle) << ")");
+  QDLOG(OSAL, INF, "Directory closed (" << reinterpret_cast<void*>(number) << ")");
   return 0;
 }
 
