@@ -1,0 +1,152 @@
+#include "Scenario.h"
+
+#include <gtest/gtest.h>
+#include <sys/utsname.h>
+
+#include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/predicate.hpp>
+#include <boost/algorithm/string/replace.hpp>
+
+namespace {
+
+/// Everything observed, or expected, as one text: a failing comparison shows where it differs.
+std::string transcript(const std::string& ended, const std::string& log,
+                       const std::string& requests, const std::string& calls,
+                       const std::string& files) {
+  return ended + "\n--- log\n" + log + "--- requests\n" + requests + "--- calls\n" + calls +
+         "--- files\n" + files;
+}
+
+std::string text(const std::vector<std::string>& lines) {
+  std::string result;
+  for (const std::string& line : lines) result += line + "\n";
+  return result;
+}
+
+/// The expected lines: names filled in, empty lines dropped.
+std::string expectedText(const std::string& block, const Texts& texts) {
+  std::vector<std::string> lines = splitLines(fillIn(block, texts));
+  std::erase(lines, "");
+  return text(lines);
+}
+
+std::vector<std::string> withoutProgress(std::vector<std::string> log) {
+  std::erase_if(log, [](const auto& line) { return boost::starts_with(line, "NFY Loading "); });
+  return log;
+}
+
+std::vector<std::string> requestLines(const ScriptedServer& server) {
+  std::vector<std::string> lines;
+  for (const auto& request : server.requests()) lines.push_back(request.line);
+  return lines;
+}
+
+Script overlaid(Script script, const Script& changes) {
+  for (const auto& [path, answers] : changes) script[path] = answers;
+  return script;
+}
+
+/// The script with the names in its paths, headers and bodies filled in.
+Script filled(const Script& script, const Texts& texts) {
+  Script result;
+  for (const auto& [path, answers] : script) {
+    auto& filledAnswers = result[fillIn(path, texts)] = answers;
+    for (Answer& answer : filledAnswers) {
+      for (auto& [header, value] : answer.headers) value = fillIn(value, texts);
+      for (const auto& [name, value] : texts) boost::replace_all(answer.body, name, value);
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+const std::string& goodPackage() {
+  static const std::string kPackage = [] {
+    std::string bytes;
+    for (int i = 0; i < 20000; ++i) bytes += static_cast<char>(i * i % 251);
+    return bytes;
+  }();
+  return kPackage;
+}
+
+const std::string& goodDigest() {
+  static const std::string kDigest = md5Of(goodPackage());
+  return kDigest;
+}
+
+std::string fillIn(const std::string& text, const Texts& texts) {
+  std::string result = text;
+  for (bool changed = true; changed;) {
+    const std::string before = result;
+    for (const auto& [name, value] : texts) boost::replace_all(result, name, value);
+    changed = result != before;
+  }
+  return result;
+}
+
+Texts machineTexts() {
+  utsname machine{};
+  ::uname(&machine);
+  const std::string name = machine.machine;
+  if (name == "x86_64") {
+    return {{"{M}", name},     {"{A}", "amd64"}, {"{Mac}", "amd64"},
+            {"{Kesa}", "x64"}, {"{N}", "1"},     {"{Other}", "2"}};
+  }
+  if (name == "aarch64") {
+    return {{"{M}", name},       {"{A}", "aarch64"}, {"{Mac}", "arm64"},
+            {"{Kesa}", "ARM64"}, {"{N}", "2"},       {"{Other}", "1"}};
+  }
+  return {};
+}
+
+Script linuxServer() {
+  return {{"/linux/{A}/version_long.txt", {ok("7.2.1.15\n")}},
+          {"/linux/{A}/setup.deb", {ok(goodPackage())}},
+          {"/linux/{A}/setup.deb.md5", {ok(goodDigest() + "  setup.deb\n")}}};
+}
+
+void check(const Scenario& scenario, const std::string& executable, const Script& good,
+           Texts texts) {
+  ScriptedServer server(filled(overlaid(good, scenario.script), texts));
+  UpdateRun run(executable);
+  for (const auto& [name, body] : scenario.commands) run.command(name, body);
+  texts.insert({{"{S}", server.url()},
+                {"{H}", hexAddress(server.url())},
+                {"{T}", run.temp()},
+                {"{V}", "7.2.0.1"},
+                {"{D}", goodDigest()},
+                {"{B}", std::to_string(goodPackage().size())},
+                {"{blank}", " "}});
+  if (scenario.prepare) scenario.prepare(run, texts);
+  std::vector<std::string> args;
+  for (const std::string& arg : scenario.args) args.push_back(fillIn(arg, texts));
+
+  const Outcome outcome = run.run(args);
+
+  EXPECT_EQ(transcript(outcome.ended, text(withoutProgress(outcome.log)),
+                       text(requestLines(server)), text(outcome.calls), text(outcome.files)),
+            transcript(scenario.ended, expectedText(scenario.log, texts),
+                       expectedText(scenario.requests, texts), expectedText(scenario.calls, texts),
+                       expectedText(scenario.files, texts)));
+  EXPECT_LE(server.connections(), 1) << "one connection serves the whole run";
+  EXPECT_EQ(outcome.err, "");
+}
+
+LinuxUpdate::LinuxUpdate(const Script& changes)
+    : server(filled(overlaid(linuxServer(), changes), machineTexts())) {}
+
+std::vector<std::string> LinuxUpdate::args(const std::string& option) const {
+  std::vector<std::string> result = {hexAddress(server.url()), "7.2.0.1"};
+  if (!option.empty()) result.insert(result.begin(), option);
+  return result;
+}
+
+void expectUpdated(const Outcome& outcome, const UpdateRun& run) {
+  const std::string package = run.temp("setup.deb");
+  EXPECT_EQ(
+      text({outcome.ended}) + text(outcome.calls),
+      text({"exit 0", "systemctl stop qdagent", "dpkg -i " + package, "systemctl start qdagent"}))
+      << text(outcome.log);
+  EXPECT_TRUE(readFile(package) == goodPackage()) << "another package was installed";
+}
