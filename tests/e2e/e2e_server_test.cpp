@@ -129,12 +129,15 @@ TEST(Progress, IsLoggedInTens) {
 
 Answer endless() { return {.body = std::string(1 << 20, '7'), .length = "", .endless = true}; }
 
-Answer manyHeaders(int count, const std::string& length = "*") {
-  Answer answer{.body = "7.2.1.15"};
-  for (int i = 0; i < count; ++i) {
-    answer.headers.emplace_back("X-" + std::to_string(i), std::string(100, 'x'));
-  }
-  answer.length = length;
+Answer endlessHeaders() {
+  std::string headers;
+  for (int i = 0; i < 1000; ++i) headers += "X-" + std::to_string(i) + ": more\r\n";
+  return {.body = headers, .endless = true, .raw = "HTTP/1.1 200 OK\r\n"};
+}
+
+Answer manyHeaders(int count, const std::string& length) {
+  Answer answer{.length = length};
+  for (int i = 0; i < count; ++i) answer.headers.emplace_back("X-" + std::to_string(i), "more");
   return answer;
 }
 
@@ -180,7 +183,7 @@ std::vector<Fault> faults() {
        "exit 6",
        "WRN Downloaded size is 20001 bytes. Expected size is 20000 bytes - try again"},
       {"HeaderFlood",
-       {{kVersion, {manyHeaders(200000)}}},
+       {{kVersion, {endlessHeaders()}}},
        "exit 2",
        "ERR Failed to download version:  [-1]"},
       {"LengthBehindTooManyHeaders",
@@ -219,10 +222,6 @@ std::vector<Fault> faults() {
        {{kHead, {sizeTold("many")}}},
        "exit 2",
        "ERR Request {F}/setup.deb failed : [8] -> Weird server reply"},
-      {"SmallSizeIsNoNumber",
-       {{kHead, {Answer{.headers = {{"content-length", "many"}}, .length = "", .chunked = true}}}},
-       "exit 11",
-       "ERR Exception : stoull"},
       {"SizeBeyondNumbers",
        {{kHead, {sizeTold("99999999999999999999")}}},
        "exit 11",
@@ -231,7 +230,10 @@ std::vector<Fault> faults() {
        {{kHead, {sizeTold("9223372036854775807")}}},
        "exit 6",
        "NFY File size for {F}/setup.deb is 9223372036854775807 bytes"},
-      {"NegativeSize", {{kHead, {sizeTold("-1")}}}, "exit 2", ""},
+      {"NegativeSize",
+       {{kHead, {sizeTold("-1")}}},
+       "exit 2",
+       "ERR Request {F}/setup.deb failed : [8] -> Weird server reply"},
       {"VersionWithLineFeed",
        {{kVersion, {ok("bad\x1b[31m\nNFY forged")}}},
        "exit 5",
@@ -241,7 +243,7 @@ std::vector<Fault> faults() {
        "exit 5",
        "ERR Invalid version_long.txt bad"},
       {"DefinitionNestedDeeply",
-       {{kDefinition, {ok(std::string(1 << 20, '['))}}},
+       {{kDefinition, {ok(std::string(100000, '['))}}},
        "exit 11",
        "ERR Exception : Fail to parse agent_setup_def file"},
   };
@@ -316,22 +318,24 @@ TEST(DefinitionFile, NamesOutsideTheFolderAreRefused) {
 
 TEST(DefinitionFile, NamesReachTheCommandAsTheyAre) {
   QD_NEEDS_ROOT();
-  // JSON text of the name, and the name; what the shell must not see is in each.
+  // The name as JSON, as it is, and as it is asked for when that is not the same.
   constexpr struct {
     const char* json;
     const char* name;
+    const char* asked;
   } kNames[] = {
-      {"a;touch${IFS}pwned;.deb", "a;touch${IFS}pwned;.deb"},
-      {"$(touch${IFS}pwned).deb", "$(touch${IFS}pwned).deb"},
-      {"`touch${IFS}pwned`.deb", "`touch${IFS}pwned`.deb"},
-      {"a'&touch${IFS}pwned&'.deb", "a'&touch${IFS}pwned&'.deb"},
-      {"a\\\"|touch${IFS}pwned|\\\".deb", "a\"|touch${IFS}pwned|\".deb"},
-      {"~*$HOME!(a)[a-z]{1,2}<>.deb", "~*$HOME!(a)[a-z]{1,2}<>.deb"},
-      {"m\\u00fcnchen+1.0~rc@2%20=,:.deb", "m\xc3\xbcnchen+1.0~rc@2%20=,:.deb"},
+      {"a;touch${IFS}pwned;.deb", "a;touch${IFS}pwned;.deb", ""},
+      {"$(touch${IFS}pwned).deb", "$(touch${IFS}pwned).deb", ""},
+      {"`touch${IFS}pwned`.deb", "`touch${IFS}pwned`.deb", ""},
+      {"a'&touch${IFS}pwned&'.deb", "a'&touch${IFS}pwned&'.deb", ""},
+      {"a\\\"|touch${IFS}pwned|\\\".deb", "a\"|touch${IFS}pwned|\".deb", ""},
+      {"~*$HOME!(a)[a-z]{1,2}<>.deb", "~*$HOME!(a)[a-z]{1,2}<>.deb", ""},
+      {"m\\u00fcn+1.0~rc@2%20=,:.deb", "m\xc3\xbcn+1.0~rc@2%20=,:.deb",
+       "m%c3%bcn+1.0~rc@2%20=,:.deb"},
   };
-  for (const auto& [json, name] : kNames) {
+  for (const auto& [json, name, asked] : kNames) {
     SCOPED_TRACE(name);
-    const std::string url = std::string("/p/") + name;
+    const std::string url = std::string("/p/") + (*asked != '\0' ? asked : name);
     LinuxUpdate update({{kDefinition, {ok(definition(json, "{N}"))}},
                         {"/p/v", {ok("7.2.1.15")}},
                         {"/p/h", {ok(goodDigest() + " ")}},
@@ -342,7 +346,7 @@ TEST(DefinitionFile, NamesReachTheCommandAsTheyAre) {
     EXPECT_THAT(outcome.calls,
                 ElementsAre("systemctl stop qdagent", "dpkg -i " + update.run.temp(name), "2",
                             "systemctl start qdagent"));
-    EXPECT_THAT(outcome.files, Not(Contains(HasSubstr("pwned"))));
+    EXPECT_THAT(outcome.files, Not(Contains(HasSubstr("work/"))));
   }
 }
 

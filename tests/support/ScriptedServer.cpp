@@ -130,7 +130,7 @@ bool ScriptedServer::send(Socket& socket, const Answer& answer, bool headOnly,
   error_code failed;
   if (!answer.raw.empty()) {
     asio::write(socket, asio::buffer(answer.raw), failed);
-    return false;
+    return answer.endless && writeEndless(socket, answer.body);
   }
   const bool whole = !headOnly && !answer.paced && !answer.endless;
   http::response<http::string_body> response;

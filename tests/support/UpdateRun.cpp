@@ -117,6 +117,7 @@ std::string md5Of(const std::string& data) {
 }
 
 std::string readFile(const std::string& path) {
+  if (!fs::is_regular_file(path)) return {};
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }

@@ -30,6 +30,7 @@ std::string hexAddress(const std::string& address);
 /// The lower-case hexadecimal MD5 digest.
 std::string md5Of(const std::string& data);
 
+/// The content of a regular file, else empty.
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
 std::vector<std::string> splitLines(const std::string& text);
