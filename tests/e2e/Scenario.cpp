@@ -148,5 +148,5 @@ void expectUpdated(const Outcome& outcome, const UpdateRun& run) {
       text({outcome.ended}) + text(outcome.calls),
       text({"exit 0", "systemctl stop qdagent", "dpkg -i " + package, "systemctl start qdagent"}))
       << text(outcome.log);
-  EXPECT_TRUE(readFile(package) == goodPackage()) << "another package was installed";
+  EXPECT_TRUE(content(package) == goodPackage()) << "another package was installed";
 }

@@ -100,7 +100,7 @@ TEST(SharedFolder, WhatIsInTheWayIsNeitherFollowedNorUsed) {
 
       expectOurOwn(update.run.temp(target), mode);
       EXPECT_NE(statOf(update.run.temp(target)).st_ino, keptInfo.st_ino);
-      EXPECT_EQ(readFile(canary), kCanaryText);
+      EXPECT_EQ(content(canary), kCanaryText);
       EXPECT_EQ(statOf(canary).st_mode, before.st_mode);
       EXPECT_EQ(statOf(canary).st_mtim.tv_nsec, before.st_mtim.tv_nsec);
       EXPECT_FALSE(fs::exists(canary + ".new"));
@@ -152,7 +152,7 @@ TEST(SharedFolder, BackupOfTheLogIsNotFollowed) {
   const Outcome outcome = update.go();
   expectUpdated(outcome, update.run);
   EXPECT_EQ(outcome.log.front(), "NFY Check Update");
-  EXPECT_EQ(readFile(canary), kCanaryText);
+  EXPECT_EQ(content(canary), kCanaryText);
   EXPECT_EQ(fs::file_size(update.run.temp("agent_upd.bak")), 0x500000U);
 }
 
@@ -171,7 +171,7 @@ const Swap kSwaps[] = {
      }},
     {"another file of the same size and time",
      [](const std::string& package) {
-       std::string evil = readFile(package);
+       std::string evil = content(package);
        evil[0] = static_cast<char>(evil[0] + 1);
        writeFile(package + ".new", evil);
        fs::last_write_time(package + ".new", fs::last_write_time(package));
@@ -185,7 +185,7 @@ const Swap kSwaps[] = {
      }},
     {"changed in place",
      [](const std::string& package) {
-       std::string evil = readFile(package);
+       std::string evil = content(package);
        evil[0] = static_cast<char>(evil[0] + 1);
        writeFile(package, evil);
      }},
@@ -213,7 +213,7 @@ TEST(VerifiedPackage, SwappedAfterItsCheckIsNotInstalled) {
           Contains(HasSubstr("WRN Re-download setup file because current one has a wrong hash: ")));
       // The next attempt brings the good package.
       expectUpdated(outcome, update.run);
-      EXPECT_TRUE(readFile(update.run.side("calls.installed")) == goodPackage());
+      EXPECT_TRUE(content(update.run.side("calls.installed")) == goodPackage());
     }
   }
 }
@@ -240,7 +240,7 @@ TEST(VerifiedPackage, LockedByAnotherRunIsLeftToIt) {
   EXPECT_EQ(outcome.ended, "exit 2");
   EXPECT_THAT(outcome.log, Contains("ERR 'Fail to download setup file: [-1]"));
   EXPECT_THAT(outcome.calls, IsEmpty());
-  EXPECT_EQ(readFile(update.package()), "of the other run");
+  EXPECT_EQ(content(update.package()), "of the other run");
 }
 
 // --- the lock is written whole
@@ -273,12 +273,12 @@ TEST(Lock, IsNeverLeftEmpty) {
     const Outcome outcome = update.go();
     EXPECT_EQ(outcome.ended, ended);
     EXPECT_EQ(fs::exists(lock), after != nullptr);
-    EXPECT_EQ(readFile(lock), after != nullptr ? after : "");
+    EXPECT_EQ(content(lock), after != nullptr ? after : "");
 
     // The next run is not blocked by what this one left.
     update.run.inChild = nullptr;
     expectUpdated(update.go(), update.run);
-    EXPECT_THAT(readFile(lock), testing::MatchesRegex("[0-9]{13}\n"));
+    EXPECT_THAT(content(lock), testing::MatchesRegex("[0-9]{13}\n"));
   }
 }
 

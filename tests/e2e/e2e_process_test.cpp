@@ -96,7 +96,7 @@ TEST(Arguments, AddressTooLongPrintsTheUsage) {
     const Outcome outcome = run.run({"-D", hex, "7.2.0.1"});
     EXPECT_EQ(outcome.ended, "exit 1");
     EXPECT_THAT(outcome.log, ElementsAre("EXCP:ERR NET: convertHexStrNullToBin: Buffer too small"));
-    EXPECT_EQ(outcome.out, readFile(run.temp("agent_upd.log")) + kUsage);
+    EXPECT_EQ(outcome.out, content(run.temp("agent_upd.log")) + kUsage);
   }
 }
 
@@ -107,7 +107,7 @@ TEST(Arguments, EchoIsTheLog) {
     LinuxUpdate update;
     const Outcome outcome = update.go(option);
     EXPECT_EQ(outcome.ended, "exit 0");
-    EXPECT_EQ(outcome.out, *option == '\0' ? "" : readFile(update.run.temp("agent_upd.log")));
+    EXPECT_EQ(outcome.out, *option == '\0' ? "" : content(update.run.temp("agent_upd.log")));
   }
 }
 
@@ -200,7 +200,7 @@ TEST(Start, IsMadeGoodWhateverWasInherited) {
     EXPECT_EQ(outcome.log.back(), "NFY Agent Update done");
     EXPECT_EQ(std::count(outcome.log.begin(), outcome.log.end(), "NFY Check Update"), 1);
     EXPECT_THAT(outcome.log, Not(Contains(HasSubstr("noise"))));
-    EXPECT_EQ(readFile(update.run.side("calls.seen")),
+    EXPECT_EQ(content(update.run.side("calls.seen")),
               fillIn(expected, {{"{bin}", update.run.side("bin")},
                                 {"{pid}", std::to_string(update.run.pid())}}));
   }
@@ -324,7 +324,7 @@ TEST(Log, IsInTheDataFolderOfTheInstance) {
     const Outcome outcome = run.run({"", "none"});
     if (outcome.ended == "exit 99") GTEST_SKIP() << "needs a mount namespace";
     EXPECT_EQ(outcome.ended, "exit 4");
-    EXPECT_EQ(logRecords(readFile(run.side(log))).front(), "NFY Check Update");
+    EXPECT_EQ(logRecords(content(run.side(log))).front(), "NFY Check Update");
   }
 }
 
@@ -332,9 +332,9 @@ TEST(Log, IsAppendedTo) {
   QD_NEEDS_ROOT();
   LinuxUpdate update;
   update.go();
-  const std::string first = readFile(update.run.temp("agent_upd.log"));
+  const std::string first = content(update.run.temp("agent_upd.log"));
   update.go();  // held by the first run's lock
-  const std::string both = readFile(update.run.temp("agent_upd.log"));
+  const std::string both = content(update.run.temp("agent_upd.log"));
   EXPECT_EQ(both.substr(0, first.size()), first);
   EXPECT_EQ(logRecords(both.substr(first.size())).size(), 5U);
 }

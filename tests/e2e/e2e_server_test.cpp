@@ -108,7 +108,7 @@ TEST(Progress, IsLoggedInTens) {
   const auto untilLogged = [&](int tenth) {
     const std::string line = "NFY Loading " + std::to_string(tenth * 10) + "%";
     for (int pause = 0; pause < 2000; ++pause) {
-      const auto log = logRecords(readFile(running->temp("agent_upd.log")));
+      const auto log = logRecords(content(running->temp("agent_upd.log")));
       if (std::find(log.begin(), log.end(), line) != log.end()) return;
       ::usleep(2000);
     }

@@ -109,7 +109,7 @@ Nginx::Nginx() {
   for (int attempt = 0; attempt < 5; ++attempt) {
     if (start(freePort(), freePort())) return;
   }
-  throw std::runtime_error("nginx does not start: " + readFile(folder_ / "error.log"));
+  throw std::runtime_error("nginx does not start: " + content(folder_ / "error.log"));
 }
 
 bool Nginx::start(unsigned short port, unsigned short tlsPort) {
@@ -144,5 +144,5 @@ Nginx::~Nginx() {
 }
 
 std::vector<std::string> Nginx::accessLog() const {
-  return splitLines(readFile(folder_ / "access.log"));
+  return splitLines(content(folder_ / "access.log"));
 }

@@ -23,7 +23,8 @@ struct Answer {
   bool chunked = false;
   /// The body is repeated until the client goes away.
   bool endless = false;
-  /// Sent in place of everything above, only followed by an endless body; the connection is then cut.
+  /// Sent in place of everything above, only followed by an endless body; the connection is then
+  /// cut.
   std::string raw = {};
   /// When set, the body goes out in ten pieces; called after each with its number, 1 to 10.
   std::function<void(int piece)> paced = {};

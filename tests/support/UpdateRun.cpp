@@ -20,8 +20,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -116,16 +114,6 @@ std::string md5Of(const std::string& data) {
   return hexAddress(std::string(digest.begin(), digest.begin() + size));
 }
 
-std::string readFile(const std::string& path) {
-  if (!fs::is_regular_file(path)) return {};
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void writeFile(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
-
 std::vector<std::string> splitLines(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream in(text);
@@ -213,10 +201,10 @@ Outcome UpdateRun::finish() {
   outcome.ended = timedOut            ? "timed out"
                   : WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
                                       : "signal " + std::to_string(WTERMSIG(status));
-  outcome.log = logRecords(readFile(temp("agent_upd.log")));
-  outcome.out = readFile(side("out"));
-  outcome.err = readFile(side("err"));
-  outcome.calls = splitLines(readFile(side("calls")));
+  outcome.log = logRecords(content(temp("agent_upd.log")));
+  outcome.out = content(side("out"));
+  outcome.err = content(side("err"));
+  outcome.calls = splitLines(content(side("calls")));
   outcome.files = namesIn(temp(), "");
   for (std::string& name : namesIn(side("work"), "work/")) outcome.files.push_back(name);
   std::sort(outcome.files.begin(), outcome.files.end());
@@ -250,7 +238,7 @@ bool LineGate::readLine(int milliseconds) {
 bool LineGate::holdAt(const UpdateRun& run, const std::string& text) {
   constexpr int kPauses = 5000;
   for (int pause = 0; pause < kPauses; ++pause) {
-    const std::vector<std::string> log = logRecords(readFile(run.temp("agent_upd.log")));
+    const std::vector<std::string> log = logRecords(content(run.temp("agent_upd.log")));
     // The line read, the line in the pipe, and the one in the log whose echo waits.
     if (log.size() < linesRead_ + 2) {
       std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Files.h"
 #include "TempFolder.h"
 #include "osal/osal_scoped.h"
 
@@ -30,9 +31,6 @@ std::string hexAddress(const std::string& address);
 /// The lower-case hexadecimal MD5 digest.
 std::string md5Of(const std::string& data);
 
-/// The content of a regular file, else empty.
-std::string readFile(const std::string& path);
-void writeFile(const std::string& path, const std::string& content);
 std::vector<std::string> splitLines(const std::string& text);
 
 /// The lines of a log, stamp and source location cut: "NFY text" for module ROOT, "EXCP:ERR text"
