@@ -9,7 +9,10 @@ std::string shellWord(const std::string& text) {
   static constexpr std::string_view kPlain =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+:=@%,-";
   if (text.find_first_not_of(kPlain) == std::string::npos) return text;
-  return "'" + boost::replace_all_copy(text, "'", "'\\''") + "'";
+  std::string quoted = "'";
+  quoted += boost::replace_all_copy(text, "'", "'\\''");
+  quoted += '\'';
+  return quoted;
 }
 
 std::string shellQuotedText(const std::string& text) {
