@@ -202,6 +202,7 @@ Updater::Stop Updater::querySize(UpdateRun& run) {
 Updater::Stop Updater::obtainPackage(UpdateRun& run) {
   for (;;) {
     if (const Stop stop = downloadVerified(run)) return stop;
+    httpClient.cleanup();  // the commands that follow must not inherit its sockets
     if (const Stop stop = attachImage(run)) return stop;
     if (run.package.isUntouched(usesDiskImage())) return std::nullopt;
     // Somebody exchanged the package after its verification: it counts as one with a wrong digest.

@@ -36,13 +36,14 @@ WRN Failed to get agent setup definition file - use legacy definition)"},
       {"{parameters}", R"(
 NFY version url = {F}/version_long.txt
 NFY setup url   = {F}/{P}
-NFY setup path  = {T}/{P}
+NFY setup path  = {local}
 NFY hash url    = {F}/{P}.md5
 NFY star cmd    = launchctl load /Library/LaunchDaemons/com.qdagent.plist
 NFY stop cmd    = launchctl unload /Library/LaunchDaemons/com.qdagent.plist
 NFY install cmd = {install})"},
       {"{F}", "{S}/macosx"},
       {"{P}", "TideKeeper.dmg"},
+      {"{local}", "{T}/{P}"},
       {"{install}", "installer -target / -pkg{blank}"},
       {"{not the first four}", R"(
 ERR Request {F}/setup.pkg failed : [404]
@@ -181,7 +182,11 @@ ERR Exception : Failed to get any correct setup paths)",
        .files = "{locked}"},
       {.name = "NoPackage",
        .script = {{"/macosx/TideKeeper.dmg", {}}},
-       .prepare = [](UpdateRun&, Texts& texts) { texts["{P}"] = ""; },
+       .prepare =
+           [](UpdateRun&, Texts& texts) {
+             texts["{P}"] = "";
+             texts["{local}"] = "{T}";
+           },
        .ended = "exit 2",
        .log = R"(
 {opening}
