@@ -1,3 +1,4 @@
 #include "base/sysdef/tunablesValues.h"
 
-bool QD_AGENT_NAS = false;
+#define QD_TUNABLE QD_DEFINE_TUNABLE
+#include "base/sysdef/tunablesOVT.def"

@@ -1,4 +1,8 @@
 #pragma once
 
-/// The machine is network-attached storage; the system's flag word tells.
-extern bool QD_AGENT_NAS;
+#include "sysdef/qdTunableTypes.h"
+
+// The agent suite's tunables: one variable each, named like its key, read where it is used. They
+// are set before threads start.
+#define QD_TUNABLE QD_DECLARE_TUNABLE
+#include "base/sysdef/tunablesOVT.def"

@@ -1,4 +1,4 @@
 #include "sysdef/qdTunablesBaseValues.h"
 
-std::uint32_t BASE_DEFAULT_THREAD_STACK = 1048576;
-std::uint32_t BASE_POSIX_PRIORITY_DELTA = 4;
+#define QD_TUNABLE QD_DEFINE_TUNABLE
+#include "sysdef/qdTunablesBase.def"

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <cstdint>
+#include "sysdef/qdTunableTypes.h"
 
-/// Stack size, in bytes, of threads that are started without one of their own.
-extern std::uint32_t BASE_DEFAULT_THREAD_STACK;
-
-/// How far the process's priority is raised or lowered, in nice values.
-extern std::uint32_t BASE_POSIX_PRIORITY_DELTA;
+// The base library's tunables: one variable each, named like its key, read where it is used. They
+// are set before threads start.
+#define QD_TUNABLE QD_DECLARE_TUNABLE
+#include "sysdef/qdTunablesBase.def"

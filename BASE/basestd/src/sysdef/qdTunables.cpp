@@ -1,0 +1,236 @@
+#include "sysdef/qdTunables.h"
+
+#include <limits>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+
+#include "sysdef/qdTunableTypes.h"
+#include "tools/QDException.h"
+#include "tools/QDSys.h"
+
+namespace {
+
+constexpr unsigned int kMaxKey = 64;
+constexpr unsigned int kMaxValue = qdtunable::kMaxValue;
+
+/// Values by key.
+using Pairs = std::map<std::string, std::string, std::less<>>;
+
+/// A text between double quotes.
+struct Quoted {
+  const char* text;
+  explicit Quoted(const std::string& string) : text(string.c_str()) {}
+};
+
+QDStreamLogger& operator<<(QDStreamLogger& out, const Quoted& quoted) {
+  return out << '"' << quoted.text << '"';
+}
+
+/// How every message about the value of one record starts.
+struct About {
+  const QDTunablesS& record;
+};
+
+QDStreamLogger& operator<<(QDStreamLogger& out, const About& about) {
+  return out << "Tunables - \"" << about.record.name << "\" -> ";
+}
+
+// --- Reading the text ----------------------------------------------------------------------------
+
+bool isLineEnd(unsigned char c) { return c == '\n' || c == '\r'; }
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+bool isKeyCharacter(unsigned char c) {
+  return (c >= 'A' && c <= 'Z') || isDigit(static_cast<char>(c)) || c == '_';
+}
+
+bool isValueCharacter(unsigned char c) { return c != '\0' && !isLineEnd(c); }
+
+const unsigned char* skipSpaces(const unsigned char* at) {
+  while (*at == ' ') ++at;
+  return at;
+}
+
+/// The start of the next line that is not empty, or the end of the text.
+const unsigned char* skipLine(const unsigned char* at) {
+  while (isValueCharacter(*at)) ++at;
+  while (isLineEnd(*at)) ++at;
+  return at;
+}
+
+/// How many characters from `at` on belong to its run; looks at no more than `limit`.
+unsigned int runLength(const unsigned char* at, bool (*belongs)(unsigned char),
+                       unsigned int limit) {
+  unsigned int length = 0;
+  while (length < limit && belongs(at[length])) ++length;
+  return length;
+}
+
+/// The `length` characters at `at`; nothing, after logging, when the copy is refused.
+std::optional<std::string> copied(const unsigned char* at, unsigned int length, const char* what) {
+  try {
+    std::string copy(length, '\0');
+    QDSys::memcpy(copy.data(), at, length);
+    return copy;
+  } catch (const QDException& e) {
+    qdTraceException(e, "ECSP");
+    QDLOG(PRFS, ERR, "Tunables - cannot read " << what << " -> skip line");
+    return std::nullopt;
+  }
+}
+
+/// Adds the pair of one line, if it holds one and its key is new.
+void readLine(const unsigned char* at, Pairs& pairs) {
+  at = skipSpaces(at);
+  if (at[0] == '/' && at[1] == '/') {
+    QDLOG(PRFS, INF, "Tunables - // comment found -> skip line");
+    return;
+  }
+  const unsigned int keyLength = runLength(at, isKeyCharacter, kMaxKey + 1);
+  if (keyLength == 0 || keyLength > kMaxKey) {
+    QDLOG(PRFS, ERR, "Tunables - bad read name -> skip line : " << QDLogBlob(at, keyLength));
+    return;
+  }
+  std::optional<std::string> key = copied(at, keyLength, "name");
+  if (!key) return;
+
+  at = skipSpaces(at + keyLength);
+  if (*at != '=') {
+    QDLOG(PRFS, ERR,
+          "Tunables - cannot find '=' ('0x" << QDStreamLogger::Hex << static_cast<unsigned int>(*at)
+                                            << QDStreamLogger::Dec
+                                            << "') for key = " << Quoted(*key) << " -> skip line");
+    return;
+  }
+  at = skipSpaces(at + 1);
+  const unsigned int valueLength = runLength(at, isValueCharacter, kMaxValue + 1);
+  if (valueLength > kMaxValue) {
+    QDLOG(PRFS, ERR,
+          "Tunables - read value too long -> skip line : " << QDLogBlob(at, valueLength));
+    return;
+  }
+  std::optional<std::string> value = copied(at, valueLength, "value");
+  if (!value) return;
+  QDLOG(PRFS, DBG, "Tunables - value found for key = " << Quoted(*key) << " -> " << Quoted(*value));
+  pairs.try_emplace(std::move(*key), std::move(*value));
+}
+
+Pairs readPairs(const unsigned char* text) {
+  Pairs pairs;
+  for (const unsigned char* line = text; *line != '\0'; line = skipLine(line)) {
+    readLine(line, pairs);
+  }
+  return pairs;
+}
+
+// --- Applying a value ----------------------------------------------------------------------------
+
+/// The number that `value` starts with, 0 when it starts with none.
+std::uint64_t readNumber(const QDTunablesS& record, const std::string& value) {
+  constexpr std::uint64_t kRoomForADigit = std::uint64_t{1} << 60;
+  std::uint64_t number = 0;
+  for (const char c : value) {
+    if (!isDigit(c)) break;
+    if (number >= kRoomForADigit) {
+      QDLOG(PRFS, ERR,
+            About{record} << "Value too big for u64 (" << Quoted(value) << ") ; truncate to "
+                          << number);
+      break;
+    }
+    number = number * 10 + static_cast<std::uint64_t>(c - '0');
+  }
+  return number;
+}
+
+std::uint64_t clamped(const QDTunablesS& record, std::uint64_t number) {
+  if (number > record.max) {
+    QDLOG(PRFS, WRN,
+          About{record} << "Value too big for max = " << record.max << " (" << number
+                        << ") ; set to max value");
+    return record.max;
+  }
+  if (number < record.min) {
+    QDLOG(PRFS, WRN,
+          About{record} << "Value too low for min = " << record.min << " (" << number
+                        << ") ; set to min value");
+    return record.min;
+  }
+  return number;
+}
+
+void applyU32(const QDTunablesS& record, const std::string& value) {
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::uint32_t>::max();
+  std::uint64_t number = clamped(record, readNumber(record, value));
+  if (number > kLargest) {
+    QDLOG(PRFS, ERR, About{record} << "Value too big for u32 (" << number << ") ; set to max u32");
+    number = kLargest;
+  }
+  *static_cast<std::uint32_t*>(record.value) = static_cast<std::uint32_t>(number);
+  QDLOG(PRFS, INF, About{record} << "Value (U32) updated to : " << number);
+}
+
+void applyU64(const QDTunablesS& record, const std::string& value) {
+  const std::uint64_t number = clamped(record, readNumber(record, value));
+  *static_cast<std::uint64_t*>(record.value) = number;
+  QDLOG(PRFS, INF, About{record} << "Value (U64) updated to : " << number);
+}
+
+void applyBool(const QDTunablesS& record, const std::string& value) {
+  if (value != "true" && value != "false") {
+    QDLOG(PRFS, ERR,
+          About{record} << "Value (BOOL) cannot be updated (bad value) : " << Quoted(value));
+    return;
+  }
+  const bool on = value == "true";
+  *static_cast<bool*>(record.value) = on;
+  QDLOG(PRFS, INF, About{record} << "Value (BOOL) updated to " << on);
+}
+
+void applyStr(const QDTunablesS& record, const std::string& value) {
+  try {
+    QDSys::strncpy(static_cast<unsigned char*>(record.value),
+                   reinterpret_cast<const unsigned char*>(value.c_str()), sizeof(qdtunable::STR),
+                   true);
+    QDLOG(PRFS, INF, About{record} << "Value (STR) updated to : " << Quoted(value));
+  } catch (const QDException& e) {
+    qdTraceException(e, "ECSP");
+    QDLOG(PRFS, ERR,
+          About{record} << "Error updating with string (inconsistant truncated value) : "
+                        << Quoted(value));
+  }
+}
+
+void apply(const QDTunablesS& record, const std::string& value) {
+  switch (record.type) {
+    case QD_TUNABLE_TYPE_BOOL:
+      return applyBool(record, value);
+    case QD_TUNABLE_TYPE_U32:
+      return applyU32(record, value);
+    case QD_TUNABLE_TYPE_U64:
+      return applyU64(record, value);
+    case QD_TUNABLE_TYPE_STR:
+      return applyStr(record, value);
+    case QD_TUNABLE_TYPE_UNDEF:
+      break;
+  }
+  QDLOG(PRFS, ERR, "Tunables - unmanaged type = " << record.type);
+}
+
+}  // namespace
+
+void QDTunables::tunablesUpdate(const unsigned char* text, const QDTunablesS* table,
+                                unsigned int count) {
+  try {
+    const Pairs pairs = readPairs(text);
+    for (const QDTunablesS& record : std::span(table, count)) {
+      const auto pair = pairs.find(record.name);
+      if (pair != pairs.end()) apply(record, pair->second);
+    }
+  } catch (...) {
+    QDLOG(PRFS, ERR, "Tunables - unexpected error while updating");
+  }
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+
+#include "logging/QDEnums.h"
+
+/// One tunable: a named setting with a fixed type and, for numbers, a permitted range.
+struct QDTunablesS {
+  std::uint64_t min;  ///< limits of a number, inclusive; 0 and without a meaning for other types
+  std::uint64_t max;
+  QDTunableType type;
+  void* value;       ///< its variable: bool, std::uint32_t, std::uint64_t or char[8193], by type
+  const char* name;  ///< its key
+};
+
+/// What QD_TUNABLE stands for when a catalogue is included: the record of its table.
+#define QD_TUNABLE_RECORD(type, key, min, max, initial) \
+  {min, max, QD_TUNABLE_TYPE_##type, &key, #key},
+
+/// Applies tunables texts to tables of tunables.
+///
+/// A text consists of lines KEY=value, ended by line feed, carriage return or both. A key has 1 to
+/// 64 characters (A to Z, 0 to 9, "_"), a value at most 8,192, up to the end of its line. Blanks
+/// before the key and on both sides of "=" do not count. "//" starts a line that is skipped.
+class QDTunables {
+ public:
+  /// Applies the NUL-terminated `text` to the `count` records of `table`, in table order.
+  ///
+  /// The first line of a key counts; keys that no record names are ignored. Numbers are clamped to
+  /// the limits of their record; a value that a BOOL does not take leaves it as it is. Problems are
+  /// logged, and never stop the rest. Takes no lock: for the start-up, before other threads read.
+  static void tunablesUpdate(const unsigned char* text, const QDTunablesS* table,
+                             unsigned int count);
+};
