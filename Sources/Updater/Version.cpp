@@ -54,3 +54,5 @@ bool operator<(const Version& a, const Version& b) {
   return std::tie(a.major, a.minor, a.patch, a.build) <
          std::tie(b.major, b.minor, b.patch, b.build);
 }
+
+bool operator<=(const Version& a, const Version& b) { return !(b < a); }

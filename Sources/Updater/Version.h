@@ -19,13 +19,12 @@ class Version : public QDStreamLoggerImpl {
   /// Prints four dotted decimal numbers, whatever base the record has.
   void print(std::ostringstream& out) const override;
 
-  friend bool operator==(const Version& a, const Version& b);
-  friend bool operator<(const Version& a, const Version& b);
-  friend bool operator<=(const Version& a, const Version& b) { return !(b < a); }
-
- private:
   int major = -1;
   int minor = -1;
   int patch = -1;
   int build = -1;
 };
+
+bool operator==(const Version& a, const Version& b);
+bool operator<(const Version& a, const Version& b);
+bool operator<=(const Version& a, const Version& b);
