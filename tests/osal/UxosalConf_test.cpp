@@ -19,19 +19,7 @@
 #include "osal/osal_scoped.h"
 
 #if defined(__linux__)
-#include <sys/syscall.h>
-
-namespace {
-bool closesFail = false;
-}
-
-/// Takes the C library's place in this program: no file system at hand fails to close a file.
-extern "C" int close(int fd) {
-  const auto result = static_cast<int>(::syscall(SYS_close, fd));
-  if (!closesFail) return result;
-  errno = EIO;
-  return -1;
-}
+#include "PosixFaults.h"
 #endif
 
 namespace {
@@ -41,8 +29,6 @@ using namespace std::string_literals;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-std::string quoted(const std::string& path) { return '"' + path + '"'; }
 
 fs::perms permissions(const std::string& path) { return fs::status(path).permissions(); }
 
@@ -249,10 +235,14 @@ TEST_F(UxosalConfTest, APermissionThatCannotBeChangedIsAFailure) {
 TEST_F(UxosalConfTest, AFailedCloseIsNoFailure) {
   writeFile(path, "abc\n");
   char value[10] = "";
-  closesFail = true;
-  EXPECT_EQ(osal_getconfstr(path.c_str(), value, sizeof value), 0);
-  EXPECT_EQ(osal_setconfstr(path.c_str(), "def", false, true), 0);
-  closesFail = false;
+  {
+    const PosixFault fault("close", EIO);
+    EXPECT_EQ(osal_getconfstr(path.c_str(), value, sizeof value), 0);
+  }
+  {
+    const PosixFault fault("close", EIO);
+    EXPECT_EQ(osal_setconfstr(path.c_str(), "def", false, true), 0);
+  }
   EXPECT_STREQ(value, "abc");
   EXPECT_EQ(content(path), "def");
   EXPECT_EQ(permissions(path), fs::perms(0666));
@@ -364,9 +354,8 @@ TEST_F(UxosalConfTmpTest, NamesThatAreNoFile) {
 
 #if defined(__linux__)
 TEST_F(UxosalConfTmpTest, AFailedCloseIsNoFailureEither) {
-  closesFail = true;
+  const PosixFault fault("close", EIO, 1);  // the folder is closed before the file
   EXPECT_EQ(osal_setconfstrtmp(name.c_str(), "value"), 0);
-  closesFail = false;
   EXPECT_EQ(content(file), "value");
   EXPECT_THAT(ownLines(), ElementsAre("OSAL:EL2 osal_setconfstrtmp -> osal_close failed"));
 }

@@ -11,7 +11,9 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <vector>
 
+#include "ExpectCall.h"
 #include "Files.h"
 #include "LogCapture.h"
 #include "TempFolder.h"
@@ -51,12 +53,11 @@ class OSAL_DirTest : public testing::Test {
 
   /// The path of the folder with as many slashes at its end as make it `length` long.
   std::string padded(std::size_t length) const {
-    const std::string path = folder.path().string();
     return path + std::string(length - path.size(), '/');
   }
 
   const TempFolder folder;
-  const std::string quoted = '"' + folder.path().string() + '"';
+  const std::string path = folder.path();
   const std::ptrdiff_t before = openDescriptors();
   LogCapture log{"OSAL:5;"};
   OSAL_Dir dir;
@@ -70,8 +71,9 @@ TEST_F(OSAL_DirTest, ReadsEveryEntryWithItsType) {
   fs::create_symlink("nothing", folder / "dangling");
   ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
 
-  ASSERT_EQ(dir.openDir(bytes(folder.path().string()), false), 0);
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:INF Directory opened " + stream() + " -> " + quoted));
+  ASSERT_EQ(dir.openDir(bytes(path), false), 0);
+  EXPECT_THAT(log.lines(),
+              ElementsAre("OSAL:INF Directory opened " + stream() + " -> " + quoted(path)));
   EXPECT_EQ(::fcntl(::dirfd(dir.dir), F_GETFD), FD_CLOEXEC);
   EXPECT_THAT(readAll(),
               UnorderedElementsAre(
@@ -92,7 +94,7 @@ TEST_F(OSAL_DirTest, ReadsEveryEntryWithItsType) {
 
 TEST_F(OSAL_DirTest, DoesNotAskForATypeThatNobodyWants) {
   fs::create_symlink("nothing", folder / "dangling");
-  ASSERT_EQ(dir.openDir(bytes(folder.path().string()), false), 0);
+  ASSERT_EQ(dir.openDir(bytes(path), false), 0);
   char name[256];
   EXPECT_EQ(readEntry(name, sizeof name, nullptr, false), 0);
   EXPECT_THAT(log.lines(), ElementsAre("OSAL:INF Read directory " + stream() + " -> dangling"));
@@ -101,7 +103,7 @@ TEST_F(OSAL_DirTest, DoesNotAskForATypeThatNobodyWants) {
 TEST_F(OSAL_DirTest, ANameNeedsRoomForItsTerminator) {
   writeFile(folder / "abcd", "");
   for (const bool warnOnly : {false, true}) {
-    ASSERT_EQ(dir.openDir(bytes(folder.path().string()), false), 0);
+    ASSERT_EQ(dir.openDir(bytes(path), false), 0);
     char name[5] = {};
     EXPECT_EQ(readEntry(name, 4, nullptr, warnOnly), -1);
     EXPECT_STREQ(name, "");
@@ -110,7 +112,7 @@ TEST_F(OSAL_DirTest, ANameNeedsRoomForItsTerminator) {
                                  " Buffer too short to read directory ", stream(), " -> ")));
     EXPECT_EQ(dir.closeDir(true, false), 0);
 
-    ASSERT_EQ(dir.openDir(bytes(folder.path().string()), false), 0);
+    ASSERT_EQ(dir.openDir(bytes(path), false), 0);
     EXPECT_EQ(readEntry(name, 5, nullptr, warnOnly), 0);
     EXPECT_STREQ(name, "abcd");
     EXPECT_EQ(dir.closeDir(true, false), 0);
@@ -118,29 +120,26 @@ TEST_F(OSAL_DirTest, ANameNeedsRoomForItsTerminator) {
 }
 
 TEST_F(OSAL_DirTest, FailuresToOpen) {
-  writeFile(folder / "file", "");
+  const std::string file = folder / "file";
+  const std::string missing = folder / "missing";
+  const std::string longName = folder / std::string(256, 'x');
+  writeFile(file, "");
   const struct {
     std::string path;
     std::string message;
   } kCases[] = {
-      {folder / "missing",
-       text("Cannot open (", ENOENT, ") directory \"", folder / "missing", "\"")},
-      {folder / "file", text("Cannot open (", ENOTDIR, ") directory \"", folder / "file", "\"")},
-      {"", text("Cannot open (", ENOENT, ") directory \"(root)\"")},
-      {folder / std::string(256, 'x'),
-       text("Cannot open (", ENAMETOOLONG, ") directory \"", folder / std::string(256, 'x'), "\"")},
-      {padded(4096), "Path too long : \"" + padded(4096) + "\""},
-      {padded(5000), "Path too long : \"" + padded(5000) + "\""},
+      {missing, "Cannot open " + code(ENOENT) + " directory " + quoted(missing)},
+      {file, "Cannot open " + code(ENOTDIR) + " directory " + quoted(file)},
+      {"", "Cannot open " + code(ENOENT) + " directory \"(root)\""},
+      {longName, "Cannot open " + code(ENAMETOOLONG) + " directory " + quoted(longName)},
+      {padded(4096), "Path too long : " + quoted(padded(4096))},
+      {padded(5000), "Path too long : " + quoted(padded(5000))},
   };
   for (const auto& c : kCases) {
-    for (const bool warnOnly : {false, true}) {
-      SCOPED_TRACE(c.message);
-      log.clear();
-      EXPECT_EQ(dir.openDir(bytes(c.path), warnOnly), -1);
-      EXPECT_THAT(log.lines(), ElementsAre((warnOnly ? "OSAL:WRN " : "OSAL:ERR ") + c.message));
-      EXPECT_EQ(dir.closeDir(false, false), 0);
-      EXPECT_EQ(openDescriptors(), before);
-    }
+    expectCall(log, dir.openDir(bytes(c.path), false), -1, {"OSAL:ERR " + c.message});
+    expectCall(log, dir.openDir(bytes(c.path), true), -1, {"OSAL:WRN " + c.message});
+    expectCall(log, dir.closeDir(false, false), 0);
+    EXPECT_EQ(openDescriptors(), before);
   }
 }
 
@@ -181,53 +180,47 @@ TEST_F(OSAL_DirTest, TheTypeOfAnEntryWhosePathIsTooLongIsUnknown) {
 
 TEST_F(OSAL_DirTest, ASecondOpenLeavesTheFirstDirectoryUsable) {
   writeFile(folder / "file", "");
-  ASSERT_EQ(dir.openDir(bytes(folder.path().string()), true), 0);
+  ASSERT_EQ(dir.openDir(bytes(path), true), 0);
   log.clear();
-  EXPECT_EQ(dir.openDir(bytes("/"), true), -1);
-  EXPECT_THAT(log.lines(),
-              ElementsAre("OSAL:ERR Cannot open (handle already in use) directory : \"/\""));
+  expectCall(log, dir.openDir(bytes("/"), true), -1,
+             {"OSAL:ERR Cannot open (handle already in use) directory : \"/\""});
   EXPECT_EQ(readAll().size(), 3U);
 }
 
 TEST_F(OSAL_DirTest, RefusesWrongArgumentsAndClosedObjects) {
+  const std::vector<std::string> wrong = {"OSAL:ERR Arguments error"};
   for (const bool warnOnly : {false, true}) {
-    log.clear();
     char name[2] = "x";
-    EXPECT_EQ(dir.openDir(nullptr, warnOnly), -1);
-    EXPECT_EQ(dir.readDir(nullptr, 1, nullptr, warnOnly), -1);
-    EXPECT_EQ(dir.readDir(name, 0, nullptr, warnOnly), -1);
+    expectCall(log, dir.openDir(nullptr, warnOnly), -1, wrong);
+    expectCall(log, dir.readDir(nullptr, 1, nullptr, warnOnly), -1, wrong);
+    expectCall(log, dir.readDir(name, 0, nullptr, warnOnly), -1, wrong);
     EXPECT_STREQ(name, "x");
-    EXPECT_EQ(dir.readDir(name, 1, nullptr, warnOnly), -1);
+    expectCall(log, dir.readDir(name, 1, nullptr, warnOnly), -1,
+               {"OSAL:ERR Invalid handle (readDir)"});
     EXPECT_STREQ(name, "");
-    EXPECT_EQ(dir.closeDir(false, warnOnly), 0);
-    EXPECT_EQ(dir.closeDir(true, warnOnly), -1);
-    EXPECT_THAT(log.lines(),
-                ElementsAre("OSAL:ERR Arguments error", "OSAL:ERR Arguments error",
-                            "OSAL:ERR Arguments error", "OSAL:ERR Invalid handle (readDir)",
-                            "OSAL:ERR Invalid handle (closeDir)"));
+    expectCall(log, dir.closeDir(false, warnOnly), 0);
+    expectCall(log, dir.closeDir(true, warnOnly), -1, {"OSAL:ERR Invalid handle (closeDir)"});
   }
 }
 
 TEST_F(OSAL_DirTest, ReportsWhatTheSystemRefuses) {
   writeFile(folder / "file", "");
   for (const bool warnOnly : {false, true}) {
-    const char* const level = warnOnly ? "WRN" : "ERR";
-    ASSERT_EQ(dir.openDir(bytes(folder.path().string()), warnOnly), 0);
+    const std::string level = warnOnly ? "OSAL:WRN " : "OSAL:ERR ";
+    ASSERT_EQ(dir.openDir(bytes(path), warnOnly), 0);
     log.clear();
     const std::string closed = stream();
     const int file = ::open((folder / "file").c_str(), O_RDONLY);
     ::dup2(file, ::dirfd(dir.dir));  // no directory any more
     ::close(file);
     char name[256] = "x";
-    EXPECT_EQ(dir.readDir(name, sizeof name, nullptr, warnOnly), -1);
+    expectCall(log, dir.readDir(name, sizeof name, nullptr, warnOnly), -1,
+               {level + "Read directory " + closed + " -> error " + code(ENOTDIR)});
     EXPECT_STREQ(name, "");
     ::close(::dirfd(dir.dir));
-    EXPECT_EQ(dir.closeDir(true, warnOnly), -1);
+    expectCall(log, dir.closeDir(true, warnOnly), -1,
+               {level + "Cannot close " + code(EBADF) + " directory " + closed});
     EXPECT_EQ(dir.dir, nullptr);
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(text("OSAL:", level, " Read directory ", closed, " -> error (", ENOTDIR, ")"),
-                    text("OSAL:", level, " Cannot close (", EBADF, ") directory ", closed)));
   }
 }
 

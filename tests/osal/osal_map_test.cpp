@@ -1,6 +1,5 @@
 #include "osal/osal_map.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -9,17 +8,20 @@
 #include <filesystem>
 #include <string>
 
+#include "ExpectCall.h"
 #include "Files.h"
 #include "LogCapture.h"
 #include "TempFolder.h"
 #include "Text.h"
 #include "logging/QDLog.h"
 
+#if defined(__linux__)
+#include "PosixFaults.h"
+#endif
+
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class OSAL_MapTest : public testing::Test {
  protected:
@@ -32,7 +34,6 @@ class OSAL_MapTest : public testing::Test {
 
   const TempFolder folder;
   const std::string path = folder / "file";
-  const std::string quoted = '"' + path + '"';
   const std::ptrdiff_t before = openDescriptors();
   LogCapture log{"OSAL:9;"};
   OSAL_Map map;
@@ -69,17 +70,12 @@ TEST_F(OSAL_MapTest, MapsAndGrows) {
     EXPECT_EQ(content(path)[1], c.writable ? 'B' : 'b');
     expectUnmapped();
   }
-  EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST_F(OSAL_MapTest, NeitherStartNorLengthNeedBeAsked) {
-  writeFile(path, "abc");
-  EXPECT_EQ(map.map(bytes(path), false, 0, nullptr, nullptr), 0);
-  EXPECT_EQ(std::string(map.ptr, map.size), "abc");
+  EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(OSAL_MapTest, FailuresLeaveNothingOpen) {
   const std::string empty = folder / "empty";
+  const std::string missing = folder / "missing";
   writeFile(empty, "");
   writeFile(path, "abcdef");
   const struct {
@@ -88,56 +84,48 @@ TEST_F(OSAL_MapTest, FailuresLeaveNothingOpen) {
     unsigned int wanted;
     std::string message;
   } kCases[] = {
-      {folder / "missing", true, 0,
-       text("Cannot open (", ENOENT, ") file \"", folder / "missing", "\"")},
-      {path, false, 7, text("Cannot expand to size 7B (", EINVAL, ") file ", quoted)},
-      {empty, true, 0, text("Cannot map 0B of file \"", empty, "\"")},
-      {empty, false, 0, text("Cannot map 0B of file \"", empty, "\"")},
+      {missing, true, 0, "Cannot open " + code(ENOENT) + " file " + quoted(missing)},
+      {path, false, 7, "Cannot expand to size 7B " + code(EINVAL) + " file " + quoted(path)},
+      {empty, true, 0, "Cannot map 0B of file " + quoted(empty)},
+      {empty, false, 0, "Cannot map 0B of file " + quoted(empty)},
   };
+  char* start = nullptr;
+  unsigned int length = 99;
   for (const auto& c : kCases) {
-    SCOPED_TRACE(c.message);
-    log.clear();
-    char* start = nullptr;
-    unsigned int length = 99;
-    EXPECT_EQ(map.map(bytes(c.file), c.writable, c.wanted, &start, &length), -1);
-    EXPECT_EQ(start, nullptr);
-    EXPECT_EQ(length, 99U);
-    EXPECT_THAT(log.lines(), ElementsAre("OSAL:ERR " + c.message));
+    expectCall(log, map.map(bytes(c.file), c.writable, c.wanted, &start, &length), -1,
+               {"OSAL:ERR " + c.message});
     expectUnmapped();
   }
-  log.clear();
-  EXPECT_EQ(map.map(nullptr, false, 0, nullptr, nullptr), -1);
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:ERR Arguments error"));
+  EXPECT_EQ(start, nullptr);
+  EXPECT_EQ(length, 99U);
+  expectCall(log, map.map(nullptr, false, 0, nullptr, nullptr), -1, {"OSAL:ERR Arguments error"});
 }
 
 TEST_F(OSAL_MapTest, FourGibibytesAreTooMany) {
   writeFile(path, "");
   fs::resize_file(path, 4'294'967'296);
-  EXPECT_EQ(map.map(bytes(path), false, 1, nullptr, nullptr), -1);
-  EXPECT_THAT(
-      log.lines(),
-      ElementsAre("OSAL:ERR Size too big or incoherent (st_size = 4294967296) for file " + quoted));
+  expectCall(
+      log, map.map(bytes(path), false, 1, nullptr, nullptr), -1,
+      {"OSAL:ERR Size too big or incoherent (st_size = 4294967296) for file " + quoted(path)});
   expectUnmapped();
   fs::resize_file(path, 4'294'967'295);
-  EXPECT_EQ(map.map(bytes(path), false, 0, nullptr, nullptr), 0);
+  expectCall(log, map.map(bytes(path), false, 0, nullptr, nullptr), 0);
   EXPECT_EQ(map.size, 4'294'967'295U);
 }
 
 TEST_F(OSAL_MapTest, ASecondMapLeavesTheFirst) {
   writeFile(path, "abc");
   ASSERT_EQ(map.map(bytes(path), false, 0, nullptr, nullptr), 0);
-  EXPECT_EQ(map.map(bytes(path), false, 0, nullptr, nullptr), -1);
-  EXPECT_THAT(log.lines(),
-              ElementsAre("OSAL:ERR Cannot map (handle already in use) file : " + quoted));
+  expectCall(log, map.map(bytes(path), false, 0, nullptr, nullptr), -1,
+             {"OSAL:ERR Cannot map (handle already in use) file : " + quoted(path)});
   EXPECT_EQ(std::string(map.ptr, map.size), "abc");
 }
 
-TEST_F(OSAL_MapTest, UnmappingTwice) {
-  EXPECT_EQ(map.unmap(false), 0);
-  EXPECT_THAT(log.lines(), IsEmpty());
-  EXPECT_EQ(map.unmap(true), -1);
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:ERR OSAL_Map::unmap - Map pointer is NULL",
-                                       "OSAL:ERR OSAL_Map::unmap - File handle invalid"));
+TEST_F(OSAL_MapTest, UnmappingWhatIsNotMapped) {
+  expectCall(log, map.unmap(false), 0);
+  expectCall(log, map.unmap(true), -1,
+             {"OSAL:ERR OSAL_Map::unmap - Map pointer is NULL",
+              "OSAL:ERR OSAL_Map::unmap - File handle invalid"});
 }
 
 TEST_F(OSAL_MapTest, AFailedUnmapEndsTheMappingAllTheSame) {
@@ -146,11 +134,10 @@ TEST_F(OSAL_MapTest, AFailedUnmapEndsTheMappingAllTheSame) {
   ASSERT_EQ(map.map(bytes(path), false, 0, &start, nullptr), 0);
   ::close(map.fd);
   ++map.ptr;  // no page begins here
-  EXPECT_EQ(map.unmap(true), -1);
-  EXPECT_THAT(log.lines(),
-              ElementsAre(text("OSAL:ERR OSAL_Map::unmap - Cannot unmap zone @",
-                               static_cast<void*>(start + 1), " of size 3B (", EINVAL, ")"),
-                          text("OSAL:ERR OSAL_Map::unmap - Cannot close (", EBADF, ") file")));
+  expectCall(log, map.unmap(true), -1,
+             {text("OSAL:ERR OSAL_Map::unmap - Cannot unmap zone @", static_cast<void*>(start + 1),
+                   " of size 3B ", code(EINVAL)),
+              "OSAL:ERR OSAL_Map::unmap - Cannot close " + code(EBADF) + " file"});
   expectUnmapped();
   EXPECT_EQ(::munmap(start, 3), 0);
 }
@@ -162,7 +149,24 @@ TEST_F(OSAL_MapTest, TheDestructorUnmaps) {
     ASSERT_EQ(other.map(bytes(path), false, 0, nullptr, nullptr), 0);
   }
   EXPECT_EQ(openDescriptors(), before);
-  EXPECT_THAT(log.lines(), IsEmpty());
+  EXPECT_TRUE(log.lines().empty());
 }
+
+#if defined(__linux__)
+TEST_F(OSAL_MapTest, AFailureAfterAFailure) {
+  writeFile(path, "abc");
+  {
+    const PosixFault fault("fstat", EIO);
+    expectCall(log, map.map(bytes(path), false, 0, nullptr, nullptr), -1,
+               {"OSAL:ERR Cannot get stat " + code(EIO) + " of file " + quoted(path)});
+  }
+  const FakeFileSize negative(-1, 0);
+  const PosixFault fault("close", EIO);
+  expectCall(log, map.map(bytes(path), false, 0, nullptr, nullptr), -1,
+             {"OSAL:ERR Size too big or incoherent (st_size = -1) for file " + quoted(path),
+              "OSAL:ERR Cannot close file " + quoted(path)});
+  expectUnmapped();
+}
+#endif
 
 }  // namespace

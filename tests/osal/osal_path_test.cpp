@@ -1,6 +1,5 @@
 #include "osal/osal_path.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <stdlib.h>
@@ -9,9 +8,10 @@
 #include <cerrno>
 #include <climits>
 #include <filesystem>
-#include <functional>
 #include <string>
+#include <vector>
 
+#include "ExpectCall.h"
 #include "Files.h"
 #include "LogCapture.h"
 #include "TempFolder.h"
@@ -22,20 +22,9 @@
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
-std::string quoted(const std::string& path) { return '"' + path + '"'; }
 
 class OsalPathTest : public testing::Test {
  protected:
-  /// The lines since the last call.
-  std::vector<std::string> newLines() {
-    std::vector<std::string> lines = log.lines();
-    log.clear();
-    return lines;
-  }
-
   const TempFolder folder;
   const std::string path = folder / "path";
   const std::string missing = folder / "missing";
@@ -66,25 +55,19 @@ TEST_F(OsalPathTest, GetFileTypeFollowsLinks) {
                 {folder / "to file", QD_FILETYPE_REG},
                 {folder / "to folder", QD_FILETYPE_DIR},
                 {"/dev/null", QD_FILETYPE_UNKNOWN}};
+  QDFileType type{};
   for (const auto& c : kCases) {
-    SCOPED_TRACE(c.path);
-    QDFileType type{};
-    EXPECT_EQ(osal_getFileType(bytes(c.path), &type, false), 0);
-    EXPECT_EQ(type, c.type);
-    EXPECT_EQ(osal_getFileType(bytes(c.path), nullptr, false), 0);
+    expectCall(log, osal_getFileType(bytes(c.path), &type, false), 0);
+    EXPECT_EQ(type, c.type) << c.path;
   }
-  EXPECT_THAT(newLines(), IsEmpty());
-
-  QDFileType type = QD_FILETYPE_DOOR;
-  EXPECT_EQ(osal_getFileType(bytes(missing), &type, true), -1);
-  EXPECT_THAT(newLines(), IsEmpty());
-  EXPECT_EQ(osal_getFileType(bytes(missing), &type, false), -1);
-  EXPECT_EQ(type, QD_FILETYPE_DOOR);
-  EXPECT_THAT(newLines(), ElementsAre(text("OSAL:ERR Cannot get file type (", ENOENT,
-                                           ") for path :", quoted(missing))));
+  expectCall(log, osal_getFileType(bytes(file), nullptr, false), 0);
+  expectCall(log, osal_getFileType(bytes(missing), &type, true), -1);
+  expectCall(log, osal_getFileType(bytes(missing), &type, false), -1,
+             {"OSAL:ERR Cannot get file type " + code(ENOENT) + " for path :" + quoted(missing)});
+  EXPECT_EQ(type, QD_FILETYPE_UNKNOWN);
 }
 
-TEST_F(OsalPathTest, Exists) {
+TEST_F(OsalPathTest, ExistsAnswersOrFails) {
   writeFile(file, "");
   fs::create_symlink(missing, folder / "dangling");
   fs::create_symlink("loop", folder / "loop");
@@ -103,25 +86,18 @@ TEST_F(OsalPathTest, Exists) {
                 {longName, false, ENAMETOOLONG}};
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.path);
-    const int result = c.error == 0 ? 0 : -1;
-    const std::string shown = quoted(c.path.empty() ? "(root)" : c.path);
+    const std::string what =
+        c.error != 0
+            ? "OSAL:ERR osal_exists : cannot check file " + code(c.error)
+            : text("OSAL:DBG osal_exists : check file (", c.exists ? "" : "not ", "exists)");
     bool exists = !c.exists;
-    EXPECT_EQ(osal_exists(bytes(c.path), &exists, false), result);
-    EXPECT_EQ(exists, c.exists != (c.error != 0));
-    EXPECT_THAT(
-        newLines(),
-        ElementsAre(c.error == 0 ? text("OSAL:DBG osal_exists : check file (",
-                                        c.exists ? "exists" : "not exists", ") at path ", shown)
-                                 : text("OSAL:ERR osal_exists : cannot check file (", c.error,
-                                        ") at path ", shown)));
-    EXPECT_EQ(osal_exists(bytes(c.path), nullptr, true), result);
-    EXPECT_THAT(newLines(), IsEmpty());
+    expectCall(log, osal_exists(bytes(c.path), &exists, false), c.error == 0 ? 0 : -1,
+               {what + " at path " + quoted(c.path.empty() ? "(root)" : c.path)});
+    EXPECT_EQ(exists, c.error == 0 ? c.exists : !c.exists);
+    expectCall(log, osal_exists(bytes(c.path), nullptr, true), c.error == 0 ? 0 : -1);
   }
-  bool exists = true;
-  EXPECT_EQ(osal_exists(nullptr, &exists, false), -1);
-  EXPECT_THAT(newLines(), ElementsAre("OSAL:ERR osal_exists : NULL arg"));
-  EXPECT_EQ(osal_exists(nullptr, &exists, true), -1);
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectCall(log, osal_exists(nullptr, nullptr, false), -1, {"OSAL:ERR osal_exists : NULL arg"});
+  expectCall(log, osal_exists(nullptr, nullptr, true), -1);
 }
 
 TEST_F(OsalPathTest, MkdirTakesWhateverIsThereForSuccess) {
@@ -129,102 +105,86 @@ TEST_F(OsalPathTest, MkdirTakesWhateverIsThereForSuccess) {
   const std::string orphan = missing + "/child";
   const mode_t former = ::umask(027);
   bool existed = true;
-  EXPECT_EQ(osal_mkdir(bytes(path), &existed, false), 0);
+  expectCall(log, osal_mkdir(bytes(path), &existed, false), 0,
+             {"OSAL:INF osal_mkdir : directory created at path " + quoted(path)});
   ::umask(former);
   EXPECT_FALSE(existed);
   EXPECT_EQ(fs::status(path).permissions(), fs::perms(0750));
-  EXPECT_EQ(osal_mkdir(bytes(path), &existed, false), 0);
-  EXPECT_TRUE(existed);
-  existed = false;
-  EXPECT_EQ(osal_mkdir(bytes(file), &existed, false), 0);
-  EXPECT_TRUE(existed);
-  EXPECT_EQ(osal_mkdir(bytes(orphan), &existed, false), -1);
-  EXPECT_EQ(osal_mkdir(bytes(""), nullptr, false), -1);
-  EXPECT_THAT(newLines(),
-              ElementsAre("OSAL:INF osal_mkdir : directory created at path " + quoted(path),
-                          "OSAL:DBG osal_mkdir : directory already exists at path " + quoted(path),
-                          "OSAL:DBG osal_mkdir : directory already exists at path " + quoted(file),
-                          text("OSAL:ERR osal_mkdir : cannot create directory (", ENOENT,
-                               ") at path ", quoted(orphan)),
-                          text("OSAL:ERR osal_mkdir : cannot create directory (", ENOENT,
-                               ") at path \"(root)\"")));
-  EXPECT_EQ(osal_mkdir(bytes(folder / "silent"), nullptr, true), 0);
-  EXPECT_EQ(osal_mkdir(bytes(folder / "silent"), nullptr, true), 0);
-  EXPECT_EQ(osal_mkdir(bytes(orphan), nullptr, true), -1);
-  EXPECT_THAT(newLines(), IsEmpty());
+  for (const std::string& there : {path, file}) {
+    existed = false;
+    expectCall(log, osal_mkdir(bytes(there), &existed, false), 0,
+               {"OSAL:DBG osal_mkdir : directory already exists at path " + quoted(there)});
+    EXPECT_TRUE(existed);
+    expectCall(log, osal_mkdir(bytes(there), nullptr, true), 0);
+  }
+  const std::string failure = "OSAL:ERR osal_mkdir : cannot create directory " + code(ENOENT);
+  expectCall(log, osal_mkdir(bytes(orphan), nullptr, false), -1,
+             {failure + " at path " + quoted(orphan)});
+  expectCall(log, osal_mkdir(bytes(""), nullptr, false), -1, {failure + " at path \"(root)\""});
+  expectCall(log, osal_mkdir(bytes(orphan), nullptr, true), -1);
 }
 
 TEST_F(OsalPathTest, RmdirTakesAMissingDirectoryForSuccess) {
   fs::create_directories(path + "/child");
-  bool missingDirectory = true;
-  EXPECT_EQ(osal_rmdir(bytes(path), &missingDirectory), -1);
-  EXPECT_TRUE(missingDirectory);
+  bool wasMissing = true;
+  expectCall(log, osal_rmdir(bytes(path), &wasMissing), -1,
+             {"OSAL:ERR osal_rmdir : cannot remove directory " + code(ENOTEMPTY) + " at path " +
+              quoted(path)});
+  EXPECT_TRUE(wasMissing);
   fs::remove(path + "/child");
-  EXPECT_EQ(osal_rmdir(bytes(path), &missingDirectory), 0);
-  EXPECT_FALSE(missingDirectory);
-  EXPECT_EQ(osal_rmdir(bytes(path), &missingDirectory), 0);
-  EXPECT_TRUE(missingDirectory);
-  EXPECT_EQ(osal_rmdir(bytes(path), nullptr), 0);
-  EXPECT_THAT(newLines(),
-              ElementsAre(text("OSAL:ERR osal_rmdir : cannot remove directory (", ENOTEMPTY,
-                               ") at path ", quoted(path)),
-                          "OSAL:INF osal_rmdir : directory removed at path " + quoted(path),
-                          "OSAL:DBG osal_rmdir : directory not exists at path " + quoted(path),
-                          "OSAL:DBG osal_rmdir : directory not exists at path " + quoted(path)));
+  expectCall(log, osal_rmdir(bytes(path), &wasMissing), 0,
+             {"OSAL:INF osal_rmdir : directory removed at path " + quoted(path)});
+  EXPECT_FALSE(wasMissing);
+  expectCall(log, osal_rmdir(bytes(path), &wasMissing), 0,
+             {"OSAL:DBG osal_rmdir : directory not exists at path " + quoted(path)});
+  EXPECT_TRUE(wasMissing);
 }
 
 TEST_F(OsalPathTest, RmfileTellsWhetherAFileWasRemoved) {
   writeFile(file, "");
   const std::string below = file + "/below";
   bool removed = true;
-  EXPECT_EQ(osal_rmfile(bytes(below), &removed, false), -1);
+  expectCall(
+      log, osal_rmfile(bytes(below), &removed, false), -1,
+      {"OSAL:ERR osal_rmfile : cannot remove file " + code(ENOTDIR) + " at path " + quoted(below)});
+  expectCall(log, osal_rmfile(bytes(below), &removed, true), -1);
   EXPECT_TRUE(removed);
   removed = false;
-  EXPECT_EQ(osal_rmfile(bytes(file), &removed, false), 0);
+  expectCall(log, osal_rmfile(bytes(file), &removed, false), 0,
+             {"OSAL:INF osal_rmfile : file removed at path " + quoted(file)});
   EXPECT_TRUE(removed);
   EXPECT_FALSE(fs::exists(file));
-  EXPECT_EQ(osal_rmfile(bytes(file), &removed, false), 0);
+  expectCall(log, osal_rmfile(bytes(file), &removed, false), 0,
+             {"OSAL:INF osal_rmfile : file not exists at path " + quoted(file)});
   EXPECT_FALSE(removed);
-  EXPECT_THAT(newLines(),
-              ElementsAre(text("OSAL:ERR osal_rmfile : cannot remove file (", ENOTDIR, ") at path ",
-                               quoted(below)),
-                          "OSAL:INF osal_rmfile : file removed at path " + quoted(file),
-                          "OSAL:INF osal_rmfile : file not exists at path " + quoted(file)));
-  writeFile(file, "");
-  EXPECT_EQ(osal_rmfile(bytes(below), nullptr, true), -1);
-  EXPECT_EQ(osal_rmfile(bytes(file), nullptr, true), 0);
-  EXPECT_EQ(osal_rmfile(bytes(file), nullptr, true), 0);
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectCall(log, osal_rmfile(bytes(file), nullptr, true), 0);
 }
 
 TEST_F(OsalPathTest, RenameReplacesTheTarget) {
   writeFile(file, "new");
   writeFile(path, "old");
-  EXPECT_EQ(osal_rename(bytes(file), bytes(path), false), 0);
+  expectCall(
+      log, osal_rename(bytes(file), bytes(path), false), 0,
+      {"OSAL:INF osal_rename : file at path " + quoted(file) + " renamed to " + quoted(path)});
   EXPECT_EQ(content(path), "new");
-  EXPECT_EQ(osal_rename(bytes(file), bytes(path), false), -1);
+  expectCall(log, osal_rename(bytes(file), bytes(path), false), -1,
+             {"OSAL:ERR osal_rename : cannot rename file " + code(ENOENT) + " at path " +
+              quoted(file) + " to " + quoted(path)});
   EXPECT_EQ(content(path), "new");
-  EXPECT_THAT(newLines(), ElementsAre(text("OSAL:INF osal_rename : file at path ", quoted(file),
-                                           " renamed to ", quoted(path)),
-                                      text("OSAL:ERR osal_rename : cannot rename file (", ENOENT,
-                                           ") at path ", quoted(file), " to ", quoted(path))));
-  EXPECT_EQ(osal_rename(bytes(path), bytes(file), true), 0);
-  EXPECT_EQ(osal_rename(bytes(path), bytes(file), true), -1);
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectCall(log, osal_rename(bytes(path), bytes(file), true), 0);
+  expectCall(log, osal_rename(bytes(path), bytes(file), true), -1);
 }
 
 TEST_F(OsalPathTest, SetAllRights) {
   writeFile(file, "");
   fs::permissions(file, fs::perms(0400));
-  EXPECT_EQ(osal_setAllRights(bytes(file), false), 0);
+  expectCall(log, osal_setAllRights(bytes(file), false), 0,
+             {"OSAL:INF chmod/0777 at path : " + quoted(file)});
   EXPECT_EQ(fs::status(file).permissions(), fs::perms(0777));
-  EXPECT_EQ(osal_setAllRights(bytes(missing), false), -1);
-  EXPECT_THAT(newLines(), ElementsAre("OSAL:INF chmod/0777 at path : " + quoted(file),
-                                      text("OSAL:ERR Cannot make chmod/0777 (", ENOENT,
-                                           ") at path : ", quoted(missing))));
-  EXPECT_EQ(osal_setAllRights(bytes(file), true), 0);
-  EXPECT_EQ(osal_setAllRights(bytes(missing), true), -1);
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectCall(log, osal_setAllRights(bytes(missing), false), -1,
+             {"OSAL:ERR Cannot make chmod/0777 " + code(ENOENT) + " at path : " + quoted(missing)});
+  expectCall(log, osal_setAllRights(bytes(file), true), 0);
+  expectCall(log, osal_setAllRights(bytes(missing), true), -1);
 }
 
 TEST_F(OsalPathTest, SetTimesKeepsMicroseconds) {
@@ -239,10 +199,9 @@ TEST_F(OsalPathTest, SetTimesKeepsMicroseconds) {
                 {1'500'000'001'000'000'999, 1'500'000'001, 0},
                 {1'500'000'001'000'001'000, 1'500'000'001, 1'000}};
   for (const auto& c : kCases) {
-    SCOPED_TRACE(c.given);
-    EXPECT_EQ(osal_setTimes(bytes(file), 7'000'008'000, c.given), 0);
-    EXPECT_THAT(newLines(), ElementsAre(text("OSAL:INF Set aTime = 7000008000 ; mTime = ", c.given,
-                                             " at path : ", quoted(file))));
+    expectCall(
+        log, osal_setTimes(bytes(file), 7'000'008'000, c.given), 0,
+        {text("OSAL:INF Set aTime = 7000008000 ; mTime = ", c.given, " at path : ", quoted(file))});
     struct stat info {};
     ASSERT_EQ(::stat(file.c_str(), &info), 0);
 #if defined(__APPLE__)
@@ -254,103 +213,97 @@ TEST_F(OsalPathTest, SetTimesKeepsMicroseconds) {
 #endif
     EXPECT_EQ(accessed.tv_sec, 7);
     EXPECT_EQ(accessed.tv_nsec, 8'000);
-    EXPECT_EQ(changed.tv_sec, c.seconds);
-    EXPECT_EQ(changed.tv_nsec, c.nanoseconds);
+    EXPECT_EQ(changed.tv_sec, c.seconds) << c.given;
+    EXPECT_EQ(changed.tv_nsec, c.nanoseconds) << c.given;
   }
-  EXPECT_EQ(osal_setTimes(bytes(missing), 1, 2), -1);
-  EXPECT_THAT(newLines(), ElementsAre(text("OSAL:ERR Cannot change aTime & mTime (", ENOENT,
-                                           ") at path : ", quoted(missing))));
+  expectCall(
+      log, osal_setTimes(bytes(missing), 1, 2), -1,
+      {"OSAL:ERR Cannot change aTime & mTime " + code(ENOENT) + " at path : " + quoted(missing)});
 }
 
 TEST_F(OsalPathTest, MktempMakesANewEmptyFile) {
   const std::ptrdiff_t before = openDescriptors();
   const std::string start = folder / "new.";
-  std::string first = start + "XXXXXX.cfg";
-  std::string second = start + "XXXXXX.cfg";
-  EXPECT_EQ(osal_mktemp(reinterpret_cast<unsigned char*>(first.data()), 4, false), 0);
-  EXPECT_EQ(osal_mktemp(reinterpret_cast<unsigned char*>(second.data()), 4, true), 0);
-  EXPECT_NE(first, second);
-  for (const std::string& name : {first, second}) {
+  std::string names[2];
+  for (std::string& name : names) {
+    name = start + "XXXXXX.cfg";
+    expectCall(log, osal_mktemp(reinterpret_cast<unsigned char*>(name.data()), 4, false), 0);
     EXPECT_TRUE(name.starts_with(start) && name.ends_with(".cfg")) << name;
     EXPECT_EQ(fs::file_size(name), 0U);
     EXPECT_EQ(fs::status(name).permissions(), fs::perms(0600));
   }
+  EXPECT_NE(names[0], names[1]);
   for (const int wrong : {3, 5, 4096, -1, INT_MIN}) {
     std::string pattern = start + "XXXXXX.cfg";
-    EXPECT_EQ(osal_mktemp(reinterpret_cast<unsigned char*>(pattern.data()), wrong, false), -1);
+    expectCall(log, osal_mktemp(reinterpret_cast<unsigned char*>(pattern.data()), wrong, false),
+               -1);
   }
-  EXPECT_EQ(osal_mktemp(nullptr, 0, false), -1);
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectCall(log, osal_mktemp(nullptr, 0, false), -1);
   EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST_F(OsalPathTest, FreeSpace) {
-  unsigned long long freeBytes = 0;
+  unsigned long long freeBytes = 1;
   const std::string where = folder.path();
-  EXPECT_EQ(osal_getFSFreeSpace(bytes(where), &freeBytes), 0);
-  EXPECT_GT(freeBytes, 0U);
-  EXPECT_LE(freeBytes, fs::space(where).capacity);
-  EXPECT_THAT(newLines(), ElementsAre(text("OSAL:DBG OSAL_FSGetFreeSpace : get free space = ",
-                                           freeBytes, " on FS of directory (", where, ")")));
+  const std::string invalid = "OSAL:WRN osal_FSGetFreeSpace : Invalid path";
+  expectCall(log, osal_getFSFreeSpace(nullptr, &freeBytes), -1, {invalid});
+  expectCall(log, osal_getFSFreeSpace(bytes(""), &freeBytes), -1, {invalid});
+  expectCall(log, osal_getFSFreeSpace(bytes(missing), &freeBytes), -1,
+             {"OSAL:WRN OSAL_FSGetFreeSpace : Cannot get fstatfs " + code(ENOENT) +
+              " on directory (" + missing + ")"});
+  EXPECT_EQ(freeBytes, 1U);
   EXPECT_EQ(osal_getFSFreeSpace(bytes(where), nullptr), 0);
   log.clear();
-  freeBytes = 1;
-  EXPECT_EQ(osal_getFSFreeSpace(nullptr, &freeBytes), -1);
-  EXPECT_EQ(osal_getFSFreeSpace(bytes(""), &freeBytes), -1);
-  EXPECT_EQ(osal_getFSFreeSpace(bytes(missing), &freeBytes), -1);
-  EXPECT_EQ(freeBytes, 1U);
-  EXPECT_THAT(newLines(), ElementsAre("OSAL:WRN osal_FSGetFreeSpace : Invalid path",
-                                      "OSAL:WRN osal_FSGetFreeSpace : Invalid path",
-                                      text("OSAL:WRN OSAL_FSGetFreeSpace : Cannot get fstatfs (",
-                                           ENOENT, ") on directory (", missing, ")")));
+  const int result = osal_getFSFreeSpace(bytes(where), &freeBytes);
+  expectCall(log, result, 0,
+             {text("OSAL:DBG OSAL_FSGetFreeSpace : get free space = ", freeBytes,
+                   " on FS of directory (", where, ")")});
+  EXPECT_GT(freeBytes, 1U);
+  EXPECT_LE(freeBytes, fs::space(where).capacity);
 }
 
 TEST_F(OsalPathTest, RealPath) {
   writeFile(file, "");
   fs::create_symlink(file, folder / "link");
   unsigned char resolved[PATH_MAX] = "dirty";
-  EXPECT_EQ(osal_getRealPath(bytes(folder / "./../link/../nothing"), nullptr), -1);
-  log.clear();
-  EXPECT_EQ(osal_getRealPath(bytes(folder / ".//link"), resolved), 0);
-  EXPECT_EQ(reinterpret_cast<char*>(resolved), fs::canonical(file).string());
-  EXPECT_EQ(osal_getRealPath(bytes(folder / "link"), nullptr), 0);
-  EXPECT_THAT(newLines(), IsEmpty());
-
-  EXPECT_EQ(osal_getRealPath(bytes(missing), resolved), -1);
-  const std::string unresolved = reinterpret_cast<char*>(resolved);
-  EXPECT_THAT(newLines(), ElementsAre(text("OSAL:ERR osal_getRealPath failed (",
-                                           unresolved.empty() ? "(root)" : unresolved,
-                                           ") on path: ", missing)));
+  const auto* const resolvedText = reinterpret_cast<const char*>(resolved);
+  expectCall(log, osal_getRealPath(bytes(folder / ".//link"), resolved), 0);
+  EXPECT_EQ(resolvedText, fs::canonical(file).string());
+  expectCall(log, osal_getRealPath(bytes(file), nullptr), 0);
+  const int result = osal_getRealPath(bytes(missing), resolved);
+  expectCall(log, result, -1,
+             {text("OSAL:ERR osal_getRealPath failed (", *resolved == 0 ? "(root)" : resolvedText,
+                   ") on path: ", missing)});
   for (const char* const wrong : {"", static_cast<const char*>(nullptr)}) {
     resolved[0] = 'x';
-    EXPECT_EQ(osal_getRealPath(bytes(wrong), resolved), -1);
+    expectCall(log, osal_getRealPath(bytes(wrong), resolved), -1,
+               {text("OSAL:ERR osal_getRealPath failed ((root)) on path: ",
+                     wrong == nullptr ? "(null)" : "(root)")});
     EXPECT_EQ(resolved[0], '\0');
   }
-  EXPECT_THAT(newLines(), ElementsAre("OSAL:ERR osal_getRealPath failed ((root)) on path: (root)",
-                                      "OSAL:ERR osal_getRealPath failed ((root)) on path: (null)"));
 }
 
 TEST_F(OsalPathTest, ANullPathIsTheSystemsBadAddress) {
-  const std::string code = text("(", EFAULT, ")");
-  EXPECT_EQ(osal_getFileType(nullptr, nullptr, false), -1);
-  EXPECT_EQ(osal_mkdir(nullptr, nullptr, false), -1);
-  EXPECT_EQ(osal_rmdir(nullptr, nullptr), -1);
-  EXPECT_EQ(osal_rmfile(nullptr, nullptr, false), -1);
-  EXPECT_EQ(osal_rename(bytes("a"), nullptr, false), -1);
-  EXPECT_EQ(osal_rename(nullptr, bytes("b"), false), -1);
-  EXPECT_EQ(osal_setAllRights(nullptr, false), -1);
-  EXPECT_EQ(osal_setTimes(nullptr, 0, 0), -1);
-  EXPECT_THAT(
-      newLines(),
-      ElementsAre(
-          "OSAL:ERR Cannot get file type " + code + " for path :\"(null)\"",
-          "OSAL:ERR osal_mkdir : cannot create directory " + code + " at path \"(null)\"",
-          "OSAL:ERR osal_rmdir : cannot remove directory " + code + " at path \"(null)\"",
-          "OSAL:ERR osal_rmfile : cannot remove file " + code + " at path \"(null)\"",
-          "OSAL:ERR osal_rename : cannot rename file " + code + " at path \"a\" to \"(null)\"",
-          "OSAL:ERR osal_rename : cannot rename file " + code + " at path \"(null)\" to \"b\"",
-          "OSAL:ERR Cannot make chmod/0777 " + code + " at path : \"(null)\"",
-          "OSAL:ERR Cannot change aTime & mTime " + code + " at path : \"(null)\""));
+  const auto failure = [](const std::string& what, const std::string& where) {
+    return std::vector{"OSAL:ERR " + what + " " + code(EFAULT) + where};
+  };
+  const std::string null = " at path \"(null)\"";
+  expectCall(log, osal_getFileType(nullptr, nullptr, false), -1,
+             failure("Cannot get file type", " for path :\"(null)\""));
+  expectCall(log, osal_mkdir(nullptr, nullptr, false), -1,
+             failure("osal_mkdir : cannot create directory", null));
+  expectCall(log, osal_rmdir(nullptr, nullptr), -1,
+             failure("osal_rmdir : cannot remove directory", null));
+  expectCall(log, osal_rmfile(nullptr, nullptr, false), -1,
+             failure("osal_rmfile : cannot remove file", null));
+  expectCall(log, osal_rename(bytes("a"), nullptr, false), -1,
+             failure("osal_rename : cannot rename file", " at path \"a\" to \"(null)\""));
+  expectCall(log, osal_rename(nullptr, bytes("b"), false), -1,
+             failure("osal_rename : cannot rename file", null + " to \"b\""));
+  expectCall(log, osal_setAllRights(nullptr, false), -1,
+             failure("Cannot make chmod/0777", " at path : \"(null)\""));
+  expectCall(log, osal_setTimes(nullptr, 0, 0), -1,
+             failure("Cannot change aTime & mTime", " at path : \"(null)\""));
 }
 
 TEST_F(OsalPathTest, UmountRunsTheCommandOnWholePathsOnly) {
@@ -384,16 +337,15 @@ TEST_F(OsalPathTest, UmountRunsTheCommandOnWholePathsOnly) {
   }
   EXPECT_EQ(osal_umount(nullptr), 0);
   ::setenv("PATH", formerPath.c_str(), 1);
-  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(OsalPathTest, WhatTheseSystemsDoNotOffer) {
-  EXPECT_EQ(osal_getFSInfo(nullptr), -1);
-  EXPECT_EQ(osal_getFSInfo(bytes("/"), nullptr), -2);
-  EXPECT_EQ(osal_is_mounted("/"), -1);
-  EXPECT_EQ(osal_mount_cifs("/", "//server/share"), -1);
-  EXPECT_EQ(osal_mount_nfs("/", "server:/export"), -1);
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectCall(log, osal_getFSInfo(nullptr), -1);
+  expectCall(log, osal_getFSInfo(bytes("/"), nullptr), -2);
+  expectCall(log, osal_is_mounted("/"), -1);
+  expectCall(log, osal_mount_cifs("/", "//server/share"), -1);
+  expectCall(log, osal_mount_nfs("/", "server:/export"), -1);
 }
 
 }  // namespace
