@@ -20,11 +20,13 @@ systemctl start qdagent
 expect_agent active 7.2.1.4
 offer 7.2.1.15 /qd/new.deb
 mkdir /etc/qdagent
-printf '#!/bin/sh\nexec /qd/update %s 7.2.1.4\n' "$(hex_address "$server_url")" >/etc/qdagent/update
+printf '#!/bin/sh\ncat /proc/self/cgroup >/qd/cgroup\nexec /qd/update %s 7.2.1.4\n' \
+  "$(hex_address "$server_url")" >/etc/qdagent/update
 chmod 755 /etc/qdagent/update
 
 systemctl kill --kill-whom=main --signal=USR1 qdagent
 wait_for_record "NFY Agent Update done"
+expect "started within the service" "$(grep -o "/qdagent.service\$" /qd/cgroup | sort -u)" /qdagent.service
 expect "records" "$(log_records | sed -n '/Stopping/,$p')" "NFY Agent Stopping ....
 NFY Agent Stopped
 NFY Upgrading agent ...'
@@ -32,6 +34,7 @@ NFY Agent Installed
 NFY Agent Started
 NFY Agent Update done"
 expect "first record" "$(log_records | head -n 1)" "NFY Check Update"
+expect "warnings" "$(log_records | grep "^WRN")" ""
 expect "installed version" "$(agent_deb_version)" 7.2.1.15
 expect_agent active 7.2.1.15
 finish
