@@ -215,11 +215,11 @@ TEST_F(OSAL_DirTest, ReportsWhatTheSystemRefuses) {
     ::close(file);
     char name[256] = "x";
     expectCall(log, dir.readDir(name, sizeof name, nullptr, warnOnly), -1,
-               {level + "Read directory " + closed + " -> error " + code(ENOTDIR)});
+               {text(level, "Read directory ", closed, " -> error ", code(ENOTDIR))});
     EXPECT_STREQ(name, "");
     ::close(::dirfd(dir.dir));
     expectCall(log, dir.closeDir(true, warnOnly), -1,
-               {level + "Cannot close " + code(EBADF) + " directory " + closed});
+               {text(level, "Cannot close ", code(EBADF), " directory ", closed)});
     EXPECT_EQ(dir.dir, nullptr);
   }
 }
