@@ -16,6 +16,7 @@ endif()
 option(QD_SYNOLOGY "Build for Synology systems (Linux family)" OFF)
 option(QD_WARNINGS_ARE_ERRORS "Treat compiler warnings as errors" OFF)
 option(QD_FUZZ "Build the fuzz targets (clang only)" OFF)
+option(QD_BENCH "Build the benchmarks" OFF)
 set(QD_SANITIZE "" CACHE STRING "Sanitizers, as the compiler's -fsanitize takes them")
 
 if(QD_TARGET_OS STREQUAL "macos")

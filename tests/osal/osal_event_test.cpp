@@ -17,7 +17,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 
-constexpr unsigned int kLong = 60'000;  // ms, far beyond what any test waits
+constexpr unsigned int kLong = 20'000;  // ms, far beyond what any test waits
 
 TEST(OSAL_Event, IsUsableBetweenInitAndDestroy) {
   LogCapture log(QDLOG_OSAL, 5);

@@ -3,7 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <optional>
+#include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -15,7 +16,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
 
-constexpr unsigned int kLong = 60'000;  // ms, far beyond what any test waits
+constexpr unsigned int kLong = 20'000;  // ms, far beyond what any test waits
 
 TEST(OSAL_Semaphore, IsUsableBetweenInitAndDestroy) {
   LogCapture log(QDLOG_OSAL, 5);
@@ -83,21 +84,26 @@ TEST(OSAL_Semaphore, TimedWaitTellsAUnitFromATimeOut) {
 }
 
 TEST(OSAL_Semaphore, EveryPostWakesAWaiterOfItsOwn) {
-  for (int round = 0; round < 200; ++round) {
-    OSAL_Semaphore semaphore;
-    ASSERT_EQ(semaphore.init(0), 0);
-    int first = -1;
-    int second = -1;
-    std::thread one([&] { first = semaphore.timedwait(kLong); });
-    std::thread two([&] { second = semaphore.timedwait(kLong); });
-    if (round % 2 == 0) std::this_thread::yield();
-    EXPECT_EQ(semaphore.post(), 0);
-    EXPECT_EQ(semaphore.post(), 0);
-    one.join();
-    two.join();
-    ASSERT_EQ(first, 1);
-    ASSERT_EQ(second, 1);
-    ASSERT_EQ(semaphore.trywait(), 0);
+  struct Round {
+    OSAL_Semaphore units;
+    OSAL_Semaphore done;
+  };
+  for (int i = 0; i < 200; ++i) {
+    const auto round = std::make_shared<Round>();  // outlives this test where a waiter sleeps on
+    ASSERT_EQ(round->units.init(0), 0);
+    ASSERT_EQ(round->done.init(0), 0);
+    for (int waiter = 0; waiter < 2; ++waiter) {
+      std::thread([round] {
+        round->units.wait();
+        round->done.post();
+      }).detach();
+    }
+    if (i % 2 == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
+    EXPECT_EQ(round->units.post(), 0);
+    EXPECT_EQ(round->units.post(), 0);
+    ASSERT_EQ(round->done.timedwait(kLong), 1);
+    ASSERT_EQ(round->done.timedwait(kLong), 1);
+    ASSERT_EQ(round->units.trywait(), 0);
   }
 }
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "sysdef/qdTunableTypes.h"
@@ -16,8 +17,9 @@ namespace {
 constexpr unsigned int kMaxKey = 64;
 constexpr unsigned int kMaxValue = qdtunable::kMaxValue;
 
-/// Values by key.
-using Pairs = std::map<std::string, std::string, std::less<>>;
+/// The first value that a text has for each key of a table. Other keys are not kept, so that a text
+/// full of them costs no memory.
+using Values = std::map<std::string_view, std::optional<std::string>>;
 
 /// A text between double quotes.
 struct Quoted {
@@ -83,8 +85,8 @@ std::optional<std::string> copied(const unsigned char* at, unsigned int length, 
   }
 }
 
-/// Adds the pair of one line, if it holds one and its key is new.
-void readLine(const unsigned char* at, Pairs& pairs) {
+/// Keeps the value of one line, if it holds a pair and its key is wanted and new.
+void readLine(const unsigned char* at, Values& values) {
   at = skipSpaces(at);
   if (at[0] == '/' && at[1] == '/') {
     QDLOG(PRFS, INF, "Tunables - // comment found -> skip line");
@@ -95,7 +97,7 @@ void readLine(const unsigned char* at, Pairs& pairs) {
     QDLOG(PRFS, ERR, "Tunables - bad read name -> skip line : " << QDLogBlob(at, keyLength));
     return;
   }
-  std::optional<std::string> key = copied(at, keyLength, "name");
+  const std::optional<std::string> key = copied(at, keyLength, "name");
   if (!key) return;
 
   at = skipSpaces(at + keyLength);
@@ -116,15 +118,17 @@ void readLine(const unsigned char* at, Pairs& pairs) {
   std::optional<std::string> value = copied(at, valueLength, "value");
   if (!value) return;
   QDLOG(PRFS, DBG, "Tunables - value found for key = " << Quoted(*key) << " -> " << Quoted(*value));
-  pairs.try_emplace(std::move(*key), std::move(*value));
+  const auto wanted = values.find(*key);
+  if (wanted != values.end() && !wanted->second) wanted->second = std::move(value);
 }
 
-Pairs readPairs(const unsigned char* text) {
-  Pairs pairs;
+Values readValues(const unsigned char* text, std::span<const QDTunablesS> table) {
+  Values values;
+  for (const QDTunablesS& record : table) values.try_emplace(record.name);
   for (const unsigned char* line = text; *line != '\0'; line = skipLine(line)) {
-    readLine(line, pairs);
+    readLine(line, values);
   }
-  return pairs;
+  return values;
 }
 
 // --- Applying a value ----------------------------------------------------------------------------
@@ -225,10 +229,11 @@ void apply(const QDTunablesS& record, const std::string& value) {
 void QDTunables::tunablesUpdate(const unsigned char* text, const QDTunablesS* table,
                                 unsigned int count) {
   try {
-    const Pairs pairs = readPairs(text);
-    for (const QDTunablesS& record : std::span(table, count)) {
-      const auto pair = pairs.find(record.name);
-      if (pair != pairs.end()) apply(record, pair->second);
+    const std::span records(table, count);
+    const Values values = readValues(text, records);
+    for (const QDTunablesS& record : records) {
+      const std::optional<std::string>& value = values.at(record.name);
+      if (value) apply(record, *value);
     }
   } catch (...) {
     QDLOG(PRFS, ERR, "Tunables - unexpected error while updating");

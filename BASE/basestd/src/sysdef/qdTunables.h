@@ -28,7 +28,8 @@ class QDTunables {
   ///
   /// The first line of a key counts; keys that no record names are ignored. Numbers are clamped to
   /// the limits of their record; a value that a BOOL does not take leaves it as it is. Problems are
-  /// logged, and never stop the rest. Takes no lock: for the start-up, before other threads read.
+  /// logged, and never stop the rest. One pass over the text: the time grows as it does, the memory
+  /// with what the table takes of it. Takes no lock: for the start-up, before other threads read.
   static void tunablesUpdate(const unsigned char* text, const QDTunablesS* table,
                              unsigned int count);
 };
