@@ -32,16 +32,16 @@ unsigned long long regularSize(int fd) {
   return static_cast<unsigned long long>(info.st_size);
 }
 
-/// Writes all of `text`, usually with one call. Returns false when it could not.
-bool writeAll(int fd, const std::string& text) {
+/// Writes `text`, usually with one call. Returns how many of its bytes were written.
+std::size_t writeAll(int fd, const std::string& text) {
   std::size_t done = 0;
   while (done < text.size()) {
     const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
     if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
+    if (count <= 0) break;
     done += static_cast<std::size_t>(count);
   }
-  return true;
+  return done;
 }
 
 }  // namespace
@@ -72,13 +72,13 @@ std::string qdLogBackupName(const std::string& path) {
   return path.substr(0, path.size() - cut) + ".bak";
 }
 
-FileQDLogCb::FileQDLogCb(const std::string& path, bool echo, bool temporary)
-    : _path(path), _echo(echo), _temporary(temporary), _rollAbove(kMaxFileSize) {
+FileQDLogCb::FileQDLogCb(const std::string& path, bool echo, bool shared)
+    : _path(path), _echo(echo), _shared(shared), _rollAbove(kMaxFileSize) {
   openFile();
 }
 
 void FileQDLogCb::openFile() {
-  if (_temporary) {
+  if (_shared) {
     osal_openOwnFile(_path.c_str(), OwnFileUse::Append, 0600, _file);
   } else {
     osal_openFixedFile(_path.c_str(), OwnFileUse::Append, 0666, _file);
@@ -99,13 +99,15 @@ void FileQDLogCb::log(unsigned int /*pid*/, unsigned long long /*threadId*/, con
 }
 
 void FileQDLogCb::writeToFile(const std::string& line) {
-  // After a line that was cut off by a full disk the next one still starts at the left margin.
-  const bool written = writeAll(_file.get(), _torn ? "\n" + line : line);
-  _torn = !written;
+  // After a line that a full disk cut off, the next one still starts at the left margin.
+  const std::string text = _torn ? '\n' + line : line;
+  const std::size_t written = writeAll(_file.get(), text);
+  if (written > 0) _torn = written < text.size();
 }
 
 void FileQDLogCb::rollLogFiles() {
   _file.reset();
+  _torn = false;
   const bool renamed = std::rename(_path.c_str(), qdLogBackupName(_path).c_str()) == 0;
   openFile();
   // A backup name that is taken for good must not cost a roll with every line.

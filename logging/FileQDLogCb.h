@@ -13,10 +13,10 @@
 class FileQDLogCb : public QDLogCb {
  public:
   /// Opens `path` for appending, created when missing; a failure leaves the sink without a file.
-  /// `echo`: every line is also written to standard output. `temporary`: the file lies in the
-  /// temporary folder and is this user's alone; elsewhere only a folder that others may write to is
-  /// treated so.
-  FileQDLogCb(const std::string& path, bool echo, bool temporary = false);
+  /// `echo`: every line is also written to standard output. `shared`: others could exchange what
+  /// stands at `path`, as in the temporary folder, so the file is this user's alone and no link is
+  /// followed; so it is anyway where others may write to its folder.
+  FileQDLogCb(const std::string& path, bool echo, bool shared = false);
 
   void log(unsigned int pid, unsigned long long threadId, const char* module, const char* level,
            const char* file, int line, const char* func, const char* message) override;
@@ -31,8 +31,8 @@ class FileQDLogCb : public QDLogCb {
   ScopedFd _file;
   std::string _path;
   bool _echo;
-  bool _temporary;
-  bool _torn = false;             // the last line in the file lacks its end
+  bool _shared;
+  bool _torn = false;             // the file ends in a part of a line
   unsigned long long _rollAbove;  // size in bytes above which the file rolls
 };
 

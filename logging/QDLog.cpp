@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <mutex>
 
 #include "osal/osal_process.h"
@@ -28,15 +29,24 @@ bool endsLevels(char c) { return c == '\0' || c == '\n' || c == '\r' || c == ' '
 
 }  // namespace
 
-QDLog::Record::Record(QDLog& logger) : logger_(logger) {
-  logger_._lock.lock();
+QDLog::Record::Turn::Turn(QDMutexSilent& lock) : lock_(lock) {
+  lock_.lock();
   threadIsInRecord = true;
-  logger_._stream.clear();
+}
+
+QDLog::Record::Turn::~Turn() {
+  threadIsInRecord = false;
+  lock_.unlock();
+}
+
+QDLog::Record::Record(QDLog& logger)
+    : logger_(logger), exceptions_(std::uncaught_exceptions()), turn_(logger._lock) {
+  stream().clear();
 }
 
 QDLog::Record::~Record() {
-  threadIsInRecord = false;
-  logger_._lock.unlock();
+  // A record that was left half built may have left its formats behind.
+  if (std::uncaught_exceptions() > exceptions_) stream().resetFormats();
 }
 
 void QDLog::Record::finish(QDLogMType module, int level, const char* file, int line) {
@@ -64,6 +74,11 @@ QDLog* QDLog::getLogger() {
 }
 
 void QDLog::destroyLogger() { delete _singleton.exchange(nullptr); }
+
+void QDLog::setLogCb(QDLogCb* cb) {
+  const std::lock_guard guard(_lock);
+  _logCb.store(cb, std::memory_order_release);
+}
 
 bool QDLog::inRecord() { return threadIsInRecord; }
 

@@ -62,7 +62,19 @@ class QDLog : private qd_no_duplic {
     void finish(QDLogMType module, int level, const char* file, int line);
 
    private:
+    /// Holds the lock, and this thread's mark that a statement is under way.
+    class Turn : private qd_no_duplic {
+     public:
+      explicit Turn(QDMutexSilent& lock);
+      ~Turn();
+
+     private:
+      QDMutexSilent& lock_;
+    };
+
     QDLog& logger_;
+    int exceptions_;
+    Turn turn_;
   };
 
   QDLog();
@@ -80,8 +92,9 @@ class QDLog : private qd_no_duplic {
   /// ends it. A malformed entry ends it with a line on standard error; the entries before it hold.
   void setLevels(const char* config);
 
-  /// Sets the sink, which stays the caller's. Null: nothing is written.
-  void setLogCb(QDLogCb* cb) { _logCb.store(cb, std::memory_order_release); }
+  /// Sets the sink, which stays the caller's. Null: nothing is written. When it returns, the former
+  /// sink is no longer in use.
+  void setLogCb(QDLogCb* cb);
   [[nodiscard]] QDLogCb* logCb() const { return _logCb.load(std::memory_order_acquire); }
 
   /// Whether a record of this module (0 to 52) and level (0 to 9) would be written.

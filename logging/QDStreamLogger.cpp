@@ -165,6 +165,11 @@ void QDStreamLogger::clear() {
   seekp(0);
 }
 
+void QDStreamLogger::resetFormats() {
+  useDumpDefaults(*this);
+  width(0);
+}
+
 const char* QDStreamLogger::text() const { return view().data(); }
 
 void QDStreamLogger::shrink() {

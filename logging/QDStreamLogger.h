@@ -92,6 +92,10 @@ class QDStreamLogger : public std::ostringstream {
   /// The record's text as a C string: what was written up to its NUL.
   [[nodiscard]] const char* text() const;
 
+  /// Decimal, without prefix, filled with blanks: what statements leave behind that come to their
+  /// end.
+  void resetFormats();
+
   /// Gives the memory back that one extraordinarily long record made the buffer keep.
   void shrink();
 

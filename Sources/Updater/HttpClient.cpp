@@ -39,15 +39,24 @@ std::size_t discardCb(void*, std::size_t size, std::size_t nmemb, void*) noexcep
   return size * nmemb;
 }
 
-/// Unbuffered: libcurl hands over large blocks, which need no second copy.
 FilePtr openForDownload(const std::string& path) {
   ScopedFd fd;
   if (osal_openFixedFile(path.c_str(), OwnFileUse::Overwrite, 0600, fd) != 0) return nullptr;
   FilePtr file(::fdopen(fd.get(), "wb"));
   if (file == nullptr) return nullptr;
   static_cast<void>(fd.release());
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);
   return file;
+}
+
+bool allowOnlyHttp(CURL* handle) {
+#if LIBCURL_VERSION_NUM >= 0x075500
+  return curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https") == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") == CURLE_OK;
+#else
+  constexpr long kProtocols = CURLPROTO_HTTP | CURLPROTO_HTTPS;
+  return curl_easy_setopt(handle, CURLOPT_PROTOCOLS, kProtocols) == CURLE_OK &&
+         curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS, kProtocols) == CURLE_OK;
+#endif
 }
 
 std::size_t storedBytes(const HttpClient::Headers& headers) {
@@ -96,8 +105,7 @@ bool HttpClient::init() {
   curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, 60L);
   curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 1L);
   curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, kReceiveBuffer);
-  initialized = curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https") == CURLE_OK &&
-                curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") == CURLE_OK;
+  initialized = allowOnlyHttp(handle);
   return initialized;
 }
 

@@ -24,6 +24,15 @@ PackageFile::Identity PackageFile::identityOf(const struct stat& info) {
 #endif
 }
 
+PackageFile::Identity PackageFile::identityAt(const std::string& path) {
+  struct stat info {};
+  return ::lstat(path.c_str(), &info) == 0 ? identityOf(info) : Identity{};
+}
+
+bool PackageFile::sameFile(const Identity& a, const Identity& b) {
+  return a.inode != 0 && a.inode == b.inode && a.device == b.device;
+}
+
 bool PackageFile::acquire(const std::string& path) {
   path_ = path;
   remembered_ = {};
@@ -41,16 +50,15 @@ void PackageFile::remember() {
   if (::fstat(fd_.get(), &info) == 0) remembered_ = identityOf(info);
 }
 
-bool PackageFile::isUntouched(bool attached) const {
-  struct stat info {};
-  if (::lstat(path_.c_str(), &info) != 0) return false;
-  const Identity now = identityOf(info);
-  return now.device == remembered_.device && now.inode == remembered_.inode &&
-         now.size == remembered_.size && sameTime(now.modified, remembered_.modified) &&
-         (attached || sameTime(now.changed, remembered_.changed));
+bool PackageFile::isUntouched() const {
+  const Identity now = identityAt(path_);
+  return sameFile(now, remembered_) && now.size == remembered_.size &&
+         sameTime(now.modified, remembered_.modified) && sameTime(now.changed, remembered_.changed);
 }
 
+bool PackageFile::isStillThere() const { return sameFile(identityAt(path_), remembered_); }
+
 void PackageFile::remove() {
-  fd_.reset();
   std::remove(path_.c_str());
+  fd_.reset();
 }

@@ -19,9 +19,12 @@ class PackageFile {
   /// Remembers the file as it is now, downloaded and about to be verified.
   void remember();
 
-  /// Whether the path still names the remembered file, unchanged. `attached`: the system's disk
-  /// image tool has had it in between, which touches its attributes but never its content.
-  [[nodiscard]] bool isUntouched(bool attached) const;
+  /// Whether the path still names the remembered file, unchanged.
+  [[nodiscard]] bool isUntouched() const;
+
+  /// Whether the path still names the remembered file. For a disk image that is attached: the
+  /// system itself writes to one that is not read-only.
+  [[nodiscard]] bool isStillThere() const;
 
   /// Lets the file go and removes what is at its path.
   void remove();
@@ -38,6 +41,8 @@ class PackageFile {
     timespec changed{};
   };
   static Identity identityOf(const struct stat& info);
+  static Identity identityAt(const std::string& path);  // all zero when nothing is there
+  static bool sameFile(const Identity& a, const Identity& b);
 
   std::string path_;
   ScopedFd fd_;

@@ -6,7 +6,8 @@
 
 /// As long as it lives, SIGHUP, SIGINT and SIGTERM do not end the process; the first that came
 /// takes its effect at the end. Handlers, not ignoring: the commands that are run meanwhile must
-/// not inherit ignored signals. A signal that was ignored before stays ignored. One at a time.
+/// not inherit ignored signals. A signal that was ignored before stays ignored, and a SIGINT that
+/// comes while system() runs a command is that command's alone. One at a time.
 class SignalDelay {
  public:
   SignalDelay() noexcept;

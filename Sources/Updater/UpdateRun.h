@@ -23,5 +23,6 @@ struct UpdateRun {
   int attempts = 0;                               ///< downloads begun
   UpdateResult lastFailure = UpdateResult::Done;  ///< why the latest download was no good
   PackageFile package;
-  std::string pkgPath;  ///< the package inside the attached disk image
+  std::string pkgPath;    ///< the package inside the attached disk image
+  std::string detachCmd;  ///< detaches that image; built before the agent is stopped
 };

@@ -204,9 +204,11 @@ Updater::Stop Updater::obtainPackage(UpdateRun& run) {
     if (const Stop stop = downloadVerified(run)) return stop;
     httpClient.cleanup();  // the commands that follow must not inherit its sockets
     if (const Stop stop = attachImage(run)) return stop;
-    if (run.package.isUntouched(usesDiskImage())) return std::nullopt;
+    if (usesDiskImage() ? run.package.isStillThere() : run.package.isUntouched()) {
+      return std::nullopt;
+    }
     // Somebody exchanged the package after its verification: it counts as one with a wrong digest.
-    if (usesDiskImage()) detachImage(run);
+    if (usesDiskImage()) utils::unmount(run.setup.mountedDevice);
     run.lastFailure = rejectPackage(run, utils::computeMD5(run.setup.setupPath));
   }
 }
@@ -246,7 +248,7 @@ UpdateResult Updater::downloadOnce(UpdateRun& run) {
 
 UpdateResult Updater::verifyDigest(UpdateRun& run) {
   run.package.remember();
-  const bool untouched = run.package.isUntouched(false);
+  const bool untouched = run.package.isUntouched();
   if (untouched && run.expectedMd5.empty()) return UpdateResult::Done;
   const std::string computed = utils::computeMD5(run.setup.setupPath);
   if (!untouched || computed != run.expectedMd5) return rejectPackage(run, computed);
@@ -273,9 +275,10 @@ Updater::Stop Updater::attachImage(UpdateRun& run) {
   run.pkgPath.clear();
   if (utils::mountAndGetPkgPath(setup.pkgName, setup.setupPath, setup.mountedDevice, run.pkgPath) ==
       0) {
+    run.detachCmd = utils::detachCommand(setup.mountedDevice);
     return std::nullopt;
   }
   QDLOG(ROOT, ERR, "Unable to attach setup");
-  if (!setup.mountedDevice.empty()) detachImage(run);
+  if (!setup.mountedDevice.empty()) utils::unmount(setup.mountedDevice);
   return UpdateResult::AttachFailed;
 }

@@ -106,8 +106,7 @@ class Updater {
   // Parts of replaceAgent. Once the agent is being stopped nothing throws, so that it is always
   // started.
   void stopAgent(const UpdateRun& run) const noexcept;
-  void installAgent(const UpdateRun& run) const noexcept;
+  void installAgent(const UpdateRun& run, bool withXCBDeps) const noexcept;
   void installXCBDeps() const noexcept;
-  void detachImage(const UpdateRun& run) const noexcept;
   void startAgent(const UpdateRun& run) const noexcept;
 };

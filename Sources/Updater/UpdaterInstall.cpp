@@ -1,6 +1,8 @@
 // The window in which the agent is stopped. Nothing in it may keep the agent from being started
 // again: no exception, no signal, no missing memory.
 
+#include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -8,7 +10,6 @@
 #include "Updater/SignalDelay.h"
 #include "Updater/Updater.h"
 #include "Updater/updateRules.h"
-#include "Updater/utilsPackage.h"
 #include "Updater/utilsShell.h"
 #include "logging/QDLog.h"
 
@@ -24,14 +25,33 @@
 
 namespace {
 
+/// A command that writes where nobody reads any more is ended by it, an installation in its middle:
+/// the agent that started this program, and read from it, may just have been stopped.
+void replaceBrokenOutputs() noexcept {
+  for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+    pollfd state{fd, POLLOUT, 0};
+    if (::poll(&state, 1, 0) != 1 || (state.revents & (POLLERR | POLLHUP | POLLNVAL)) == 0)
+      continue;
+    const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (null < 0) continue;
+    ::dup2(null, fd);
+    ::close(null);
+  }
+}
+
+int execute(const char* command) noexcept {
+  replaceBrokenOutputs();
+  return std::system(command);
+}
+
 /// Runs `command` like system(), but does not take a momentary lack of processes or memory (-1) for
 /// an answer: an agent that is not started again is what must not happen.
 int systemPersistently(const char* command) noexcept {
   constexpr int kAttempts = 5;
-  int r = std::system(command);
+  int r = execute(command);
   for (int attempt = 1; r == -1 && attempt < kAttempts; ++attempt) {
     ::sleep(1);
-    r = std::system(command);
+    r = execute(command);
   }
   return r;
 }
@@ -42,9 +62,10 @@ Updater::Stop Updater::replaceAgent(UpdateRun& run) {
   if (usesDiskImage()) {
     run.setup.installCmd += '"' + utils::shellQuotedText(run.pkgPath) + '"';
   }
+  const bool withXCBDeps = needsXCBDeps(os, run.installed, run.available);
   const SignalDelay delay;
   stopAgent(run);
-  if (!skipInstall) installAgent(run);
+  if (!skipInstall) installAgent(run, withXCBDeps);
   startAgent(run);
   QD_LOG_QUIETLY(NFY, "Agent Update done");
   return UpdateResult::Done;
@@ -52,23 +73,23 @@ Updater::Stop Updater::replaceAgent(UpdateRun& run) {
 
 void Updater::stopAgent(const UpdateRun& run) const noexcept {
   QD_LOG_QUIETLY(NFY, "Agent Stopping ....");
-  if (const int r = std::system(run.setup.stopCmd.c_str()); r != 0) {
+  if (const int r = execute(run.setup.stopCmd.c_str()); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to stop agent: [" << r << "]");
   } else {
     QD_LOG_QUIETLY(NFY, "Agent Stopped");
   }
 }
 
-void Updater::installAgent(const UpdateRun& run) const noexcept {
+void Updater::installAgent(const UpdateRun& run, bool withXCBDeps) const noexcept {
   QD_LOG_QUIETLY(NFY, "Upgrading agent ...'");
-  if (needsXCBDeps(os, run.installed, run.available)) installXCBDeps();
-  if (const int r = std::system(run.setup.installCmd.c_str()); r != 0) {
+  if (withXCBDeps) installXCBDeps();
+  if (const int r = execute(run.setup.installCmd.c_str()); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to install agent : [" << r << "]");
     return;
   }
   QD_LOG_QUIETLY(NFY, "Agent Installed");
   if (run.setup.postInstallCmd.empty()) return;
-  if (const int r = std::system(run.setup.postInstallCmd.c_str()); r != 0) {
+  if (const int r = execute(run.setup.postInstallCmd.c_str()); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to run post install command: [" << r << "]");
   }
 }
@@ -76,25 +97,17 @@ void Updater::installAgent(const UpdateRun& run) const noexcept {
 void Updater::installXCBDeps() const noexcept {
   QD_LOG_QUIETLY(NFY, "installXCBDeps ...");
   const XCBCommands commands = xcbCommands(distrib);
-  if (commands.query == nullptr || std::system(commands.query) != 0) {
+  if (commands.query == nullptr || execute(commands.query) != 0) {
     QD_LOG_QUIETLY(NFY, "X11 not found");
     return;
   }
   QD_LOG_QUIETLY(NFY, "Found x11");
-  const int r = std::system(commands.install);
+  const int r = execute(commands.install);
   QD_LOG_QUIETLY(NFY, "Install xcb dependencies" << r);
 }
 
-void Updater::detachImage(const UpdateRun& run) const noexcept {
-  try {
-    utils::unmount(run.setup.mountedDevice);
-  } catch (...) {
-    // An image that stays attached does no harm.
-  }
-}
-
 void Updater::startAgent(const UpdateRun& run) const noexcept {
-  if (usesDiskImage()) detachImage(run);
+  if (usesDiskImage()) execute(run.detachCmd.c_str());
   if (const int r = systemPersistently(run.setup.startCmd.c_str()); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to re-start agent : [" << r << "]");
   } else {

@@ -33,7 +33,9 @@ bool writeWhole(const std::string& path, const std::string& text) {
   ScopedFd fd;
   if (osal_openOwnFile(path.c_str(), OwnFileUse::Overwrite, 0644, fd) != 0) return false;
   const ssize_t count = ::write(fd.get(), text.data(), text.size());
-  return count == static_cast<ssize_t>(text.size()) && ::close(fd.release()) == 0;
+  // Without the sync a power cut could keep the new name and lose the content.
+  return count == static_cast<ssize_t>(text.size()) && ::fsync(fd.get()) == 0 &&
+         ::close(fd.release()) == 0;
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "logging/FileQDLogCb.h"
 #include "logging/QDLog.h"
 #include "osal/osal_fs.h"
+#include "osal/osal_ownfile.h"
 #include "osal/osal_sys.h"
 
 /// The run's sink; `main` deletes it when nothing is logged any more.
@@ -24,7 +25,7 @@ FileQDLogCb* g_QDLogCb = nullptr;
 namespace {
 
 /// The agent's data folder as its configuration has it; empty when it is not known.
-std::string dataFolder() {
+std::string dataFolder() try {
   char instance[1024] = {};
   if (osal_getEnv("QD_AGENT_INSTANCE", instance, sizeof instance) != 0) return {};
   const std::string file = dataFolderFile(utils::getConfigurationFolder(), instance);
@@ -32,6 +33,8 @@ std::string dataFolder() {
   char folder[1024] = {};
   osal_getconfstr(file.c_str(), folder, sizeof folder);
   return folder;
+} catch (...) {
+  return {};
 }
 
 /// Sets the levels and sends the log to the agent's log folder, or to the temporary folder when the
@@ -49,7 +52,9 @@ void init_logging(bool echo) {
     logFolder = utils::joinPath(data, "UpdLogs");
     osal_mkdir(reinterpret_cast<const unsigned char*>(logFolder.c_str()), nullptr, false);
   }
-  g_QDLogCb = new FileQDLogCb(utils::joinPath(logFolder, "agent_upd.log"), echo, data.empty());
+  // In a data folder that others may write to they could exchange the log folder itself.
+  const bool shared = data.empty() || osal_folderIsShared(data.c_str());
+  g_QDLogCb = new FileQDLogCb(utils::joinPath(logFolder, "agent_upd.log"), echo, shared);
   logger->setLogCb(g_QDLogCb);
 }
 

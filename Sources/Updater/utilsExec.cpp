@@ -5,19 +5,12 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/read.hpp>
-#include <boost/process/args.hpp>
-#include <boost/process/async_pipe.hpp>
-#include <boost/process/child.hpp>
-#include <boost/process/environment.hpp>
-#include <boost/process/io.hpp>
-#include <boost/process/search_path.hpp>
 #include <sstream>
 
+#include "Updater/boostProcess.h"
 #include "logging/QDLog.h"
 
 namespace utils {
-
-namespace bp = boost::process;
 
 namespace {
 

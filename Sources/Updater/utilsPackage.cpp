@@ -47,9 +47,11 @@ int mountAndGetPkgPath(const std::string& pkgName, const std::string& imagePath,
   }
 }
 
-int unmount(const std::string& device) {
-  return std::system(("hdiutil detach " + shellWord(device)).c_str());
+std::string detachCommand(const std::string& device) {
+  return "hdiutil detach " + shellWord(device);
 }
+
+int unmount(const std::string& device) { return std::system(detachCommand(device).c_str()); }
 
 std::string computeMD5(const std::string& path) {
   unsigned char hex[33] = {};

@@ -18,6 +18,9 @@ void readAttachOutput(const std::vector<std::string>& lines, const std::string& 
 int mountAndGetPkgPath(const std::string& pkgName, const std::string& imagePath,
                        std::string& device, std::string& pkgPath);
 
+/// The command that detaches `device`.
+std::string detachCommand(const std::string& device);
+
 /// Detaches; returns what system() returned.
 int unmount(const std::string& device);
 

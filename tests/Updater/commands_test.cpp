@@ -6,7 +6,6 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <boost/process/exception.hpp>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +14,7 @@
 #include "TempFolder.h"
 #include "Updater/PackageFile.h"
 #include "Updater/SignalDelay.h"
+#include "Updater/boostProcess.h"
 #include "Updater/lockFile.h"
 #include "Updater/utilsExec.h"
 #include "Updater/utilsPackage.h"
@@ -76,7 +76,7 @@ TEST(Execlog, LogsOutputThenErrorsAlsoWhenBothPipesFill) {
 
 TEST(Execlog, AProgramThatIsNotThereThrows) {
   std::string cmd = "/nowhere/program";
-  EXPECT_THROW(execlog(cmd), boost::process::process_error);
+  EXPECT_THROW(execlog(cmd), bp::process_error);
 }
 
 TEST(AttachOutput, FindsDeviceAndPackage) {
@@ -175,7 +175,7 @@ TEST(PackageFile, NoticesWhatHappensToItsPath) {
     const char* what;
     void (*change)(const std::string& path, const std::string& other);
     bool untouched;
-    bool untouchedWhenAttached;
+    bool stillThere;
   } kCases[] = {
       {"nothing", [](const std::string&, const std::string&) {}, true, true},
       {"exchanged", [](const std::string& p, const std::string& o) { fs::rename(o, p); }, false,
@@ -183,7 +183,7 @@ TEST(PackageFile, NoticesWhatHappensToItsPath) {
       {"removed", [](const std::string& p, const std::string&) { fs::remove(p); }, false, false},
       {"longer",
        [](const std::string& p, const std::string&) { std::ofstream(p, std::ios::app) << "x"; },
-       false, false},
+       false, true},
       {"attributes", [](const std::string& p, const std::string&) { ::chmod(p.c_str(), 0400); },
        false, true},
       {"a link to it",
@@ -193,7 +193,7 @@ TEST(PackageFile, NoticesWhatHappensToItsPath) {
        },
        false, false},
   };
-  for (const auto& [what, change, untouched, untouchedWhenAttached] : kCases) {
+  for (const auto& [what, change, untouched, stillThere] : kCases) {
     SCOPED_TRACE(what);
     PackageFile package;
     ASSERT_TRUE(package.acquire(path));
@@ -202,8 +202,8 @@ TEST(PackageFile, NoticesWhatHappensToItsPath) {
     package.remember();
     ::usleep(20000);  // more than the file system's clock tick
     change(path, other);
-    EXPECT_EQ(package.isUntouched(false), untouched);
-    EXPECT_EQ(package.isUntouched(true), untouchedWhenAttached);
+    EXPECT_EQ(package.isUntouched(), untouched);
+    EXPECT_EQ(package.isStillThere(), stillThere);
     package.remove();
     fs::remove(other);
   }

@@ -113,14 +113,14 @@ TEST(FileQDLogCb, WithoutAFileItOnlyEchoes) {
 }
 
 TEST(FileQDLogCb, InASharedOrTemporaryFolderItFollowsNoLink) {
-  for (const bool temporary : {false, true}) {
-    SCOPED_TRACE(temporary);
+  for (const bool shared : {false, true}) {
+    SCOPED_TRACE(shared);
     const TempFolder folder;
-    if (!temporary) fs::permissions(folder.path(), fs::perms::all);
+    if (!shared) fs::permissions(folder.path(), fs::perms::all);
     const std::string victim = folder / "victim";
     std::ofstream(victim) << "precious";
     fs::create_symlink(victim, folder / "agent.log");
-    FileQDLogCb sink(folder / "agent.log", false, temporary);
+    FileQDLogCb sink(folder / "agent.log", false, shared);
     writeRecord(sink, "text");
     EXPECT_EQ(content(victim), "precious");
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(folder / "agent.log")));

@@ -126,11 +126,11 @@ TEST(QDLog, ANestedStatementIsRefusedInsteadOfHanging) {
 
 int throwsInside() { throw std::runtime_error("inside"); }
 
-TEST(QDLog, OtherExceptionsReachTheCallerWithTheLockReleased) {
+TEST(QDLog, OtherExceptionsReachTheCallerWithLockAndFormatsReleased) {
   LogCapture log("");
-  EXPECT_THROW(QDLOG(ROOT, NFY, throwsInside()), std::runtime_error);
-  QDLOG(ROOT, NFY, "after");
-  EXPECT_THAT(log.lines(), ElementsAre("ROOT:NFY after"));
+  EXPECT_THROW(QDLOG(ROOT, NFY, QDStreamLogger::Hex << throwsInside()), std::runtime_error);
+  QDLOG(ROOT, NFY, "after " << 255);
+  EXPECT_THAT(log.lines(), ElementsAre("ROOT:NFY after 255"));
 }
 
 TEST(QDLog, WithoutASinkNothingIsEvaluated) {

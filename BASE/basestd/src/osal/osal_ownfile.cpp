@@ -46,7 +46,7 @@ int prepare(int fd, OwnFileUse use) {
 /// be looked at, and unlinked when they are what they seem.
 bool mayBeInTheWay(int error) {
   return error == ELOOP || error == EMLINK || error == ENXIO || error == ENODEV ||
-         error == EACCES || error == EPERM;
+         error == EACCES || error == EPERM || error == EOPNOTSUPP;
 }
 
 /// Unlinks `name` when it can't be used. Returns 0 or an errno value.
@@ -105,7 +105,7 @@ int osal_openFixedFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& 
   const std::size_t slash = name.rfind('/');
   std::string folder = ".";
   if (slash != std::string::npos) folder = name.substr(0, slash == 0 ? 1 : slash);
-  if (osal_folderIsShared(folder.c_str())) return osal_openOwnFile(path, use, mode, fd);
+  if (osal_folderIsShared(folder.c_str())) return osal_openOwnFile(path, use, mode & S_IRWXU, fd);
 
   int flags = accessFlags(use) | O_CLOEXEC | O_NOCTTY;
   if (use != OwnFileUse::Read) flags |= O_CREAT;

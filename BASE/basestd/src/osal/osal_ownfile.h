@@ -28,6 +28,6 @@ int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd
 /// directory's own name meanwhile, the file is the one in it.
 int osal_openOwnFileAt(int folder, const char* name, OwnFileUse use, mode_t mode, ScopedFd& fd);
 
-/// As `osal_openOwnFile` where `path` lies in a shared folder; elsewhere an ordinary open, which
-/// follows links as the folder's owner laid them.
+/// As `osal_openOwnFile`, and for this user's eyes only, where `path` lies in a shared folder;
+/// elsewhere an ordinary open, which follows links as the folder's owner laid them.
 int osal_openFixedFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd);
