@@ -20,6 +20,7 @@ int FakePauses::pause(long ms) {
     return -1;
   }
   ms_.push_back(ms);
+  if (meanwhile) meanwhile();
   return 0;
 }
 

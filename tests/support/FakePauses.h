@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 /// Makes the pauses of this thread end at once and remembers them, for the object's life. For
@@ -14,6 +15,9 @@ class FakePauses {
 
   /// What was asked for, in milliseconds.
   [[nodiscard]] const std::vector<long>& ms() const { return ms_; }
+
+  /// Done in each pause.
+  std::function<void()> meanwhile;
 
   /// Called in the place of `nanosleep`.
   int pause(long ms);

@@ -9,8 +9,9 @@
 /// A fresh, empty folder (0700) that is removed with everything in it.
 class TempFolder {
  public:
-  TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qdtest.XXXXXX").string();
+  TempFolder() : TempFolder(std::filesystem::temp_directory_path()) {}
+  explicit TempFolder(const std::filesystem::path& base) {
+    std::string pattern = (base / "qdtest.XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
     path_ = pattern;
   }
@@ -27,3 +28,11 @@ class TempFolder {
  private:
   std::filesystem::path path_;
 };
+
+/// Where thousands of files cost little: a file system in memory, where there is one.
+inline std::filesystem::path cheapBase() {
+  std::error_code ignored;
+  const std::filesystem::path memory = "/dev/shm";
+  return std::filesystem::is_directory(memory, ignored) ? memory
+                                                        : std::filesystem::temp_directory_path();
+}

@@ -15,6 +15,7 @@
 
 #include "logging/QDLog.h"
 #include "logging/QDLogPath.h"
+#include "osal/osal_entry.h"
 #include "osal/osal_scoped.h"
 
 #if defined(__APPLE__)
@@ -103,36 +104,23 @@ int osal_mkdir(const unsigned char* path, bool* existed, bool silent) {
 }
 
 int osal_rmdir(const unsigned char* path, bool* missing) {
+  return osal_rmdirAt(AT_FDCWD, reinterpret_cast<const char*>(path), path, missing);
+}
+
+int osal_rmdirIfEmpty(const unsigned char* path, bool* removed) {
   const int error = errorOf(path, [](const char* p) { return ::rmdir(p); });
-  if (error != 0 && error != ENOENT) {
+  if (error != 0 && error != ENOENT && error != ENOTEMPTY && error != EEXIST) {
     QDLOG(OSAL, ERR,
           "osal_rmdir : cannot remove directory (" << error << ") at path " << QDLogPath(path));
     return -1;
   }
-  const bool removed = error == 0;
-  if (missing != nullptr) *missing = !removed;
-  QDLOG(OSAL, removed ? INF : DBG,
-        "osal_rmdir : directory " << (removed ? "removed" : "not exists") << " at path "
-                                  << QDLogPath(path));
+  if (removed != nullptr) *removed = error == 0;
+  if (error == 0) QDLOG(OSAL, INF, "osal_rmdir : directory removed at path " << QDLogPath(path));
   return 0;
 }
 
 int osal_rmfile(const unsigned char* path, bool* removed, bool silent) {
-  const int error = errorOf(path, [](const char* p) { return ::unlink(p); });
-  if (error != 0 && error != ENOENT) {
-    if (!silent) {
-      QDLOG(OSAL, ERR,
-            "osal_rmfile : cannot remove file (" << error << ") at path " << QDLogPath(path));
-    }
-    return -1;
-  }
-  if (removed != nullptr) *removed = error == 0;
-  if (!silent) {
-    QDLOG(OSAL, INF,
-          "osal_rmfile : file " << (error == 0 ? "removed" : "not exists") << " at path "
-                                << QDLogPath(path));
-  }
-  return 0;
+  return osal_rmfileAt(AT_FDCWD, reinterpret_cast<const char*>(path), path, removed, silent);
 }
 
 int osal_rename(const unsigned char* from, const unsigned char* to, bool silent) {

@@ -27,6 +27,10 @@ int osal_mkdir(const unsigned char* path, bool* existed, bool silent);
 /// Removes an empty directory. A missing one is success, and `*missing` is true.
 int osal_rmdir(const unsigned char* path, bool* missing);
 
+/// Removes a directory unless there is something in it, which is not a failure, and neither is a
+/// missing one: `*removed` is false then.
+int osal_rmdirIfEmpty(const unsigned char* path, bool* removed);
+
 /// Unlinks a file. A missing one is success, and `*removed` is false.
 int osal_rmfile(const unsigned char* path, bool* removed, bool silent);
 

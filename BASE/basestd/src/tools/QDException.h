@@ -20,6 +20,17 @@ class QDException {
 /// exception).
 void qdTraceException(const QDException& exception, const char* word);
 
+/// Runs `operation`, and reports a QDException that leaves it with the word "ECT".
+template <typename Operation>
+decltype(auto) qdTraced(Operation operation) {
+  try {
+    return operation();
+  } catch (const QDException& exception) {
+    qdTraceException(exception, "ECT");
+    throw;
+  }
+}
+
 /// Logs the streamed text once, after "NET: ", where it is used, and throws code 1.
 #define QD_THROW_ERROR(...)                   \
   do {                                        \

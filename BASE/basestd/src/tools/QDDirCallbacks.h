@@ -1,0 +1,18 @@
+#pragma once
+
+#include "logging/QDEnums.h"
+#include "tools/QDMarkers.h"
+
+/// Takes what a walk through a directory finds.
+class QSDir_cbArgBrowse : public qd_interface_base_qualifier {
+ public:
+  /// Takes one item; `path` lives until the return. False ends the walk.
+  virtual bool processItem(const unsigned char* path, QDFileType type) = 0;
+};
+
+/// Is told which directories were created.
+class QSDir_cbArgCreateDirs : public qd_interface_base_qualifier {
+ public:
+  /// `path` lives until the return.
+  virtual void dirCreated(const unsigned char* path) = 0;
+};

@@ -1,0 +1,189 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "logging/QDLogPath.h"
+#include "osal/osal_fs.h"
+#include "osal/osal_scoped.h"
+#include "tools/QDDir.h"
+#include "tools/QDDirRemoveCb.h"
+#include "tools/QDException.h"
+#include "tools/QDPathOps.h"
+
+using QDPathOps::fail;
+
+namespace {
+
+/// Directories kept open. Above them the way back is "..", which is checked.
+constexpr std::size_t kMaxOpenFolders = 32;
+
+/// One recursive removal. It works on open directories and the names in them, not on paths, so
+/// nobody can lead it out of its tree by swapping what a path goes through, and it follows no link.
+/// Its state is on the heap, and of a deep tree only the lowest directories are open: neither a
+/// stack, nor the longest path, nor the number of descriptors bounds the depth.
+class Removal : private qd_no_duplic {
+ public:
+  explicit Removal(const unsigned char* root);
+
+  /// Removes the tree or throws.
+  void run();
+
+ private:
+  using Id = std::pair<dev_t, ino_t>;
+  struct Folder {
+    ScopedFd fd;  // closed while the removal works far below
+    Id id;
+    std::size_t prefix;              // length of the folder's path with its slash
+    std::vector<std::string> names;  // all of its entries, read before the first is removed
+    std::size_t next = 0;            // the entry to be removed next
+  };
+
+  void enterParentOfRoot();
+  void removeNextEntry();
+  bool enter(const std::string& name);
+  void leave();
+  void reopen(Folder& folder, const ScopedFd& child) const;
+  void limitOpenFolders();
+  [[nodiscard]] std::vector<std::string> list(const ScopedFd& folder) const;
+  [[nodiscard]] QDFileType typeOf(const std::string& name) const;
+  [[nodiscard]] const unsigned char* path() const;
+
+  std::string path_;  // of the folder or entry at hand
+  QSDirRemoveRecCb remove_;
+  std::vector<Folder> folders_;  // from the one that holds the root to the one at hand
+};
+
+const unsigned char* bytesOf(const std::string& path) {
+  return reinterpret_cast<const unsigned char*>(path.c_str());
+}
+
+std::pair<dev_t, ino_t> idOf(const ScopedFd& folder) {
+  struct stat info {};
+  if (::fstat(folder.get(), &info) != 0) return {};
+  return {info.st_dev, info.st_ino};
+}
+
+Removal::Removal(const unsigned char* root) : path_(reinterpret_cast<const char*>(root)) {
+  // With a slash behind it, a link would be followed.
+  while (!path_.empty() && path_.back() == '/') path_.pop_back();
+  if (path_.empty()) fail(false, "Cannot remove directory : ", root);
+}
+
+void Removal::run() {
+  enterParentOfRoot();
+  for (;;) {
+    const Folder& folder = folders_.back();
+    if (folder.next < folder.names.size()) {
+      removeNextEntry();
+    } else if (folders_.size() > 1) {
+      leave();
+    } else {
+      return;
+    }
+  }
+}
+
+void Removal::enterParentOfRoot() {
+  const std::size_t prefix = path_.rfind('/') + 1;
+  const std::string parent = prefix == 0 ? "." : path_.substr(0, prefix);
+  const std::string name = path_.substr(prefix);
+  ScopedFd fd;
+  if (osal_reachFolderAt(AT_FDCWD, parent.c_str(), bytesOf(parent), fd) != 0) {
+    fail(false, "Cannot check if directory exists : ", path());
+  }
+  const Id id = idOf(fd);
+  folders_.push_back({std::move(fd), id, prefix, {name}});
+  const QDFileType type = typeOf(name);
+  if (type == QD_FILETYPE_NOTEXISTS) fail(false, "Not exists : ", path());
+  if (type != QD_FILETYPE_DIR) fail(false, "Exists and is not a directory : ", path());
+}
+
+void Removal::removeNextEntry() {
+  Folder& folder = folders_.back();
+  const std::string name = std::move(folder.names[folder.next++]);
+  path_.resize(folder.prefix);
+  path_ += name;
+  QDFileType type = typeOf(name);
+  if (type == QD_FILETYPE_DIR) {
+    if (enter(name)) return;
+    type = typeOf(name);  // it may have become something else meanwhile
+    if (type == QD_FILETYPE_DIR) fail(false, "Cannot open directory ", path());
+  }
+  if (type == QD_FILETYPE_NOTEXISTS) return;  // somebody else removed it
+  remove_.setFolder(folder.fd.get());
+  remove_.processItem(path(), type);
+}
+
+/// Returns false when the folder cannot be opened.
+bool Removal::enter(const std::string& name) {
+  ScopedFd fd;
+  if (osal_openFolderAt(folders_.back().fd.get(), name.c_str(), path(), fd) != 0) return false;
+  std::vector<std::string> names = list(fd);
+  const Id id = idOf(fd);
+  path_ += '/';
+  folders_.push_back({std::move(fd), id, path_.size(), std::move(names)});
+  limitOpenFolders();
+  return true;
+}
+
+/// Removes the folder at hand, which is empty by now, from the one above.
+void Removal::leave() {
+  const Folder emptied = std::move(folders_.back());
+  folders_.pop_back();
+  Folder& parent = folders_.back();
+  path_.resize(emptied.prefix - 1);
+  if (!parent.fd) reopen(parent, emptied.fd);
+  remove_.setFolder(parent.fd.get());
+  remove_.processItem(path(), QD_FILETYPE_DIR);
+}
+
+/// Opens the folder above `child` again, and makes sure that it is still the one it was.
+void Removal::reopen(Folder& folder, const ScopedFd& child) const {
+  const std::string path = path_.substr(0, folder.prefix);
+  if (osal_reachFolderAt(child.get(), "..", bytesOf(path), folder.fd) != 0 ||
+      idOf(folder.fd) != folder.id) {
+    fail(false, "Cannot open directory ", bytesOf(path));
+  }
+}
+
+void Removal::limitOpenFolders() {
+  if (folders_.size() > kMaxOpenFolders) {
+    folders_[folders_.size() - 1 - kMaxOpenFolders].fd.reset();
+  }
+}
+
+std::vector<std::string> Removal::list(const ScopedFd& folder) const {
+  std::vector<std::string> names;
+  try {
+    qdTraced([&] {
+      if (osal_listFolder(folder.get(), names) != 0) QD_THROW_ERROR("Cannot read directory");
+    });
+  } catch (const QDException& exception) {
+    qdTraceException(exception, "ECSP");
+    QDLOG(SCAN, ERR, "Error reading directory : " << QDLogPath(path()));
+  }
+  return names;
+}
+
+/// What cannot be examined is of unknown type.
+QDFileType Removal::typeOf(const std::string& name) const {
+  QDFileType type = QD_FILETYPE_UNKNOWN;
+  static_cast<void>(osal_getEntryType(folders_.back().fd.get(), name.c_str(), path(), &type));
+  return type;
+}
+
+const unsigned char* Removal::path() const { return bytesOf(path_); }
+
+}  // namespace
+
+bool QDDir::removeRec(const unsigned char* path) {
+  return qdTraced([&] {
+    if (!QDPathOps::folderPathExists(path, false)) return false;
+    Removal(path).run();
+    return true;
+  });
+}

@@ -1,0 +1,169 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "logging/QDLogPath.h"
+#include "tools/QDDir.h"
+#include "tools/QDException.h"
+#include "tools/QDPathOps.h"
+
+namespace {
+
+struct WalkOptions {
+  bool recursive;
+  bool includeRoot;
+  bool childrenFirst;
+  bool relativePaths;
+  bool warnOnly;
+};
+
+/// One walk through a directory tree. Each directory is listed, and closed, before its entries are
+/// handed over, and the state of the walk is on the heap: depth takes neither stack nor
+/// descriptors.
+class Walk : private qd_no_duplic {
+ public:
+  /// `cb` must outlive the walk.
+  Walk(QSDir_cbArgBrowse& cb, const WalkOptions& options) : cb_(cb), options_(options) {}
+
+  /// Walks through the directory at `path`. Returns false when the callback ended it.
+  bool run(const unsigned char* path);
+
+ private:
+  struct Entry {
+    std::string name;
+    QDFileType type;
+  };
+  using Id = std::pair<dev_t, ino_t>;  // which directory it is, whatever its path
+  struct Folder {
+    Id id;
+    std::size_t prefix;  // length of the folder's path with its slash
+    std::vector<Entry> entries;
+    std::size_t next = 0;  // the entry to be handled next
+  };
+
+  [[nodiscard]] static Id idOf(const std::string& path);
+
+  void checkFolder(const unsigned char* folder) const;
+  [[nodiscard]] bool isBeingWalked(const Id& id) const;
+  void enter(const Id& id);
+  [[nodiscard]] std::vector<Entry> list() const;
+  bool handleNextEntry();
+  bool leave();
+  bool process(QDFileType type);
+
+  QSDir_cbArgBrowse& cb_;
+  const WalkOptions options_;
+  std::string path_;             // of the folder or entry at hand
+  std::size_t base_ = 0;         // characters of it that the callback does not get
+  std::vector<Folder> folders_;  // from the root to the one at hand
+};
+
+const unsigned char* bytesOf(const std::string& path) {
+  return reinterpret_cast<const unsigned char*>(path.c_str());
+}
+
+bool isDot(std::string_view name) { return name == "." || name == ".."; }
+
+bool Walk::run(const unsigned char* path) {
+  checkFolder(path);
+  path_ = reinterpret_cast<const char*>(path);
+  const bool rootFirst = options_.includeRoot && !options_.childrenFirst;
+  if (rootFirst && !cb_.processItem(path, QD_FILETYPE_DIR)) return false;
+  enter(idOf(path_));
+  if (options_.relativePaths) base_ = folders_.front().prefix;
+  while (!folders_.empty()) {
+    if (!handleNextEntry()) return false;
+  }
+  const bool rootLast = options_.includeRoot && options_.childrenFirst;
+  return !rootLast || cb_.processItem(path, QD_FILETYPE_DIR);
+}
+
+bool Walk::handleNextEntry() {
+  Folder& folder = folders_.back();
+  if (folder.next == folder.entries.size()) return leave();
+  const auto& [name, type] = folder.entries[folder.next++];
+  path_.resize(folder.prefix);
+  path_ += name;
+  if (!options_.childrenFirst && !process(type)) return false;
+  if (options_.recursive && type == QD_FILETYPE_DIR) {
+    checkFolder(bytesOf(path_));
+    if (const Id id = idOf(path_); !isBeingWalked(id)) {
+      enter(id);
+      return true;
+    }
+  }
+  return !options_.childrenFirst || process(type);
+}
+
+/// Ends the folder at hand, and goes back to the entry that it is in the folder above.
+bool Walk::leave() {
+  folders_.pop_back();
+  if (folders_.empty() || !options_.childrenFirst) return true;
+  const Folder& parent = folders_.back();
+  path_.resize(parent.prefix);
+  path_ += parent.entries[parent.next - 1].name;
+  return process(QD_FILETYPE_DIR);
+}
+
+bool Walk::process(QDFileType type) { return cb_.processItem(bytesOf(path_) + base_, type); }
+
+void Walk::checkFolder(const unsigned char* folder) const {
+  const bool warnOnly = options_.warnOnly;
+  if (!QDPathOps::folderPathExists(folder, warnOnly)) {
+    QDPathOps::fail(warnOnly, "Not exists : ", folder);
+  }
+  if (!QDPathOps::isFolder(folder, warnOnly)) {
+    QDPathOps::fail(warnOnly, "Exists and is not a directory : ", folder);
+  }
+}
+
+/// No directory's id when the system does not tell.
+Walk::Id Walk::idOf(const std::string& path) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0) return {};
+  return {info.st_dev, info.st_ino};
+}
+
+bool Walk::isBeingWalked(const Id& id) const {
+  return std::any_of(folders_.begin(), folders_.end(),
+                     [&](const Folder& folder) { return folder.id == id; });
+}
+
+void Walk::enter(const Id& id) {
+  std::vector<Entry> entries = list();
+  if (path_.back() != '/') path_ += '/';
+  folders_.push_back({id, path_.size(), std::move(entries)});
+}
+
+std::vector<Walk::Entry> Walk::list() const {
+  const auto folder = std::make_unique<QDDir>(options_.warnOnly);  // too large for a small stack
+  folder->_open(bytesOf(path_));
+  std::vector<Entry> entries;
+  try {
+    QDFileType type{};
+    while (const unsigned char* const name = folder->read(&type)) {
+      const std::string text = reinterpret_cast<const char*>(name);
+      if (!isDot(text)) entries.push_back({text, type});
+    }
+  } catch (const QDException& exception) {
+    qdTraceException(exception, "ECSP");
+    QDLOG(SCAN, ERR, "Error reading directory : " << QDLogPath(bytesOf(path_)));
+  }
+  folder->_close();
+  return entries;
+}
+
+}  // namespace
+
+bool QDDir::browse(const unsigned char* path, bool recursive, bool includeRoot, bool childrenFirst,
+                   QSDir_cbArgBrowse& cb, bool relativePaths, bool warnOnly) {
+  return qdTraced([&] {
+    return Walk(cb, {recursive, includeRoot, childrenFirst, relativePaths, warnOnly}).run(path);
+  });
+}
