@@ -11,4 +11,8 @@ class QDTunablesBase {
  public:
   /// Applies a NUL-terminated text, as `QDTunables::tunablesUpdate` does.
   static void tunablesUpdate(const unsigned char* text);
+
+  /// Applies the file at `path`, which has 1 to 4,095 bytes. Returns false, with nothing applied,
+  /// for a missing, empty, larger or unreadable file; throws nothing.
+  static bool tunablesUpdateFromFile(const unsigned char* path);
 };

@@ -73,7 +73,8 @@ class QDFile : private qd_no_duplic {
   /// Something at `dst` is refused, or, with `keepBackup`, kept as `dst` and ".bak", replacing an
   /// older backup; it is put back when the copy fails, and what was copied so far is removed.
   /// Both files are locked meanwhile; a lock that somebody else holds is a failure at once, and
-  /// `dst` is not touched before `src` is locked. A file is not copied onto itself.
+  /// `dst` is not touched before `src` is locked. A file is copied neither onto itself nor over its
+  /// own backup name.
   static void copy(const unsigned char* src, const unsigned char* dst, bool keepBackup);
 
   /// Writes the absolute path `in` to `out`, which has room for `kMaxPath` characters and a NUL,

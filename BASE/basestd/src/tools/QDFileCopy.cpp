@@ -57,7 +57,9 @@ void QDFile::copy(const unsigned char* src, const unsigned char* dst, bool keepB
     source.open(src, QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK);
     const struct stat info = regularStatus(source.file.fd, src);
     if (replaces) {
-      if (isAt(info, dst)) QD_THROW_ERROR("Something exists at path : " << QDLogPath(dst));
+      if (isAt(info, dst) || isAt(info, bytesOf(backup))) {
+        QD_THROW_ERROR("Something exists at path : " << QDLogPath(dst));
+      }
       remove(bytesOf(backup));
       rename(dst, bytesOf(backup));
     }
