@@ -68,7 +68,7 @@ TEST(Commands, GiveTheirOutput) {
     EXPECT_EQ(resultOfCommand(command), result);
     EXPECT_EQ(executeCommand(command), output);
   }
-  for (const std::size_t size : {127, 128, 129, 255, 256, 257, 512, 100000}) {
+  for (const std::size_t size : {127U, 128U, 129U, 255U, 256U, 257U, 512U, 100000U}) {
     SCOPED_TRACE(size);
     const std::string command = "head -c " + std::to_string(size) + " /dev/zero | tr '\\0' x";
     EXPECT_EQ(resultOfCommand(command), std::string(size, 'x'));
