@@ -129,7 +129,7 @@ void check(const Scenario& scenario, const std::string& executable, const Script
             transcript(scenario.ended, expectedText(scenario.log, texts),
                        expectedText(scenario.requests, texts), expectedText(scenario.calls, texts),
                        expectedText(scenario.files, texts)));
-  EXPECT_LE(server.connections(), 1) << "one connection serves the whole run";
+  EXPECT_LE(server.connections(), scenario.connections) << "connections are used again";
   EXPECT_EQ(outcome.err.find("Log error"), std::string::npos) << outcome.err;
 }
 

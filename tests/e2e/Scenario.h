@@ -31,6 +31,7 @@ struct Scenario {
   std::string requests = {};
   std::string calls = {};
   std::string files = {};
+  int connections = 1;  ///< at most
 };
 
 inline std::string nameOf(const testing::TestParamInfo<Scenario>& info) { return info.param.name; }

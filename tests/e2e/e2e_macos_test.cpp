@@ -56,6 +56,13 @@ NFY Available version is 7.2.1.15
 NFY Downloaded md5 is {D}
 NFY File size for {F}/{P} is {B} bytes
 {verified})"},
+      {"{until size}", R"(
+NFY Available version is 7.2.1.15
+NFY Downloaded md5 is {D}
+NFY File size for)"},
+      {"{swapped}",
+       "{attached}\nWRN Re-download setup file because current one has a wrong hash: " +
+           md5Of("evil") + " vs {D}"},
       {"{verified}", R"(
 NFY Setup downloaded [{B} bytes]
 NFY Computed md5 is {D})"},
@@ -91,6 +98,8 @@ GET /macosx/TideKeeper.dmg.md5
 GET /macosx/TideKeeper.dmg)"},
       {"{unload}", "launchctl unload /Library/LaunchDaemons/com.qdagent.plist"},
       {"{load}", "launchctl load /Library/LaunchDaemons/com.qdagent.plist"},
+      {"{attach and detach}",
+       "hdiutil attach {T}/TideKeeper.dmg -nobrowse\nhdiutil detach /dev/disk4s1"},
       {"{locked}", "agent_upd.log\nupgrade_ovt.lock"},
       {"{kept}", "TideKeeper.dmg\n{locked}"},
   });
@@ -223,6 +232,25 @@ NFY Remove lock file)",
   return kScenarios;
 }
 
+/// A definition file's only entry for this machine, with its files in "/i".
+Script definedIn(const std::string& jsonName, const std::string& name) {
+  return {{"/agent_setup_def.json",
+           {ok(R"([{"name": "", "path": "/i", "setup": ")" + jsonName +
+               R"(", "version": "v", "hash": "h", "os": 2, "arch": {N}, "enable": true}])")}},
+          {"/i/v", {ok("7.2.1.15")}},
+          {"/i/h", {ok(goodDigest() + " ")}},
+          {"/i/" + name, {ok(goodPackage())}}};
+}
+
+void namesDefinition(UpdateRun&, Texts& texts) {
+  texts["{definition}"] = "DBG Use agent setup definition file";
+  texts["{F}"] = "{S}/i";
+}
+
+/// Puts another file in the place of the image that is being attached.
+constexpr const char* kSwap =
+    R"(; [ "$1" = detach ] || { printf evil > "$tmp/new"; mv "$tmp/new" "$2"; })";
+
 const std::vector<Scenario>& imageScenarios() {
   static const std::vector<Scenario> kScenarios = {
       {.name = "AttachFails",
@@ -307,31 +335,35 @@ installer -target / -pkg /Volumes/$(touch pwned)`touch pwned`"\/TideKeeper.pkg
 hdiutil detach /dev/disk4;touch pwned
 {load})",
        .files = "{kept}"},
+      {.name = "SwappedWhileItIsAttached",
+       .commands = {{"hdiutil", std::string(kAttach) + kSwap}},
+       .ended = "exit 7",
+       .log = R"(
+{to the last candidate}
+{swapped}
+{verified}
+{swapped}
+{verified}
+{swapped}
+ERR Invalid setup md5)",
+       .requests = "{requests}\nGET /macosx/TideKeeper.dmg\nGET /macosx/TideKeeper.dmg",
+       .calls = "{attach and detach}\n{attach and detach}\n{attach and detach}",
+       .files = "{locked}",
+       .connections = 3},
       {.name = "ImageFromTheDefinitionFile",
-       .script =
-           {{"/agent_setup_def.json",
-             {ok(R"([{"name": "", "path": "/i", "setup": "a.b.dmg", "version": "v", "hash": "h",
-                            "os": 2, "arch": {N}, "enable": true}])")}},
-            {"/i/v", {ok("7.2.1.15")}},
-            {"/i/h", {ok(goodDigest() + " ")}},
-            {"/i/a.b.dmg", {ok(goodPackage())}}},
+       .script = definedIn("a.b.dmg", "a.b.dmg"),
        .commands = {{"hdiutil", kAttach}},
-       .prepare =
-           [](UpdateRun&, Texts& texts) {
-             texts["{definition}"] = "DBG Use agent setup definition file";
-           },
+       .prepare = namesDefinition,
        .log = R"(
 {opening}
-NFY version url = {S}/i/v
-NFY setup url   = {S}/i/a.b.dmg
+NFY version url = {F}/v
+NFY setup url   = {F}/a.b.dmg
 NFY setup path  = {T}/a.b.dmg
-NFY hash url    = {S}/i/h
+NFY hash url    = {F}/h
 NFY star cmd    = {load}
 NFY stop cmd    = {unload}
 NFY install cmd = {install}
-NFY Available version is 7.2.1.15
-NFY Downloaded md5 is {D}
-NFY File size for {S}/i/a.b.dmg is {B} bytes
+{until size} {F}/a.b.dmg is {B} bytes
 {verified}
 DBG Mounted device is /dev/disk4
 DBG Mounted device is /dev/disk4s1
@@ -350,6 +382,34 @@ installer -target / -pkg /Volumes/Tide Keeper/a.b.pkg
 hdiutil detach /dev/disk4s1
 {load})",
        .files = "a.b.dmg\n{locked}"},
+      {.name = "PackageFromTheDefinitionFile",
+       .script = definedIn(R"(a\"$(touch${IFS}pwned)`.pkg)", R"(a"$(touch${IFS}pwned)`.pkg)"),
+       .commands = {{"installer", R"(printf '%s\n' "$#" >> "$calls")"}},
+       .prepare = namesDefinition,
+       .log = R"(
+{opening}
+NFY version url = {F}/v
+NFY setup url   = {F}/a"$(touch${IFS}pwned)`.pkg
+NFY setup path  = {T}/a"$(touch${IFS}pwned)`.pkg
+NFY hash url    = {F}/h
+NFY star cmd    = {load}
+NFY stop cmd    = {unload}
+NFY install cmd = installer -target / -pkg "{T}/a\"\$(touch\${IFS}pwned)\`.pkg"
+{until size} {F}/a"$(touch${IFS}pwned)`.pkg is {B} bytes
+{verified}
+{installed})",
+       .requests = R"(
+GET /agent_setup_def.json
+GET /i/v
+GET /i/h
+HEAD /i/a"$(touch${IFS}pwned)`.pkg
+GET /i/a"$(touch${IFS}pwned)`.pkg)",
+       .calls = R"(
+{unload}
+installer -target / -pkg {T}/a"$(touch${IFS}pwned)`.pkg
+4
+{load})",
+       .files = "a\"$(touch${IFS}pwned)`.pkg\n{locked}"},
   };
   return kScenarios;
 }

@@ -130,20 +130,21 @@ struct Start {
   std::string expected;
 };
 
-/// A signal mask line of /proc, as a number, with the bits of `signals` only.
-std::string maskProbe(const char* line, const std::vector<int>& signals) {
+/// Prints the bits of `signals` in a signal mask of /proc, of the command or of the program.
+std::string maskProbe(const char* process, const char* line, const std::vector<int>& signals) {
   unsigned long long bits = 0;
   for (const int number : signals) bits |= 1ULL << (number - 1);
-  return "mask=$(sed -n 's/" + std::string(line) +
-         ":[[:space:]]*//p' /proc/$$/status); echo $((0x$mask & " + std::to_string(bits) + "))";
+  return std::string("read -r _ _ _ _ group _ < /proc/$$/stat; mask=$(sed -n 's/") + line +
+         ":[[:space:]]*//p' /proc/" + process + "/status); echo $((0x$mask & " +
+         std::to_string(bits) + "))";
 }
 
 std::vector<Start> starts() {
   std::vector<Start> rows = {
       {"SIGCHLD ignored", [](UpdateRun& run) { run.inChild = [] { ::signal(SIGCHLD, SIG_IGN); }; },
-       maskProbe("SigIgn", {SIGCHLD, SIGPIPE}), "0\n"},
+       maskProbe("$$", "SigIgn", {SIGCHLD, SIGPIPE}), "0\n"},
       {"SIGPIPE ignored", [](UpdateRun& run) { run.inChild = [] { ::signal(SIGPIPE, SIG_IGN); }; },
-       maskProbe("SigIgn", {SIGCHLD, SIGPIPE}), "0\n"},
+       maskProbe("$$", "SigIgn", {SIGCHLD, SIGPIPE}), "0\n"},
       {"signals blocked",
        [](UpdateRun& run) {
          run.inChild = [] {
@@ -152,7 +153,7 @@ std::vector<Start> starts() {
            ::sigprocmask(SIG_SETMASK, &all, nullptr);
          };
        },
-       maskProbe("SigBlk", {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGCHLD}), "0\n"},
+       maskProbe("$group", "SigBlk", {SIGHUP, SIGINT, SIGTERM, SIGPIPE}), "0\n"},
       {"no umask", [](UpdateRun& run) { run.inChild = [] { ::umask(0); }; },
        ": > \"$calls.new\"; stat -c %a \"$calls.new\"", "644\n"},
       {"strict umask", [](UpdateRun& run) { run.inChild = [] { ::umask(077); }; },

@@ -18,7 +18,7 @@ using testing::Not;
 
 namespace {
 
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr long kSmallKiB = 1024L * 1024;  // the sanitizer's own memory
 #else
 constexpr long kSmallKiB = 32L * 1024;
@@ -230,6 +230,11 @@ std::vector<Fault> faults() {
        {{kHead, {sizeTold("9223372036854775807")}}},
        "exit 6",
        "NFY File size for {F}/setup.deb is 9223372036854775807 bytes"},
+      {"SizeOfARedirectCountsWhenTheLastAnswerHasNone",
+       {{kHead, {Answer{.status = 302, .headers = {{"Location", "/p"}}, .length = "7"}}},
+        {"/p", {sizeTold("")}}},
+       "exit 6",
+       "NFY File size for {F}/setup.deb is 7 bytes"},
       {"NegativeSize",
        {{kHead, {sizeTold("-1")}}},
        "exit 2",
