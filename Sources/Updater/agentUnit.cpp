@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <chrono>
 #include <exception>
@@ -38,7 +37,7 @@ std::string scopeCommand() {
 
 bool isInUnit(const std::string& cgroups, const std::string& unit) {
   std::vector<std::string> components;
-  boost::split(components, cgroups, boost::is_any_of("/\n"));
+  boost::split(components, cgroups, [](char c) { return c == '/' || c == '\n'; });
   return std::find(components.begin(), components.end(), unit) != components.end();
 }
 

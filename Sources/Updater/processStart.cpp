@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <boost/range/algorithm/find.hpp>
 #include <vector>
@@ -63,7 +62,7 @@ void prepareEnvironment() {
 std::string completedPath(const char* path) {
   std::string completed = path != nullptr ? path : "";
   std::vector<std::string> folders;
-  boost::split(folders, completed, boost::is_any_of(":"));
+  boost::split(folders, completed, [](char c) { return c == ':'; });
   for (const char* const folder : {"/usr/sbin", "/usr/bin", "/sbin", "/bin"}) {
     if (boost::range::find(folders, folder) != folders.end()) continue;
     if (!completed.empty()) completed += ':';

@@ -1,7 +1,6 @@
 #include "Updater/utilsPackage.h"
 
 #include <boost/algorithm/string/case_conv.hpp>
-#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <boost/algorithm/string/trim.hpp>
 #include <cstdlib>
@@ -19,7 +18,8 @@ void readAttachOutput(const std::vector<std::string>& lines, const std::string& 
                       std::string& device, std::string& pkgPath) {
   for (const std::string& line : lines) {
     std::vector<std::string> fields;
-    boost::split(fields, line, boost::is_any_of("\t"), boost::token_compress_on);
+    boost::split(
+        fields, line, [](char c) { return c == '\t'; }, boost::token_compress_on);
     for (const std::string& field : fields) {
       if (field.size() > 4 && field.find("/dev/") != std::string::npos) {
         device = boost::trim_copy(field);

@@ -80,7 +80,7 @@ AgentSetupDef chooseSetup(const std::string& text, AgentOS os, AgentArch arch,
                           AgentDistrib distrib) {
   const nlohmann::json file = nlohmann::json::parse(text);
   for (const nlohmann::json& element : file) {
-    const auto entry = element.get<AgentSetupDef>();
+    auto entry = element.get<AgentSetupDef>();
     if (!fitsMachine(entry, os, arch, distrib)) continue;
     if (!isPlainFileName(entry.setup)) throw std::invalid_argument("invalid setup name");
     return entry;

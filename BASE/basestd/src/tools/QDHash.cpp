@@ -18,7 +18,7 @@ constexpr unsigned int kDigestSize = 16;
 constexpr unsigned int kHexSize = 2 * kDigestSize;
 
 /// Large enough that the calls cost nothing, small enough to be in the cache when it is hashed.
-constexpr std::size_t kReadSize = 128 * 1024;
+constexpr std::size_t kReadSize = std::size_t{128} * 1024;
 
 /// Reads up to `size` bytes. Returns 0 at the end of the file and when it cannot be read.
 std::size_t readBlock(int fd, unsigned char* data, std::size_t size) {

@@ -42,7 +42,9 @@ constexpr std::uint8_t kNoDigit = 0xFF;
 constexpr std::array<std::uint8_t, 256> digitValues() {
   std::array<std::uint8_t, 256> values{};
   values.fill(kNoDigit);
-  for (std::uint8_t i = 0; i < kDigits.size(); ++i) values[static_cast<Byte>(kDigits[i])] = i;
+  for (std::size_t i = 0; i < kDigits.size(); ++i) {
+    values[static_cast<Byte>(kDigits[i])] = static_cast<std::uint8_t>(i);
+  }
   return values;
 }
 
@@ -54,8 +56,8 @@ std::uint64_t findPercents(const Byte* text) {
   constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7F;
   std::uint64_t found = 0;
   for (int word = 0; word < 8; ++word) {
-    const std::uint64_t x =
-        boost::endian::load_little_u64(text + 8 * word) ^ 0x2525252525252525;  // eight "%"
+    const std::uint64_t x = boost::endian::load_little_u64(text + std::size_t{8} * word) ^
+                            0x2525252525252525;  // eight "%"
     const std::uint64_t zeros = ~(((x & kLow7) + kLow7) | x | kLow7);
     found |= ((zeros >> 7) * 0x0102040810204080 >> 56) << (8 * word);
   }
