@@ -55,9 +55,9 @@ constexpr std::array<std::uint8_t, 256> kDigitValues = digitValues();
 std::uint64_t findPercents(const Byte* text) {
   constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7F;
   std::uint64_t found = 0;
-  for (int word = 0; word < 8; ++word) {
-    const std::uint64_t x = boost::endian::load_little_u64(text + std::size_t{8} * word) ^
-                            0x2525252525252525;  // eight "%"
+  for (std::size_t word = 0; word < 8; ++word) {
+    const std::uint64_t x =
+        boost::endian::load_little_u64(text + 8 * word) ^ 0x2525252525252525;  // eight "%"
     const std::uint64_t zeros = ~(((x & kLow7) + kLow7) | x | kLow7);
     found |= ((zeros >> 7) * 0x0102040810204080 >> 56) << (8 * word);
   }
