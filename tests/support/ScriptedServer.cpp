@@ -3,9 +3,14 @@
 #include <sys/socket.h>
 
 #include <boost/algorithm/string/replace.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
+#include <list>
+#include <mutex>
+#include <thread>
 
 namespace asio = boost::asio;
 namespace http = boost::beast::http;
@@ -52,46 +57,74 @@ bool writeEndless(tcp::socket& socket, const std::string& body) {
 
 }  // namespace
 
-ScriptedServer::ScriptedServer(Script script)
-    : script_(std::move(script)),
-      acceptor_(io_, tcp::endpoint(asio::ip::address_v4::loopback(), 0)),
-      url_("http://127.0.0.1:" + std::to_string(acceptor_.local_endpoint().port())),
-      acceptThread_(&ScriptedServer::acceptAll, this) {}
+class ScriptedServer::Impl {
+ public:
+  explicit Impl(Script script)
+      : script_(std::move(script)),
+        acceptor_(io_, tcp::endpoint(asio::ip::address_v4::loopback(), 0)),
+        url_("http://127.0.0.1:" + std::to_string(acceptor_.local_endpoint().port())),
+        acceptThread_(&Impl::acceptAll, this) {}
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+  ~Impl();
 
-ScriptedServer::~ScriptedServer() {
+  [[nodiscard]] const std::string& url() const { return url_; }
+  [[nodiscard]] std::vector<Request> requests() const;
+  [[nodiscard]] int connections() const;
+
+ private:
+  void acceptAll();
+  void serve(tcp::socket& socket);
+  Answer answerFor(const std::string& method, const std::string& target);
+  /// Returns false when the connection cannot be used any more.
+  bool send(tcp::socket& socket, const Answer& answer, bool headOnly, unsigned httpVersion);
+
+  Script script_;
+  asio::io_context io_;
+  tcp::acceptor acceptor_;
+  std::string url_;
+  mutable std::mutex mutex_;
+  std::vector<Request> requests_;
+  std::list<tcp::socket> sockets_;
+  std::list<std::thread> servers_;
+  bool stopping_ = false;
+  std::thread acceptThread_;
+};
+
+ScriptedServer::Impl::~Impl() {
   {
     const std::lock_guard lock(mutex_);
     stopping_ = true;
-    for (Socket& socket : sockets_) ::shutdown(socket.native_handle(), SHUT_RDWR);
+    for (tcp::socket& socket : sockets_) ::shutdown(socket.native_handle(), SHUT_RDWR);
   }
   ::shutdown(acceptor_.native_handle(), SHUT_RDWR);
   acceptThread_.join();
   for (std::thread& server : servers_) server.join();
 }
 
-std::vector<ScriptedServer::Request> ScriptedServer::requests() const {
+std::vector<ScriptedServer::Request> ScriptedServer::Impl::requests() const {
   const std::lock_guard lock(mutex_);
   return requests_;
 }
 
-int ScriptedServer::connections() const {
+int ScriptedServer::Impl::connections() const {
   const std::lock_guard lock(mutex_);
   return static_cast<int>(sockets_.size());
 }
 
-void ScriptedServer::acceptAll() {
+void ScriptedServer::Impl::acceptAll() {
   for (;;) {
-    Socket accepted(io_);
+    tcp::socket accepted(io_);
     error_code failed;
     acceptor_.accept(accepted, failed);
     const std::lock_guard lock(mutex_);
     if (failed || stopping_) return;
-    Socket& socket = sockets_.emplace_back(std::move(accepted));
-    servers_.emplace_back(&ScriptedServer::serve, this, std::ref(socket));
+    tcp::socket& socket = sockets_.emplace_back(std::move(accepted));
+    servers_.emplace_back(&Impl::serve, this, std::ref(socket));
   }
 }
 
-void ScriptedServer::serve(Socket& socket) {
+void ScriptedServer::Impl::serve(tcp::socket& socket) {
   boost::beast::flat_buffer buffer;
   for (bool usable = true; usable;) {
     http::request_parser<http::empty_body> parser;
@@ -115,7 +148,7 @@ void ScriptedServer::serve(Socket& socket) {
   ::shutdown(socket.native_handle(), SHUT_RDWR);
 }
 
-Answer ScriptedServer::answerFor(const std::string& method, const std::string& target) {
+Answer ScriptedServer::Impl::answerFor(const std::string& method, const std::string& target) {
   const std::lock_guard lock(mutex_);
   auto entry = script_.find(method + " " + target);
   if (entry == script_.end()) entry = script_.find(target);
@@ -125,8 +158,8 @@ Answer ScriptedServer::answerFor(const std::string& method, const std::string& t
   return answer;
 }
 
-bool ScriptedServer::send(Socket& socket, const Answer& answer, bool headOnly,
-                          unsigned httpVersion) {
+bool ScriptedServer::Impl::send(tcp::socket& socket, const Answer& answer, bool headOnly,
+                                unsigned httpVersion) {
   error_code failed;
   if (!answer.raw.empty()) {
     asio::write(socket, asio::buffer(answer.raw), failed);
@@ -148,3 +181,10 @@ bool ScriptedServer::send(Socket& socket, const Answer& answer, bool headOnly,
   if (!failed && !headOnly && answer.endless) return writeEndless(socket, answer.body);
   return !failed && (headOnly || answer.chunked || !answer.length.empty());
 }
+
+ScriptedServer::ScriptedServer(Script script) : impl_(std::make_unique<Impl>(std::move(script))) {}
+ScriptedServer::~ScriptedServer() = default;
+
+const std::string& ScriptedServer::url() const { return impl_->url(); }
+std::vector<ScriptedServer::Request> ScriptedServer::requests() const { return impl_->requests(); }
+int ScriptedServer::connections() const { return impl_->connections(); }

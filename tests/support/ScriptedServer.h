@@ -1,13 +1,9 @@
 #pragma once
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
 #include <functional>
-#include <list>
 #include <map>
-#include <mutex>
+#include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -55,27 +51,11 @@ class ScriptedServer {
   ScriptedServer& operator=(const ScriptedServer&) = delete;
 
   /// "http://127.0.0.1:port", without a slash at its end.
-  [[nodiscard]] const std::string& url() const { return url_; }
+  [[nodiscard]] const std::string& url() const;
   [[nodiscard]] std::vector<Request> requests() const;
   [[nodiscard]] int connections() const;
 
  private:
-  using Socket = boost::asio::ip::tcp::socket;
-
-  void acceptAll();
-  void serve(Socket& socket);
-  Answer answerFor(const std::string& method, const std::string& target);
-  /// Returns false when the connection cannot be used any more.
-  bool send(Socket& socket, const Answer& answer, bool headOnly, unsigned httpVersion);
-
-  Script script_;
-  boost::asio::io_context io_;
-  boost::asio::ip::tcp::acceptor acceptor_;
-  std::string url_;
-  mutable std::mutex mutex_;
-  std::vector<Request> requests_;
-  std::list<Socket> sockets_;
-  std::list<std::thread> servers_;
-  bool stopping_ = false;
-  std::thread acceptThread_;
+  class Impl;
+  std::unique_ptr<Impl> impl_;
 };

@@ -71,6 +71,14 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return result;
 }
 
+/// Ends the process with all that it started, stopped ones and those in groups of their own, too.
+void killTree(pid_t pid) {
+  const std::string process = std::to_string(pid);
+  std::istringstream children(content("/proc/" + process + "/task/" + process + "/children"));
+  for (pid_t child = 0; children >> child;) killTree(child);
+  ::kill(pid, SIGKILL);
+}
+
 std::vector<std::string> namesIn(const std::string& folder, const std::string& prefix) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(folder)) {
@@ -184,16 +192,11 @@ void UpdateRun::start(std::vector<std::string> args) {
   ::_exit(kCannotStart);
 }
 
-void UpdateRun::kill() const {
-  ::kill(-pid_, SIGKILL);
-  ::kill(pid_, SIGKILL);
-}
-
 Outcome UpdateRun::finish() {
   const ScopedFd ended(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
   pollfd wait{ended.get(), POLLIN, 0};
   const bool timedOut = ::poll(&wait, 1, timeoutSeconds * 1000) != 1;
-  if (timedOut) kill();
+  if (timedOut) killTree(pid_);
   int status = 0;
   rusage used{};
   ::wait4(pid_, &status, 0, &used);

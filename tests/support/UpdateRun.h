@@ -84,8 +84,6 @@ class UpdateRun {
   int timeoutSeconds = 60;
 
  private:
-  void kill() const;
-
   std::string executable_;
   TempFolder folder_;
   pid_t pid_ = -1;
