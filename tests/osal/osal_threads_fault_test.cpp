@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string>
@@ -237,24 +238,44 @@ void* postDone(void* done) {
 }
 
 /// Launches a thread and waits for its end when there is one.
-int launch() {
+int launch(unsigned int stackSize) {
   Semaphore done(0);
-  const int result = osal_launchThread(postDone, 1U << 20, &done, "t", OSAL_QOS_DEFAULT);
+  const int result = osal_launchThread(postDone, stackSize, &done, "t", OSAL_QOS_DEFAULT);
   if (result == 0) done.wait();
   return result;
 }
 
+TEST(OsalThread, AsksForWholePagesOfStack) {
+  const auto page = static_cast<unsigned int>(::sysconf(_SC_PAGESIZE));
+  const struct {
+    unsigned int stackSize;
+    std::size_t asked;
+  } kCases[] = {
+      {0, 0},
+      {1U << 20, 1U << 20},
+      {(1U << 20) - 1, 1U << 20},
+      {(1U << 20) + 1, (1U << 20) + page},
+      {(1U << 20) + page, (1U << 20) + page},
+  };
+  for (const auto& [stackSize, asked] : kCases) {
+    SCOPED_TRACE(stackSize);
+    EXPECT_EQ(launch(stackSize), 0);
+    EXPECT_EQ(takeAskedStackSize(), asked);
+  }
+}
+
 TEST(OsalThreadFaults, AreReportedWithTheirCode) {
+  const auto launched = [] { return launch(1U << 20); };
   expectFaults({
-      {"pthread_attr_init", launch, -1, {"OSAL:EL2 Cannot initialize thread attributes (11)"}},
-      {"pthread_attr_getstacksize", launch, 0, {"OSAL:WRN Cannot get stack size attribute (11)"}},
+      {"pthread_attr_init", launched, -1, {"OSAL:EL2 Cannot initialize thread attributes (11)"}},
+      {"pthread_attr_getstacksize", launched, 0, {"OSAL:WRN Cannot get stack size attribute (11)"}},
       {"pthread_attr_setstacksize",
-       launch,
+       launched,
        -1,
        {"OSAL:EL2 Cannot set stack size thread attribute (11)"}},
-      {"pthread_create", launch, -1, {"OSAL:EL2 Cannot launch thread (11)"}},
-      {"pthread_attr_destroy", launch, 0, {"OSAL:EL2 Cannot destroy thread attributes (11)"}},
-      {"pthread_detach", launch, 0, {"OSAL:EL2 Cannot detach thread (11)"}},
+      {"pthread_create", launched, -1, {"OSAL:EL2 Cannot launch thread (11)"}},
+      {"pthread_attr_destroy", launched, 0, {"OSAL:EL2 Cannot destroy thread attributes (11)"}},
+      {"pthread_detach", launched, 0, {"OSAL:EL2 Cannot detach thread (11)"}},
   });
 }
 

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <new>
 #include <optional>
+#include <utility>
 
 // The linker sends the calls of NAME to __wrap_NAME (see --wrap in CMakeLists.txt).
 
@@ -21,6 +22,7 @@ struct Armed {
 
 thread_local Armed armed;
 thread_local std::optional<timeval> fakeTime;
+thread_local std::size_t stackSize = 0;
 
 struct FileSize {
   off_t size;
@@ -45,6 +47,8 @@ PosixFault::PosixFault(std::string_view function, int code, int skip) {
 PosixFault::~PosixFault() { armed = {}; }
 
 bool PosixFault::hit() { return armed.function.empty(); }
+
+std::size_t takeAskedStackSize() { return std::exchange(stackSize, 0); }
 
 FakeClock::FakeClock(long seconds, long micros) { fakeTime = timeval{seconds, micros}; }
 
@@ -88,7 +92,14 @@ FAILS_INSTEAD(pthread_cond_broadcast, (pthread_cond_t * c), (c))
 FAILS_AFTERWARDS(pthread_cond_destroy, (pthread_cond_t * c), (c))
 FAILS_INSTEAD(pthread_attr_init, (pthread_attr_t * a), (a))
 FAILS_INSTEAD(pthread_attr_getstacksize, (const pthread_attr_t* a, size_t* s), (a, s))
-FAILS_INSTEAD(pthread_attr_setstacksize, (pthread_attr_t * a, size_t s), (a, s))
+
+int __real_pthread_attr_setstacksize(pthread_attr_t* a, std::size_t size);
+int __wrap_pthread_attr_setstacksize(pthread_attr_t* a, std::size_t size) {
+  if (const int code = faultOf("pthread_attr_setstacksize"); code != 0) return code;
+  stackSize = size;
+  return __real_pthread_attr_setstacksize(a, size);
+}
+
 FAILS_AFTERWARDS(pthread_attr_destroy, (pthread_attr_t * a), (a))
 FAILS_INSTEAD(pthread_create,
               (pthread_t * t, const pthread_attr_t* a, void* (*fn)(void*), void* arg),

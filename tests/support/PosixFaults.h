@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 /// Makes one call of a POSIX function on this thread fail with `code`: the next one, or the one
@@ -36,3 +37,7 @@ class FakeFileSize {
   FakeFileSize& operator=(const FakeFileSize&) = delete;
   ~FakeFileSize();
 };
+
+/// The stack size, in bytes, that this thread asked for a new thread since the last call; 0 when it
+/// asked for none. What a thread then has may be more: that of another one that has ended.
+std::size_t takeAskedStackSize();

@@ -2,10 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 
 #include "LogCapture.h"
 #include "MaskAddresses.h"
 #include "PosixFaults.h"
+#include "sysdef/qdTunablesBaseValues.h"
 #include "tools/QDException.h"
 #include "tools/QDThread.h"
 
@@ -14,6 +17,21 @@ namespace {
 using ::testing::ElementsAre;
 
 void* nothing(void*, void*) { return nullptr; }
+
+TEST(QDThread, TakesTheStackSizeOrTheTunableOne) {
+  constexpr struct {
+    unsigned int stackSize;
+    std::uint32_t tunable;
+    std::size_t asked;
+  } kCases[] = {{0, 1U << 20, 1U << 20}, {0, 3U << 20, 3U << 20}, {2U << 20, 3U << 20, 2U << 20}};
+  const std::uint32_t former = BASE_DEFAULT_THREAD_STACK;
+  for (const auto& [stackSize, tunable, asked] : kCases) {
+    BASE_DEFAULT_THREAD_STACK = tunable;
+    QDThread::launchThread(nothing, stackSize, nullptr, 0, "t", QDThread::QD_QOS_DEFAULT, nullptr);
+    EXPECT_EQ(takeAskedStackSize(), asked);
+  }
+  BASE_DEFAULT_THREAD_STACK = former;
+}
 
 TEST(QDThreadFaults, AreLoggedAndThrown) {
   constexpr struct {

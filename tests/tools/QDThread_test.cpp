@@ -14,7 +14,6 @@
 #include "MaskAddresses.h"
 #include "osal/osal_process.h"
 #include "osal/osal_semaphore.h"
-#include "sysdef/qdTunablesBaseValues.h"
 #include "tools/QDException.h"
 
 namespace {
@@ -29,7 +28,6 @@ struct Seen {
   OSAL_Semaphore done;
   void* data = nullptr;
   std::array<std::uint64_t, 2> block{};
-  std::size_t stackSize = 0;
 };
 
 void* look(void* data, void* ctx) {
@@ -71,36 +69,6 @@ TEST(QDThread, PassesABlockWithoutSizeAsItIs) {
   EXPECT_EQ(seen.data, &block);
   EXPECT_THAT(seen.block, ElementsAre(3, 4));
 }
-
-#if defined(__linux__)
-void* measureStack(void* /*data*/, void* ctx) {
-  Seen& seen = *static_cast<Seen*>(ctx);
-  pthread_attr_t attributes;
-  pthread_getattr_np(pthread_self(), &attributes);
-  pthread_attr_getstacksize(&attributes, &seen.stackSize);
-  pthread_attr_destroy(&attributes);
-  seen.done.post();
-  return nullptr;
-}
-
-TEST(QDThread, TakesTheStackSizeOrTheTunableOne) {
-  constexpr struct {
-    unsigned int asked;
-    std::uint32_t tunable;
-    std::size_t expected;
-  } kCases[] = {{0, 1U << 20, 1U << 20}, {2U << 20, 3U << 20, 2U << 20}, {0, 3U << 20, 3U << 20}};
-  // From small to large, as the system may give a thread the larger stack of one that has ended.
-  const std::uint32_t former = BASE_DEFAULT_THREAD_STACK;
-  for (const auto& [asked, tunable, expected] : kCases) {
-    BASE_DEFAULT_THREAD_STACK = tunable;
-    Seen seen;
-    QDThread::launchThread(measureStack, asked, nullptr, 0, "s", QDThread::QD_QOS_DEFAULT, &seen);
-    seen.done.wait();
-    EXPECT_EQ(seen.stackSize, expected);
-  }
-  BASE_DEFAULT_THREAD_STACK = former;
-}
-#endif
 
 TEST(QDThread, AbsorbsWhatTheThreadThrows) {
   LogCapture log(QDLOG_THRD, 9);
