@@ -5,6 +5,7 @@
 
 #include "LogCapture.h"
 #include "PosixFaults.h"
+#include "base/sysdef/tunables.h"
 #include "sysdef/qdTunables.h"
 
 namespace {
@@ -19,6 +20,15 @@ TEST(QDTunablesFaults, WantOfMemoryEndsTheParse) {
   QDTunables::tunablesUpdate(bytes("KEY=2"), &record, 1);
   EXPECT_THAT(log.lines(), ElementsAre("PRFS:ERR Tunables - unexpected error while updating"));
   EXPECT_EQ(value, 1U);
+}
+
+TEST(QDTunablesFaults, WantOfMemoryForTheFile) {
+  LogCapture log("PRFS:2;EXCP:5;");
+  const PosixFault fault("operator new[]", 1);
+  tunablesUpdate(bytes("/nowhere/tunables"));
+  EXPECT_TRUE(PosixFault::hit());
+  EXPECT_THAT(log.lines(),
+              ElementsAre("PRFS:ERR Tunables - unexpected error while updating", "EXCP:EL2 ECEP"));
 }
 
 }  // namespace

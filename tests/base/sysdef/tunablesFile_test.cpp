@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "LogCapture.h"
 #include "TempFolder.h"
@@ -43,17 +44,23 @@ TEST_F(TunablesFile, ServesBothTables) {
 }
 
 TEST_F(TunablesFile, IsCutBehindFourMebibytes) {
-  for (const std::size_t size : {4194304U, 4194305U}) {
+  constexpr std::size_t kLimit = 4194304;
+  const std::string last = "\nQD_SERVER_MODE=42";
+  const std::string tooBig = "PRFS:ERR Tunables - file too big (>4194304) -> will be truncated";
+  const struct {
+    std::size_t size;
+    unsigned int mode;
+    std::vector<std::string> lines;
+  } kCases[] = {
+      {kLimit - 1, 42, {}}, {kLimit, 42, {}}, {kLimit + 1, 4, {tooBig}}, {2 * kLimit, 0, {tooBig}}};
+  for (const auto& [size, mode, lines] : kCases) {
     SCOPED_TRACE(size);
     guard_.restore();
-    const unsigned char* const path = file("QD_AGENT_PORT=1234", size);
+    std::ofstream(path_, std::ios::binary) << std::string(size - last.size(), '/') << last;
     LogCapture log("PRFS:2;");
-    tunablesUpdate(path);
-    EXPECT_EQ(QD_AGENT_PORT, 1234U);
-    EXPECT_EQ(log.lines(), size == 4194304U
-                               ? std::vector<std::string>{}
-                               : std::vector<std::string>{"PRFS:ERR Tunables - file too big "
-                                                          "(>4194304) -> will be truncated"});
+    tunablesUpdate(bytes(path_));
+    EXPECT_EQ(QD_SERVER_MODE, mode);
+    EXPECT_EQ(log.lines(), lines);
   }
 }
 
