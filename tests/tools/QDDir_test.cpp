@@ -157,6 +157,11 @@ TEST_F(QDDirTest, CreatesTheParentsOfAPathOnly) {
   EXPECT_EQ(created.paths.size(), 2U);
   QDDir::createParentsOfPath(bytes(folder / "s//t//file"), &created);
   EXPECT_TRUE(fs::is_directory(folder / "s/t"));
+  const fs::path former = fs::current_path();
+  fs::current_path(folder.path());
+  QDDir::createParentsOfPath(bytes("r/file"), nullptr);
+  fs::current_path(former);
+  EXPECT_TRUE(fs::is_directory(folder / "r"));
 }
 
 TEST_F(QDDirTest, CreatesEachDirectoryOfAList) {

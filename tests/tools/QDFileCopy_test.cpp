@@ -142,6 +142,14 @@ TEST_F(QDFileCopyTest, RefusesToCopyAFileOntoItself) {
   }
 }
 
+TEST_F(QDFileCopyTest, RefusesToRemoveItsSourceAsAnOlderBackup) {
+  writeFile(backup, "precious");
+  writeFile(target, "old");
+  EXPECT_EQ(copy(backup, target, true), refused("Something exists at path : " + quoted(target)));
+  EXPECT_EQ(content(backup), "precious");
+  EXPECT_EQ(content(target), "old");
+}
+
 TEST_F(QDFileCopyTest, PutsTheBackupBackWhenItFails) {
   writeFile(source, std::string(100000, 'n'));
   writeFile(target, "old");

@@ -36,7 +36,7 @@ QDHashMD5::QDHashMD5() : ctx(EVP_MD_CTX_new()), md(EVP_get_digestbyname("MD5")) 
 void QDHashMD5::_init() {
   state = 0;
   if (md == nullptr) return;
-  EVP_DigestInit_ex(ctx.get(), md, nullptr);
+  refused = EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1;
   state = 1;
 }
 
@@ -44,7 +44,7 @@ void QDHashMD5::reset() { _init(); }
 
 void QDHashMD5::update(const void* data, unsigned int len) {
   if (state != 1) QD_THROW_ERROR("Cannot update, bad state");
-  EVP_DigestUpdate(ctx.get(), data, len);
+  if (!refused) EVP_DigestUpdate(ctx.get(), data, len);
 }
 
 void QDHashMD5::updateWithNum(unsigned long long n) {
@@ -62,8 +62,8 @@ void QDHashMD5::updateWithStr(const unsigned char* s) { update(s, QDSys::strlen(
 
 void QDHashMD5::_ends() {
   if (state != 1) return;
-  digest.fill(0);  // also what remains where MD5 is switched off
-  EVP_DigestFinal_ex(ctx.get(), digest.data(), nullptr);
+  digest.fill(0);
+  if (!refused) EVP_DigestFinal_ex(ctx.get(), digest.data(), nullptr);
   state = 0;
 }
 
