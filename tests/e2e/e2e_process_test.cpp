@@ -131,12 +131,16 @@ struct Start {
 };
 
 /// Prints the bits of `signals` in a signal mask of /proc, of the command or of the program.
+/// Whoever starts a command blocks signals until it runs, so bits that are set are looked at again
+/// for up to 10 s.
 std::string maskProbe(const char* process, const char* line, const std::vector<int>& signals) {
   unsigned long long bits = 0;
   for (const int number : signals) bits |= 1ULL << (number - 1);
-  return std::string("read -r _ _ _ _ group _ < /proc/$$/stat; mask=$(sed -n 's/") + line +
-         ":[[:space:]]*//p' /proc/" + process + "/status); echo $((0x$mask & " +
-         std::to_string(bits) + "))";
+  return std::string(
+             "read -r _ _ _ _ group _ < /proc/$$/stat; for n in $(seq 200); do mask=$((0x$(sed -n "
+             "'s/") +
+         line + ":[[:space:]]*//p' /proc/" + process + "/status) & " + std::to_string(bits) +
+         ")); [ $mask = 0 ] && break; sleep 0.05; done; echo $mask";
 }
 
 std::vector<Start> starts() {
