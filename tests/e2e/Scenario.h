@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -16,7 +17,8 @@
 /// "{opening}" the lines that every log begins with, and so on.
 using Texts = std::map<std::string, std::string>;
 
-/// One run from its arguments to everything that it leaves. The texts hold one item a line.
+/// One run from its arguments to everything that it leaves. The texts hold one item a line; what is
+/// not given is not looked at.
 struct Scenario {
   std::string name;
   std::vector<std::string> args = {"{H}", "{V}"};
@@ -28,9 +30,9 @@ struct Scenario {
   std::function<void(UpdateRun&, Texts&)> prepare = {};
   std::string ended = "exit 0";
   std::string log = {};
-  std::string requests = {};
-  std::string calls = {};
-  std::string files = {};
+  std::optional<std::string> requests = {};
+  std::optional<std::string> calls = {};
+  std::optional<std::string> files = {};
   int connections = 1;  ///< at most
 };
 

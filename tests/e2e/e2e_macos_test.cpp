@@ -165,7 +165,6 @@ hdiutil detach /dev/disk4s1
 {parameters}
 NFY Available version is 7.2.1.15
 NFY Current version is up to date. Nothing to do)",
-       .requests = "{GET versions}\n{HEAD the first four}\nHEAD /macosx/TideKeeper.dmg",
        .files = "{locked}"},
       {.name = "NoFolder",
        .script = {{"/macosx/version_long.txt", {}}},
@@ -176,8 +175,7 @@ NFY Current version is up to date. Nothing to do)",
 ERR Request {S}/macosx/version_long.txt failed : [404]
 ERR Failed to get any correct setup paths
 ERR Exception : Failed to get any correct setup paths)",
-       .requests = "{GET versions}",
-       .files = "{locked}"},
+       .requests = "{GET versions}"},
       {.name = "NoLengthOfTheCandidate",
        .script = {{"HEAD /macosx/TideKeeper.dmg", {Answer{.length = ""}}}},
        .ended = "exit 11",
@@ -186,9 +184,7 @@ ERR Exception : Failed to get any correct setup paths)",
 {no special folder}
 {not the first four}
 ERR Failed to get any correct setup paths
-ERR Exception : Failed to get any correct setup paths)",
-       .requests = "{GET versions}\n{HEAD the first four}\nHEAD /macosx/TideKeeper.dmg",
-       .files = "{locked}"},
+ERR Exception : Failed to get any correct setup paths)"},
       {.name = "NoPackage",
        .script = {{"/macosx/TideKeeper.dmg", {}}},
        .prepare =
@@ -214,8 +210,7 @@ NFY Remove lock file)",
 {HEAD the first four}
 HEAD /macosx/TideKeeper.dmg
 GET /macosx/.md5
-HEAD /macosx/)",
-       .files = "agent_upd.log"},
+HEAD /macosx/)"},
       {.name = "NotRoot",
        .prepare = [](UpdateRun& run, Texts&) { run.user = kNobody; },
        .ended = "exit 1",
@@ -257,16 +252,11 @@ const std::vector<Scenario>& imageScenarios() {
        .commands = {{"hdiutil", "echo /dev/disk4; exit 1"}},
        .ended = "exit 9",
        .log = "{to the last candidate}\nERR Unable to attach setup",
-       .requests = "{requests}",
-       .calls = "hdiutil attach {T}/TideKeeper.dmg -nobrowse",
-       .files = "{kept}"},
+       .calls = "hdiutil attach {T}/TideKeeper.dmg -nobrowse"},
       {.name = "NoDevice",
        .commands = {{"hdiutil", "echo hello"}},
        .ended = "exit 9",
-       .log = "{to the last candidate}\nERR Unable to attach setup",
-       .requests = "{requests}",
-       .calls = "hdiutil attach {T}/TideKeeper.dmg -nobrowse",
-       .files = "{kept}"},
+       .log = "{to the last candidate}\nERR Unable to attach setup"},
       {.name = "DeviceWithoutVolumeIsDetached",
        .commands = {{"hdiutil", R"([ "$1" = detach ] && exit 1; echo /dev/disk4)"}},
        .ended = "exit 9",
@@ -274,9 +264,7 @@ const std::vector<Scenario>& imageScenarios() {
 {to the last candidate}
 DBG Mounted device is /dev/disk4
 ERR Unable to attach setup)",
-       .requests = "{requests}",
-       .calls = "hdiutil attach {T}/TideKeeper.dmg -nobrowse\nhdiutil detach /dev/disk4",
-       .files = "{kept}"},
+       .calls = "hdiutil attach {T}/TideKeeper.dmg -nobrowse\nhdiutil detach /dev/disk4"},
       {.name = "EverythingAfterAttachingFails",
        .commands = {{"hdiutil", std::string(kAttach) + R"(; [ "$1" = attach ])"},
                     {"launchctl", "exit 1"},
@@ -290,14 +278,12 @@ NFY Upgrading agent ...'
 ERR Fail to install agent : [512]
 ERR Fail to re-start agent : [256]
 NFY Agent Update done)",
-       .requests = "{requests}",
        .calls = R"(
 hdiutil attach {T}/TideKeeper.dmg -nobrowse
 {unload}
 installer -target / -pkg /Volumes/Tide Keeper/TideKeeper.pkg
 hdiutil detach /dev/disk4s1
-{load})",
-       .files = "{kept}"},
+{load})"},
       {.name = "OnlyRestart",
        .args = {"-S", "{H}", "{V}"},
        .commands = {{"hdiutil", kAttach}},
@@ -309,7 +295,6 @@ NFY Agent Stopped
 NFY Agent Started
 NFY Agent Update done
 NFY Remove lock file)",
-       .requests = "{requests}",
        .calls = R"(
 hdiutil attach {T}/TideKeeper.dmg -nobrowse
 {unload}
@@ -326,7 +311,6 @@ hdiutil detach /dev/disk4s1
 DBG Mounted device is /dev/disk4;touch pwned
 DBG PKG path is /Volumes/$(touch pwned)`touch pwned`"\/TideKeeper.pkg
 {installed})",
-       .requests = "{requests}",
        .calls = R"(
 hdiutil attach {T}/TideKeeper.dmg -nobrowse
 {unload}
@@ -398,12 +382,6 @@ NFY install cmd = installer -target / -pkg "{T}/a\"\$(touch\${IFS}pwned)\`.pkg"
 {until size} {F}/a"$(touch${IFS}pwned)`.pkg is {B} bytes
 {verified}
 {installed})",
-       .requests = R"(
-GET /agent_setup_def.json
-GET /i/v
-GET /i/h
-HEAD /i/a"$(touch${IFS}pwned)`.pkg
-GET /i/a"$(touch${IFS}pwned)`.pkg)",
        .calls = R"(
 {unload}
 installer -target / -pkg {T}/a"$(touch${IFS}pwned)`.pkg
@@ -420,15 +398,11 @@ constexpr const char* kSynologyDefinition =
 
 const std::vector<Scenario>& synologyScenarios() {
   static const std::vector<Scenario> kScenarios = {
-      {.name = "NoBuiltInParameters",
-       .ended = "exit 11",
-       .log = R"(
+      {.name = "NoBuiltInParameters", .ended = "exit 11", .log = R"(
 {opening}
 ERR Request {S}/agent_setup_def.json failed : [404]
 WRN Failed to get agent setup definition file - use legacy definition
-ERR Exception : Unsupported distribution)",
-       .requests = "GET /agent_setup_def.json",
-       .files = "{locked}"},
+ERR Exception : Unsupported distribution)"},
       // The command after the installation finds no privilege file on this machine.
       {.name = "FromTheDefinitionFile",
        .script = {{"/agent_setup_def.json", {ok(kSynologyDefinition)}},
@@ -466,8 +440,7 @@ GET /s/agent.spk)",
        .calls = R"(
 synopkg stop kesa
 synopkg install {T}/agent.spk
-synopkg start kesa)",
-       .files = "agent.spk\n{locked}"},
+synopkg start kesa)"},
   };
   return kScenarios;
 }
