@@ -32,14 +32,15 @@ server_offer() {
 END
 }
 
-# server_start FOLDER: serves FOLDER/www on a loopback port; its address is in $server_url afterwards.
-# The access log, FOLDER/access.log, begins each line with the connection's number.
+# server_start FOLDER [SETTING]: serves FOLDER/www on a loopback port; its address is in $server_url afterwards,
+# the port in $server_port. The access log, FOLDER/access.log, begins each line with the connection's number.
+# SETTING: what else the configuration's http block has.
 server_start() {
-  local port attempt
+  local attempt
   for attempt in 1 2 3 4 5 6 7 8; do
-    port=$((20000 + RANDOM % 30000))
-    server_url=http://127.0.0.1:$port
-    server_configure "$1" "$port"
+    server_port=$((20000 + RANDOM % 30000))
+    server_url=http://127.0.0.1:$server_port
+    server_configure "$1" "$server_port" "${2:-}"
     if nginx -p "$1" -c "$1/nginx.conf" -e "$1/error.log" 2>"$1/start.log"; then return; fi
   done
   cat "$1/start.log" >&2
@@ -61,6 +62,7 @@ http {
   fastcgi_temp_path $1/fastcgi;
   uwsgi_temp_path $1/uwsgi;
   scgi_temp_path $1/scgi;
+  $3
   server {
     listen 127.0.0.1:$2;
     root $1/www;
