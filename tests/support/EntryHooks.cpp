@@ -53,4 +53,9 @@ dirent64* __wrap_readdir64(DIR* dir) {
   return fails(&EntryHooks::reading) ? nullptr : __real_readdir64(dir);
 }
 
+int __real_flock(int fd, int operation);
+int __wrap_flock(int fd, int operation) {
+  return fails(&EntryHooks::locking) ? -1 : __real_flock(fd, operation);
+}
+
 }  // extern "C"

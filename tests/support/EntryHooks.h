@@ -4,9 +4,9 @@
 #include <string>
 
 /// Looks over the shoulder of this thread's openings, removals and readings of directory entries,
-/// for the object's life. A hook is called before the call and returns an errno value for the call
-/// to fail with, or 0 to let it happen. For programs linked with `qd_entry_hooks`, which redirects
-/// `openat`, `unlinkat` and `readdir`.
+/// and of its locking of files, for the object's life. A hook is called before the call and returns
+/// an errno value for the call to fail with, or 0 to let it happen. For programs linked with
+/// `qd_entry_hooks`, which redirects `openat`, `unlinkat`, `readdir` and `flock`.
 class EntryHooks {
  public:
   EntryHooks();
@@ -17,4 +17,5 @@ class EntryHooks {
   std::function<int(const std::string& name)> opening;
   std::function<int(const std::string& name)> removing;
   std::function<int()> reading;
+  std::function<int()> locking;
 };

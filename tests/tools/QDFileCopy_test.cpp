@@ -4,9 +4,11 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <string>
 
+#include "EntryHooks.h"
 #include "FakePauses.h"
 #include "Files.h"
 #include "Limits.h"
@@ -159,6 +161,21 @@ TEST_F(QDFileCopyTest, PutsTheBackupBackWhenItFails) {
   }
   EXPECT_EQ(content(target), "old");
   EXPECT_FALSE(fs::exists(backup));
+}
+
+TEST_F(QDFileCopyTest, ATargetThatCannotBeLockedLeavesThingsAsTheyWere) {
+  writeFile(source, "new");
+  for (const bool replaces : {false, true}) {
+    SCOPED_TRACE(replaces);
+    if (replaces) writeFile(target, "old");
+    EntryHooks hooks;
+    int locks = 0;
+    hooks.locking = [&] { return ++locks == 2 ? ENOLCK : 0; };
+    EXPECT_EQ(copy(source, target, true), refused("Cannot open file " + quoted(target)));
+    EXPECT_EQ(content(target), replaces ? "old" : "");
+    EXPECT_EQ(fs::exists(target), replaces);
+    EXPECT_FALSE(fs::exists(backup));
+  }
 }
 
 TEST_F(QDFileCopyTest, LeavesNoHalfOfACopy) {

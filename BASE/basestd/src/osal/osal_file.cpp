@@ -269,7 +269,6 @@ int OSAL_File::openUnbuffered(const unsigned char* path, QDOpenMode mode, unsign
   return lock(path, (options & OSAL_OPEN_WAIT) != 0, silent);
 }
 
-/// Closes the file when it can't be locked.
 int OSAL_File::lock(const unsigned char* path, bool wait, bool silent) {
   if (::flock(fd, wait ? LOCK_EX : LOCK_EX | LOCK_NB) == 0) {
     if (!silent) {

@@ -39,6 +39,10 @@ class OSAL_File : private qd_no_duplic {
   /// What the file held is gone, a new one gets 0777 before the umask.
   int openOwn(const unsigned char* path, bool silent);
 
+  /// Locks the open file exclusively, as OSAL_OPEN_LOCK and, with `wait`, OSAL_OPEN_WAIT do; `path`
+  /// is for the messages. Closes the file when it cannot be locked.
+  int lock(const unsigned char* path, bool wait, bool silent);
+
   /// Reads at most `*len` bytes; `*len` becomes the number of bytes delivered, which may be smaller
   /// and is 0 at the end of the file. After a failure it is unchanged.
   int read(void* buf, unsigned int* len, bool silent);
@@ -73,7 +77,6 @@ class OSAL_File : private qd_no_duplic {
   int openBuffered(const unsigned char* path, QDOpenMode mode, bool silent);
   int openUnbuffered(const unsigned char* path, QDOpenMode mode, unsigned short options,
                      bool silent);
-  int lock(const unsigned char* path, bool wait, bool silent);
   int writeBuffered(const void* data, unsigned int len);
   int flush();
 
