@@ -13,6 +13,20 @@
 
 namespace {
 
+bool contextsFail = false;
+
+}  // namespace
+
+// The linker sends the calls of EVP_MD_CTX_new here (see --wrap in CMakeLists.txt).
+extern "C" {
+
+EVP_MD_CTX* __real_EVP_MD_CTX_new();
+EVP_MD_CTX* __wrap_EVP_MD_CTX_new() { return contextsFail ? nullptr : __real_EVP_MD_CTX_new(); }
+
+}  // extern "C"
+
+namespace {
+
 using Bytes = std::vector<unsigned char>;
 
 const std::string kOfNothing = "D41D8CD98F00B204E9800998ECF8427E";
@@ -170,6 +184,14 @@ TEST(QDHashMD5, GivesZerosWhereMd5IsSwitchedOff) {
   EVP_default_properties_enable_fips(nullptr, 0);
   EXPECT_EQ(digest, std::string(32, '0'));
   EXPECT_EQ(hashOfBlock("abc"), kOfAbc);
+}
+
+TEST(QDHashMD5, GivesZerosWithoutMemoryForItsContext) {
+  contextsFail = true;
+  QDHashMD5 hash;
+  contextsFail = false;
+  hash.update("abc", 3);
+  EXPECT_EQ(hexOf(hash), std::string(32, '0'));
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ QDHashMD5::QDHashMD5() : ctx(EVP_MD_CTX_new()), md(EVP_get_digestbyname("MD5")) 
 void QDHashMD5::_init() {
   state = 0;
   if (md == nullptr) return;
-  refused = EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1;
+  refused = ctx == nullptr || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1;
   state = 1;
 }
 

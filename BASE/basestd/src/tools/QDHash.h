@@ -69,5 +69,5 @@ class QDHashMD5 : private qd_no_duplic {
   std::unique_ptr<EVP_MD_CTX, FreeContext> ctx;
   const EVP_MD* md;
   int state = 0;         // 1: accepts updates; 0: finished, or never opened
-  bool refused = false;  // OpenSSL did not start the digest, and may not be asked to go on
+  bool refused = false;  // OpenSSL has no context or did not start it: it may not go on
 };
