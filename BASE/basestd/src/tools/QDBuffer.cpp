@@ -1,5 +1,6 @@
 #include "tools/QDBuffer.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -49,7 +50,10 @@ void QDBuffer::_alloc() {
 }
 
 std::unique_ptr<unsigned char[]> QDBuffer::newBlock(unsigned int n) const {
-  const std::size_t length = std::size_t{n} + (pageAligned ? kPageSize : 0);
+  // What a 32-bit machine cannot count is asked for all the same, and refused as any other size
+  // that memory has no room for.
+  const std::uint64_t wanted = std::uint64_t{n} + (pageAligned ? kPageSize : 0);
+  const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, SIZE_MAX));
   unsigned char* const memory = zeroFill ? new unsigned char[length]() : new unsigned char[length];
   return std::unique_ptr<unsigned char[]>(memory);
 }
