@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <new>
 
 #include "osal/osal_ownfile.h"
 
@@ -74,20 +75,22 @@ std::string qdLogBackupName(const std::string& path) {
 
 FileQDLogCb::FileQDLogCb(const std::string& path, bool echo, bool shared)
     : _path(path), _echo(echo), _shared(shared), _rollAbove(kMaxFileSize) {
-  openFile();
+  _file = openFile();
 }
 
-void FileQDLogCb::openFile() {
+ScopedFd FileQDLogCb::openFile() const {
+  ScopedFd file;
   if (_shared) {
-    osal_openOwnFile(_path.c_str(), OwnFileUse::Append, 0600, _file);
+    osal_openOwnFile(_path.c_str(), OwnFileUse::Append, 0600, file);
   } else {
-    osal_openFixedFile(_path.c_str(), OwnFileUse::Append, 0666, _file);
+    osal_openFixedFile(_path.c_str(), OwnFileUse::Append, 0666, file);
   }
+  return file;
 }
 
 void FileQDLogCb::log(unsigned int /*pid*/, unsigned long long /*threadId*/, const char* module,
                       const char* level, const char* file, int line, const char* /*func*/,
-                      const char* message) {
+                      const char* message) try {
   const std::string text = qdLogLine(localStamp().c_str(), module, level, file, line, message);
   if (_file && regularSize(_file.get()) + text.size() > _rollAbove) rollLogFiles();
   const std::string textWithEnd = text + '\n';
@@ -96,6 +99,8 @@ void FileQDLogCb::log(unsigned int /*pid*/, unsigned long long /*threadId*/, con
     std::fwrite(textWithEnd.data(), 1, textWithEnd.size(), stdout);
     std::fflush(stdout);
   }
+} catch (const std::bad_alloc&) {
+  QDLog::reportMissed(qdLogShortFileName(file), line);
 }
 
 void FileQDLogCb::writeToFile(const std::string& line) {
@@ -106,10 +111,9 @@ void FileQDLogCb::writeToFile(const std::string& line) {
 }
 
 void FileQDLogCb::rollLogFiles() {
-  _file.reset();
-  _torn = false;
   const bool renamed = std::rename(_path.c_str(), qdLogBackupName(_path).c_str()) == 0;
-  openFile();
+  _file = openFile();  // without memory for it the former one stays in use
+  _torn = false;
   // A backup name that is taken for good must not cost a roll with every line.
   _rollAbove = renamed || !_file ? kMaxFileSize : regularSize(_file.get()) + kRetryRollAfter;
 }

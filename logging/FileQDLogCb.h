@@ -8,8 +8,9 @@
 /// Writes each record as one line to a file that rolls: the line that would make it larger than 5
 /// MiB starts it afresh, and one previous generation stays beside it under the ".bak" name.
 ///
-/// It reports nothing: lines that cannot be written are lost, and echoed all the same. Each line is
-/// one write at the end of the file, so that several processes may share it.
+/// It reports nothing: lines that cannot be written are lost, and echoed all the same. A line that
+/// memory has no room for is told, by its place alone, to standard error. Each line is one write at
+/// the end of the file, so that several processes may share it.
 class FileQDLogCb : public QDLogCb {
  public:
   /// Opens `path` for appending, created when missing; a failure leaves the sink without a file.
@@ -25,7 +26,7 @@ class FileQDLogCb : public QDLogCb {
   void rollLogFiles();
 
  private:
-  void openFile();
+  [[nodiscard]] ScopedFd openFile() const;
   void writeToFile(const std::string& line);
 
   ScopedFd _file;

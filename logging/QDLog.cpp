@@ -4,6 +4,7 @@
 #include <cstring>
 #include <exception>
 #include <mutex>
+#include <new>
 
 #include "osal/osal_process.h"
 
@@ -49,10 +50,12 @@ QDLog::Record::~Record() {
   if (std::uncaught_exceptions() > exceptions_) stream().resetFormats();
 }
 
-void QDLog::Record::finish(QDLogMType module, int level, const char* file, int line) {
+bool QDLog::Record::finish(QDLogMType module, int level, const char* file, int line) {
   stream() << '\0';
-  logger_.prepareLog(module, level, file, line, "");
+  const bool complete = !stream().fail();
+  if (complete) logger_.prepareLog(module, level, file, line, "");
   stream().shrink();
+  return complete;
 }
 
 QDLog::QDLog() : _logCb(&_defCb) { _init(); }
@@ -67,7 +70,7 @@ QDLog* QDLog::getLogger() {
   const std::lock_guard guard(QDSingletonMutex::_mutex);
   logger = _singleton.load(std::memory_order_acquire);
   if (logger == nullptr) {
-    logger = new QDLog;
+    logger = new (std::nothrow) QDLog;
     _singleton.store(logger, std::memory_order_release);
   }
   return logger;

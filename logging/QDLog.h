@@ -31,7 +31,8 @@ inline constexpr const char* QDLOG_LEVELS[] = {"NFY", "EL2", "ERR", "WRN", "INF"
 enum class QDLevel : int { NFY = 0, EL2 = 1, ERR = 2, WRN = 3, INF = 4, DBG = 5 };
 
 /// Where records go. `log` is called under the logger's lock, so a sink needs none of its own; it
-/// must not log.
+/// must not log. What it throws reaches the code that logged, a destructor perhaps: a sink catches
+/// its own.
 class QDLogCb : public qd_interface_base_qualifier {
  public:
   /// Takes one record. All strings belong to the caller and live until the return.
@@ -58,8 +59,9 @@ class QDLog : private qd_no_duplic {
     explicit Record(QDLog& logger);
     ~Record();
     QDStreamLogger& stream() { return logger_._stream; }
-    /// Ends the text and passes the record to the sink.
-    void finish(QDLogMType module, int level, const char* file, int line);
+    /// Ends the text and passes the record to the sink. Returns false when the stream failed: then
+    /// the sink gets nothing.
+    [[nodiscard]] bool finish(QDLogMType module, int level, const char* file, int line);
 
    private:
     /// Holds the lock, and this thread's mark that a statement is under way.
@@ -80,8 +82,8 @@ class QDLog : private qd_no_duplic {
   QDLog();
   virtual ~QDLog() = default;
 
-  /// The logger, created on first use; null when there is none and none can be created any more
-  /// (the process is ending).
+  /// The logger, created on first use; null when there is none and none can be created: there is no
+  /// memory for it, or the process is ending.
   static QDLog* getLogger();
 
   /// Deletes the logger, but no sink. For the end of a process that checks for leaks.
@@ -135,25 +137,28 @@ class QDLog : private qd_no_duplic {
 /// `module` is a module code; `level` is NFY, EL2, ERR, WRN, INF, DBG, a number from 0 to 9 or an
 /// expression of these; the rest is what to stream, evaluated only when the record is written.
 /// It is one statement. What it streams must not log: a nested statement is refused with a line on
-/// standard error. A failure of the stream never reaches the caller; what the streamed expression
-/// itself throws does, after the lock is released.
-#define QDLOG(module, level, ...)                                                \
-  do {                                                                           \
-    const int qdlogLevel_ = [&] {                                                \
-      using enum QDLevel;                                                        \
-      return static_cast<int>(level);                                            \
-    }();                                                                         \
-    QDLog* const qdlog_ = QDLog::getLogger();                                    \
-    if (qdlog_ == nullptr || !qdlog_->wants(QDLOG_##module, qdlogLevel_)) break; \
-    if (QDLog::inRecord()) {                                                     \
-      QDLog::reportMissed(__func__, __LINE__);                                   \
-      break;                                                                     \
-    }                                                                            \
-    try {                                                                        \
-      QDLog::Record qdlogRecord_(*qdlog_);                                       \
-      qdlogRecord_.stream() << __VA_ARGS__;                                      \
-      qdlogRecord_.finish(QDLOG_##module, qdlogLevel_, __FILE__, __LINE__);      \
-    } catch (const std::ios_base::failure&) {                                    \
-      QDLog::reportMissed(__func__, __LINE__);                                   \
-    }                                                                            \
+/// standard error. A failure of the stream, want of memory among them, never reaches the caller, so
+/// destructors may log; what the streamed expression itself or a sink throws does, after the lock
+/// is released.
+#define QDLOG(module, level, ...)                                                        \
+  do {                                                                                   \
+    const int qdlogLevel_ = [&] {                                                        \
+      using enum QDLevel;                                                                \
+      return static_cast<int>(level);                                                    \
+    }();                                                                                 \
+    QDLog* const qdlog_ = QDLog::getLogger();                                            \
+    if (qdlog_ == nullptr || !qdlog_->wants(QDLOG_##module, qdlogLevel_)) break;         \
+    if (QDLog::inRecord()) {                                                             \
+      QDLog::reportMissed(__func__, __LINE__);                                           \
+      break;                                                                             \
+    }                                                                                    \
+    bool qdlogDone_ = false;                                                             \
+    try {                                                                                \
+      QDLog::Record qdlogRecord_(*qdlog_);                                               \
+      qdlogRecord_.stream() << __VA_ARGS__;                                              \
+      qdlogDone_ = qdlogRecord_.finish(QDLOG_##module, qdlogLevel_, __FILE__, __LINE__); \
+    } catch (const std::ios_base::failure&) {                                            \
+      /* is reported as any other failure of the stream */                               \
+    }                                                                                    \
+    if (!qdlogDone_) QDLog::reportMissed(__func__, __LINE__);                            \
   } while (false)

@@ -158,8 +158,6 @@ void QDLogHStr::print(std::ostringstream& out) const {
   }
 }
 
-QDStreamLogger::QDStreamLogger() { exceptions(std::ios::badbit | std::ios::failbit); }
-
 void QDStreamLogger::clear() {
   std::ostringstream::clear();
   seekp(0);

@@ -76,14 +76,12 @@ struct QDLogTabl {
 /// how it looks; null strings and pointers are legal.
 ///
 /// Base, fill and letter case are state of the record and outlive a statement: who changes them
-/// changes them back. A failing insertion throws `std::ios_base::failure`, so that the statement
-/// can report it.
+/// changes them back. A failing insertion, also one that memory has no room for, throws nothing: it
+/// leaves the record failed, which the statement reports.
 class QDStreamLogger : public std::ostringstream {
  public:
   enum Base : int { Oct = 0, Dec = 1, Hex = 2 };
   enum Spec : int { Endl = 0 };
-
-  QDStreamLogger();
 
   /// Goes back to the start of the buffer and forgets errors. Keeps the formats and the text behind
   /// the new position, which is why a record ends with a NUL.

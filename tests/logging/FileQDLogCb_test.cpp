@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 
+#include "PosixFaults.h"
 #include "TempFolder.h"
 
 namespace {
@@ -134,6 +136,29 @@ TEST(FileQDLogCb, InAFolderOfItsOwnALinkIsTheAdministratorsWish) {
   FileQDLogCb sink(folder / "agent.log", false);
   writeRecord(sink, "text");
   EXPECT_EQ(fs::file_size(folder / "elsewhere"), kFrame + 5);
+}
+
+TEST(FileQDLogCb, LosesTheLineThatMemoryHasNoRoomFor) {
+  const TempFolder folder;
+  const std::string path = folder / "agent_upd.log";
+  std::ofstream(path).close();
+  fs::resize_file(path, 5242880);
+  FileQDLogCb sink(path, false);
+  const std::string message(100, 'x');
+  int lost = 0;
+  for (int news = 0;; ++news) {
+    testing::internal::CaptureStderr();
+    {
+      const PosixFault fault("operator new", ENOMEM, news);
+      sink.log(1, 2, "ROOT", "NFY", "x/file.cpp", 7, "", message.c_str());
+      if (!PosixFault::hit()) break;
+    }
+    ++lost;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Log error (missed): file.cpp (line 7)\n");
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_GE(lost, 3);
+  EXPECT_THAT(content(path), testing::EndsWith("xxx\n"));
 }
 
 }  // namespace

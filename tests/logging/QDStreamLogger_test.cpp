@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <ios>
+#include <new>
+#include <streambuf>
 #include <string>
 
 #include "LogCapture.h"
@@ -124,13 +126,30 @@ class Broken : public QDStreamLoggerImpl {
   void print(std::ostringstream& out) const override { out.setstate(std::ios::badbit); }
 };
 
-TEST(QDStreamLogger, ThrowsOnFailureAndIsUsableAfterClear) {
+TEST(QDStreamLogger, FailsWithoutThrowingAndIsUsableAfterClear) {
   QDStreamLogger out;
   const Broken broken;
-  EXPECT_THROW(out << QDStreamLoggerAdapter(&broken), std::ios_base::failure);
+  out << QDStreamLoggerAdapter(&broken) << "more";
+  EXPECT_TRUE(out.fail());
   out.clear();
   out << "next" << '\0';
   EXPECT_STREQ(out.text(), "next");
+}
+
+/// A buffer that memory has no room for.
+class NoRoom : public std::streambuf {
+  int_type overflow(int_type) override { throw std::bad_alloc(); }
+};
+
+TEST(QDStreamLogger, WantOfMemoryIsAFailureOfTheStream) {
+  QDStreamLogger out;
+  NoRoom noRoom;
+  out.std::ios::rdbuf(&noRoom);
+  for (const char* const text : {"text", "@"}) {
+    out.std::ios::clear();
+    out << text << 5 << static_cast<const void*>(text) << QDLogBlob(text, 1) << QD_FILETYPE_REG;
+    EXPECT_TRUE(out.fail());
+  }
 }
 
 TEST(QDStreamLogger, KeepsTheBaseAcrossRecordsAndTheTextBehindThePosition) {
