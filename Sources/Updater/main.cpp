@@ -27,7 +27,7 @@ namespace {
 /// The agent's data folder as its configuration has it; empty when it is not known.
 std::string dataFolder() try {
   char instance[1024] = {};
-  if (osal_getEnv("QD_AGENT_INSTANCE", instance, sizeof instance) != 0) return {};
+  if (osal_getEnv("QD_AGENT_INSTANCE", instance, sizeof instance) != 0) instance[0] = '\0';
   const std::string file = dataFolderFile(utils::getConfigurationFolder(), instance);
   if (file.empty()) return {};
   char folder[1024] = {};
