@@ -14,6 +14,7 @@
 #include "TempFolder.h"
 #include "Updater/PackageFile.h"
 #include "Updater/SignalDelay.h"
+#include "Updater/Updater.h"
 #include "Updater/boostProcess.h"
 #include "Updater/lockFile.h"
 #include "Updater/utilsExec.h"
@@ -230,6 +231,17 @@ TEST(LockFile, IsWrittenWholeAndReadBack) {
     std::ofstream(path) << content;
     EXPECT_THROW(readLock(path), std::logic_error) << content;
   }
+}
+
+TEST(LockFile, ThatCannotBeMadeDoesNotEndTheRun) {
+  const char* const former = std::getenv("TMPDIR");
+  const std::string formerFolder = former != nullptr ? former : "/tmp";
+  ::setenv("TMPDIR", "/proc", 1);  // where nobody makes files
+  LogCapture log(QDLOG_ROOT, 5);
+  EXPECT_TRUE(Updater(false).checkLockFile());
+  ::setenv("TMPDIR", formerFolder.c_str(), 1);
+  EXPECT_THAT(log.lines(), ElementsAre("ROOT:NFY Lock file is [/proc/upgrade_ovt.lock]",
+                                       "ROOT:ERR Failed to open lock file"));
 }
 
 TEST(SignalDelay, DeliversTheSignalAtItsEndAndLeavesIgnoredOnesAlone) {
