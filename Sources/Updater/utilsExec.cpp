@@ -6,6 +6,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/read.hpp>
 #include <sstream>
+#include <system_error>
 
 #include "Updater/boostProcess.h"
 #include "logging/QDLog.h"
@@ -46,6 +47,10 @@ int exec(std::string& cmd, std::vector<std::string>& lines) {
 }
 
 int execlog(std::string& cmd) {
+  if (cmd.find_first_not_of(' ') == std::string::npos) {  // the library would read beyond its words
+    throw bp::process_error(std::make_error_code(std::errc::no_such_file_or_directory),
+                            "execve failed");
+  }
   boost::asio::io_context context;
   bp::async_pipe outputPipe(context);
   bp::async_pipe errorPipe(context);

@@ -76,8 +76,9 @@ TEST(Execlog, LogsOutputThenErrorsAlsoWhenBothPipesFill) {
 }
 
 TEST(Execlog, AProgramThatIsNotThereThrows) {
-  std::string cmd = "/nowhere/program";
-  EXPECT_THROW(execlog(cmd), bp::process_error);
+  for (std::string cmd : {"/nowhere/program", "", "  "}) {
+    EXPECT_THROW(execlog(cmd), bp::process_error) << cmd;
+  }
 }
 
 TEST(AttachOutput, FindsDeviceAndPackage) {
