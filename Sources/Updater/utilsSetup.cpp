@@ -33,7 +33,7 @@ int intMember(const nlohmann::json& j, const char* key) {
 
 /// What becomes a file in the temporary folder and a word of a command must be a plain file name.
 bool isPlainFileName(const std::string& name) {
-  return !name.starts_with('-') && !name.starts_with('.') &&
+  return !name.starts_with('-') && name != "." && name != ".." &&
          std::none_of(name.begin(), name.end(), [](unsigned char c) {
            return c == '/' || c == '\\' || c < 0x20 || c == 0x7F;
          });

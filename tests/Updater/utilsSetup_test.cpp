@@ -50,6 +50,8 @@ TEST(ChooseSetup, TakesTheFirstFittingEntry) {
       {"rpm machine", array({entry(), entry({{"setup", "a.rpm"}})}), OsLinux, ArchAmd64, DistribRpm,
        "a.rpm"},
       {"Synology", array({entry({{"setup", "a.spk"}})}), OsLinux, ArchAmd64, DistribSpk, "a.spk"},
+      {"extension alone", array({entry({{"setup", "deb"}}), entry({{"setup", ".deb"}})}), OsLinux,
+       ArchAmd64, DistribDeb, ".deb"},
       {"extension in capitals", array({entry({{"setup", "a.DEB"}})}), OsLinux, ArchAmd64,
        DistribDeb, ""},
       {"macOS takes any name", array({entry({{"os", 2}, {"setup", "whatever"}})}), OsMacOSX,
@@ -110,8 +112,6 @@ TEST(ChooseSetup, AFaultyFileIsLoggedAndEmpty) {
        "ROOT:ERR Parsing error : invalid setup name"},
       {"option", nlohmann::json::array({entry({{"setup", "-a.deb"}})}).dump(),
        "ROOT:ERR Parsing error : invalid setup name"},
-      {"hidden", nlohmann::json::array({entry({{"setup", ".deb"}})}).dump(),
-       "ROOT:ERR Parsing error : invalid setup name"},
       {"line feed", nlohmann::json::array({entry({{"setup", "a\nb.deb"}})}).dump(),
        "ROOT:ERR Parsing error : invalid setup name"},
       {"NUL", nlohmann::json::array({entry({{"setup", std::string("a\0b.deb", 7)}})}).dump(),
@@ -126,6 +126,13 @@ TEST(ChooseSetup, AFaultyFileIsLoggedAndEmpty) {
     updater.distrib = DistribDeb;
     EXPECT_EQ(updater.parseAgentSetupCfg(text).setup, "");
     EXPECT_THAT(log.lines(), ElementsAre(StartsWith(line)));
+  }
+}
+
+TEST(ChooseSetup, AFolderIsNoSetup) {
+  for (const char* const name : {".", ".."}) {
+    EXPECT_THROW(chosen(nlohmann::json::array({entry({{"os", 2}, {"setup", name}})}), OsMacOSX),
+                 std::invalid_argument);
   }
 }
 
