@@ -31,9 +31,11 @@ int intMember(const nlohmann::json& j, const char* key) {
   return value.get<int>();
 }
 
-/// What becomes a file in the temporary folder and a word of a command must be a plain file name.
+/// What becomes a file in the temporary folder and a word of a command must be a plain file name,
+/// not an option and not hidden; but a package may be called by its extension alone.
 bool isPlainFileName(const std::string& name) {
-  return !name.starts_with('-') && name != "." && name != ".." &&
+  const bool hidden = name.starts_with('.') && name != ".deb" && name != ".rpm" && name != ".spk";
+  return !name.starts_with('-') && !hidden &&
          std::none_of(name.begin(), name.end(), [](unsigned char c) {
            return c == '/' || c == '\\' || c < 0x20 || c == 0x7F;
          });

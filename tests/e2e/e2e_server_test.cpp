@@ -306,10 +306,10 @@ std::string definition(const std::string& name, const std::string& arch) {
 
 TEST(DefinitionFile, NamesOutsideTheFolderAreRefused) {
   QD_NEEDS_ROOT();
-  constexpr const char* kNames[] = {"../x.deb",      "/etc/x.deb",  "a/b.deb",      "..\\\\x.deb",
-                                    "a\\\\b.deb",    "-x.deb",      "--root=x.deb", "a\\nb.deb",
-                                    "a\\rb.deb",     "a\\tb.deb",   "a\\u0000.deb", "\\u0000/a.deb",
-                                    "a\\u001b[.deb", "a\\u007f.deb"};
+  constexpr const char* kNames[] = {
+      "../x.deb",     "/etc/x.deb",    "a/b.deb",       "..\\\\x.deb", "a\\\\b.deb", "-x.deb",
+      "--root=x.deb", ".x.deb",        "..deb",         "a\\nb.deb",   "a\\rb.deb",  "a\\tb.deb",
+      "a\\u0000.deb", "\\u0000/a.deb", "a\\u001b[.deb", "a\\u007f.deb"};
   for (const char* name : kNames) {
     SCOPED_TRACE(name);
     LinuxUpdate update({{kDefinition, {ok(definition(name, "{N}"))}}});
