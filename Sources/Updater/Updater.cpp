@@ -1,7 +1,5 @@
 #include "Updater/Updater.h"
 
-#include <unistd.h>
-
 #include <boost/filesystem/operations.hpp>
 #include <chrono>
 #include <cstdio>
@@ -34,8 +32,8 @@ bool Updater::checkLockFile() try {
 
   lockFilePath = utils::joinPath(fs::temp_directory_path().string(), "upgrade_ovt.lock");
   const fs::file_type type = fs::symlink_status(lockFilePath).type();
-  if (type == fs::file_not_found ||
-      (type != fs::regular_file && ::unlink(lockFilePath.c_str()) == 0)) {
+  if (type != fs::regular_file) {
+    if (type != fs::file_not_found) std::remove(lockFilePath.c_str());
     QDLOG(ROOT, NFY, "Lock file is [" << lockFilePath << "]");
     if (!writeLock(lockFilePath, now)) QDLOG(ROOT, ERR, "Failed to open lock file");
     return true;

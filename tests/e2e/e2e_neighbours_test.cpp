@@ -118,7 +118,7 @@ TEST(SharedFolder, NewFilesAreOurOwn) {
   }
 }
 
-TEST(SharedFolder, FolderInTheWayIsLeftThere) {
+TEST(SharedFolder, FolderInTheWayCostsThatFileOnly) {
   QD_NEEDS_ROOT();
   constexpr struct {
     const char* name;
@@ -126,7 +126,7 @@ TEST(SharedFolder, FolderInTheWayIsLeftThere) {
     const char* echoed;
   } kCases[] = {
       {"agent_upd.log", "exit 0", "NFY Agent Update done"},
-      {"upgrade_ovt.lock", "exit 0", "ERR checkLockFile error : stoll"},
+      {"upgrade_ovt.lock", "exit 0", "ERR Failed to open lock file"},
       {"setup.deb", "exit 2", "ERR 'Fail to download setup file: [-1]"},
   };
   for (const auto& [name, ended, echoed] : kCases) {
