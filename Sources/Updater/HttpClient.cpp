@@ -48,14 +48,30 @@ FilePtr openForDownload(const std::string& path) {
   return file;
 }
 
-bool allowOnlyHttp(CURL* handle) {
+/// Sets options of a handle up to the first that fails: a request with some of them missing would
+/// be another request.
+class Options {
+ public:
+  explicit Options(CURL* handle) : handle_(handle) {}
+  template <class Value>
+  void set(CURLoption option, Value value) {
+    if (code_ == CURLE_OK) code_ = curl_easy_setopt(handle_, option, value);
+  }
+  [[nodiscard]] CURLcode code() const { return code_; }
+
+ private:
+  CURL* handle_;
+  CURLcode code_ = CURLE_OK;
+};
+
+void allowOnlyHttp(Options& options) {
 #if LIBCURL_VERSION_NUM >= 0x075500
-  return curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https") == CURLE_OK &&
-         curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") == CURLE_OK;
+  options.set(CURLOPT_PROTOCOLS_STR, "http,https");
+  options.set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
 #else
   constexpr long kProtocols = CURLPROTO_HTTP | CURLPROTO_HTTPS;
-  return curl_easy_setopt(handle, CURLOPT_PROTOCOLS, kProtocols) == CURLE_OK &&
-         curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS, kProtocols) == CURLE_OK;
+  options.set(CURLOPT_PROTOCOLS, kProtocols);
+  options.set(CURLOPT_REDIR_PROTOCOLS, kProtocols);
 #endif
 }
 
@@ -67,25 +83,39 @@ std::size_t storedBytes(const HttpClient::Headers& headers) {
 
 }  // namespace
 
-/// Takes every pointer to a caller's object off the handle again, so that none outlives its
-/// request.
+/// One request: its options, and at its end every pointer to a caller's object is taken off the
+/// handle again, so that none outlives it.
 class HttpClient::Request {
  public:
-  explicit Request(CURL* handle) : handle_(handle) {}
+  Request(HttpClient& client, const std::string& url) : client_(client), options_(client.handle) {
+    options_.set(CURLOPT_URL, url.c_str());
+  }
   Request(const Request&) = delete;
   Request& operator=(const Request&) = delete;
   ~Request() {
-    curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &discardCb);
-    curl_easy_setopt(handle_, CURLOPT_WRITEDATA, nullptr);
-    curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, nullptr);
-    curl_easy_setopt(handle_, CURLOPT_HEADERDATA, nullptr);
-    curl_easy_setopt(handle_, CURLOPT_NOPROGRESS, 1L);
-    curl_easy_setopt(handle_, CURLOPT_XFERINFOFUNCTION, nullptr);
-    curl_easy_setopt(handle_, CURLOPT_XFERINFODATA, nullptr);
+    Options former(client_.handle);
+    former.set(CURLOPT_WRITEFUNCTION, &discardCb);
+    former.set(CURLOPT_WRITEDATA, nullptr);
+    former.set(CURLOPT_HEADERFUNCTION, nullptr);
+    former.set(CURLOPT_HEADERDATA, nullptr);
+    former.set(CURLOPT_NOPROGRESS, 1L);
+    former.set(CURLOPT_XFERINFOFUNCTION, nullptr);
+    former.set(CURLOPT_XFERINFODATA, nullptr);
+    if (former.code() != CURLE_OK) client_.cleanup();
+  }
+
+  template <class Value>
+  void set(CURLoption option, Value value) {
+    options_.set(option, value);
+  }
+  /// Not even tried when an option was refused.
+  CURLcode perform() {
+    return options_.code() == CURLE_OK ? curl_easy_perform(client_.handle) : options_.code();
   }
 
  private:
-  CURL* handle_;
+  HttpClient& client_;
+  Options options_;
 };
 
 HttpClient::~HttpClient() { cleanup(); }
@@ -94,18 +124,20 @@ bool HttpClient::init() {
   if (initialized) return true;
   if (handle == nullptr) handle = curl_easy_init();
   if (handle == nullptr) return false;
-  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 0L);
-  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 0L);
-  curl_easy_setopt(handle, CURLOPT_TCP_KEEPALIVE, 1L);
-  curl_easy_setopt(handle, CURLOPT_USERAGENT, "Updater/1.0.0");
-  curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 50L);
-  curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(handle, CURLOPT_TCP_NODELAY, 1L);
-  curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, 60L);
-  curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 1L);
-  curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, kReceiveBuffer);
-  initialized = allowOnlyHttp(handle);
+  Options options(handle);
+  options.set(CURLOPT_SSL_VERIFYPEER, 0L);
+  options.set(CURLOPT_SSL_VERIFYHOST, 0L);
+  options.set(CURLOPT_TCP_KEEPALIVE, 1L);
+  options.set(CURLOPT_USERAGENT, "Updater/1.0.0");
+  options.set(CURLOPT_FOLLOWLOCATION, 1L);
+  options.set(CURLOPT_MAXREDIRS, 50L);
+  options.set(CURLOPT_NOSIGNAL, 1L);
+  options.set(CURLOPT_TCP_NODELAY, 1L);
+  options.set(CURLOPT_CONNECTTIMEOUT, 60L);
+  options.set(CURLOPT_NOPROGRESS, 1L);
+  options.set(CURLOPT_BUFFERSIZE, kReceiveBuffer);
+  allowOnlyHttp(options);
+  initialized = options.code() == CURLE_OK;
   return initialized;
 }
 
@@ -115,64 +147,60 @@ void HttpClient::cleanup() {
   initialized = false;
 }
 
-bool HttpClient::begin(const std::string& url, Headers& headers) {
-  if (!init()) return false;
-  headers.clear();
-  curl_easy_setopt(handle, CURLOPT_URL, (config + url).c_str());
-  return true;
-}
-
 int HttpClient::get(const std::string& url, std::string& body, Headers& headers) {
-  if (!begin(url, headers)) return -1;
+  if (!init()) return -1;
+  headers.clear();
   body.clear();
-  const Request request(handle);
-  curl_easy_setopt(handle, CURLOPT_NOBODY, 0L);
-  curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
-  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &readResponsCb);
-  curl_easy_setopt(handle, CURLOPT_WRITEDATA, &body);
-  curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &readHeadersCb);
-  curl_easy_setopt(handle, CURLOPT_HEADERDATA, &headers);
+  Request request(*this, config + url);
+  request.set(CURLOPT_NOBODY, 0L);
+  request.set(CURLOPT_HTTPGET, 1L);
+  request.set(CURLOPT_WRITEFUNCTION, &readResponsCb);
+  request.set(CURLOPT_WRITEDATA, &body);
+  request.set(CURLOPT_HEADERFUNCTION, &readHeadersCb);
+  request.set(CURLOPT_HEADERDATA, &headers);
   long status = 0;
-  if (perform(url, "Faild to get  http status code [", status) != 0) return -1;
+  if (perform(request, url, "Faild to get  http status code [", status) != 0) return -1;
   return judge(url, status);
 }
 
 int HttpClient::head(const std::string& url, Headers& headers) {
-  if (!begin(url, headers)) return -1;
-  const Request request(handle);
-  curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
-  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &discardCb);
-  curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &readHeadersCb);
-  curl_easy_setopt(handle, CURLOPT_HEADERDATA, &headers);
+  if (!init()) return -1;
+  headers.clear();
+  Request request(*this, config + url);
+  request.set(CURLOPT_NOBODY, 1L);
+  request.set(CURLOPT_WRITEFUNCTION, &discardCb);
+  request.set(CURLOPT_HEADERFUNCTION, &readHeadersCb);
+  request.set(CURLOPT_HEADERDATA, &headers);
   long status = 0;
-  if (perform(url, "Failed to get  http status code [", status) != 0) return -1;
+  if (perform(request, url, "Failed to get  http status code [", status) != 0) return -1;
   return judge(url, status);
 }
-
 int HttpClient::download(const std::string& url, const std::string& path, Headers& headers) {
-  if (!begin(url, headers)) return -1;
+  if (!init()) return -1;
+  headers.clear();
   FilePtr file = openForDownload(path);
   if (file == nullptr) return -1;
   LimitedFile target{file.get(), downloadLimit};
   int lastPercent = 0;
-  const Request request(handle);
-  curl_easy_setopt(handle, CURLOPT_NOBODY, 0L);
-  curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
-  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &writeLimitedCb);
-  curl_easy_setopt(handle, CURLOPT_WRITEDATA, &target);
-  curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &readHeadersCb);
-  curl_easy_setopt(handle, CURLOPT_HEADERDATA, &headers);
-  curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
-  curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &progressCb);
-  curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &lastPercent);
+  Request request(*this, config + url);
+  request.set(CURLOPT_NOBODY, 0L);
+  request.set(CURLOPT_HTTPGET, 1L);
+  request.set(CURLOPT_WRITEFUNCTION, &writeLimitedCb);
+  request.set(CURLOPT_WRITEDATA, &target);
+  request.set(CURLOPT_HEADERFUNCTION, &readHeadersCb);
+  request.set(CURLOPT_HEADERDATA, &headers);
+  request.set(CURLOPT_NOPROGRESS, 0L);
+  request.set(CURLOPT_XFERINFOFUNCTION, &progressCb);
+  request.set(CURLOPT_XFERINFODATA, &lastPercent);
   long status = 0;
-  if (perform(url, "Faild to get  http status code [", status) != 0) return -1;
+  if (perform(request, url, "Faild to get  http status code [", status) != 0) return -1;
   file.reset();
   return judge(url, status);
 }
 
-int HttpClient::perform(const std::string& url, const char* statusFailure, long& status) {
-  CURLcode code = curl_easy_perform(handle);
+int HttpClient::perform(Request& request, const std::string& url, const char* statusFailure,
+                        long& status) {
+  CURLcode code = request.perform();
   if (code != CURLE_OK) {
     QDLOG(ROOT, ERR,
           "Request " << url << " failed : [" << static_cast<int>(code) << "] -> "

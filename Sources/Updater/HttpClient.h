@@ -68,8 +68,7 @@ class HttpClient {
  private:
   class Request;
 
-  bool begin(const std::string& url, Headers& headers);
-  int perform(const std::string& url, const char* statusFailure, long& status);
+  int perform(Request& request, const std::string& url, const char* statusFailure, long& status);
   static int judge(const std::string& url, long status);
 };
 
