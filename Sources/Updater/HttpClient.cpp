@@ -1,9 +1,12 @@
 #include "Updater/HttpClient.h"
 
 #include <fcntl.h>
+#include <sys/statvfs.h>
 
+#include <algorithm>
 #include <boost/algorithm/string/trim.hpp>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <string_view>
 
@@ -46,6 +49,17 @@ FilePtr openForDownload(const std::string& path) {
   if (file == nullptr) return nullptr;
   static_cast<void>(fd.release());
   return file;
+}
+
+/// The most bytes that a download to the file may have so that a sixteenth of what is free stays
+/// free for the others on this machine.
+unsigned long long roomFor(std::FILE* file) {
+  struct statvfs info {};
+  if (::fstatvfs(::fileno(file), &info) != 0 || info.f_blocks == 0) {
+    return std::numeric_limits<unsigned long long>::max();  // it is not known
+  }
+  const unsigned long long free = static_cast<unsigned long long>(info.f_bavail) * info.f_frsize;
+  return free - free / 16;
 }
 
 /// Sets options of a handle up to the first that fails: a request with some of them missing would
@@ -180,7 +194,7 @@ int HttpClient::download(const std::string& url, const std::string& path, Header
   headers.clear();
   FilePtr file = openForDownload(path);
   if (file == nullptr) return -1;
-  LimitedFile target{file.get(), downloadLimit};
+  LimitedFile target{file.get(), std::min(downloadLimit, roomFor(file.get()))};
   int lastPercent = 0;
   Request request(*this, config + url);
   request.set(CURLOPT_NOBODY, 0L);

@@ -34,7 +34,8 @@ class HttpClient {
   /// `prefix` is put in front of every URL that is requested; messages name the URL without it.
   void setConfig(const std::string& prefix) { config = prefix; }
 
-  /// A download of more bytes than this fails like any other transfer.
+  /// A download of more bytes than this fails like any other transfer; so does one that would leave
+  /// less than a sixteenth of the disk's free space.
   void setDownloadLimit(unsigned long long bytes) { downloadLimit = bytes; }
 
   /// GET into memory. `headers` receives the response's headers, name as sent, both sides trimmed;
