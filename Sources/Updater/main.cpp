@@ -59,15 +59,19 @@ void init_logging(bool echo) {
 }
 
 /// Takes the sink off the logger and deletes it, on every way out.
-struct LogEnd {
-  LogEnd() = default;
+class LogEnd {
+ public:
+  LogEnd() : logger_(QDLog::getLogger()) {}  // created here: at the end there may be no memory
   LogEnd(const LogEnd&) = delete;
   LogEnd& operator=(const LogEnd&) = delete;
   ~LogEnd() {
-    if (QDLog* const logger = QDLog::getLogger()) logger->setLogCb(nullptr);
+    logger_->setLogCb(nullptr);
     delete g_QDLogCb;
     g_QDLogCb = nullptr;
   }
+
+ private:
+  QDLog* logger_;
 };
 
 int usage() {
@@ -89,8 +93,8 @@ int runUpdate(const CommandLine& arguments) {
 
 int main(int argc, char** argv) {
   setpgrp();
-  prepareProcess();
   try {
+    prepareProcess();
     const std::optional<CommandLine> arguments = readCommandLine(argc, argv);
     return arguments ? runUpdate(*arguments) : usage();
   } catch (const std::exception& e) {
