@@ -29,6 +29,15 @@ std::size_t readBlock(int fd, unsigned char* data, std::size_t size) {
   }
 }
 
+/// Whether OpenSSL found the memory to set itself up; else it does not refuse a digest but crashes.
+bool libraryIsUp() {
+#if OPENSSL_VERSION_NUMBER >= 0x30000000L
+  return OSSL_LIB_CTX_get0_global_default() != nullptr;
+#else
+  return true;
+#endif
+}
+
 }  // namespace
 
 QDHashMD5::QDHashMD5() : ctx(EVP_MD_CTX_new()), md(EVP_get_digestbyname("MD5")) { _init(); }
@@ -36,7 +45,7 @@ QDHashMD5::QDHashMD5() : ctx(EVP_MD_CTX_new()), md(EVP_get_digestbyname("MD5")) 
 void QDHashMD5::_init() {
   state = 0;
   if (md == nullptr) return;
-  refused = ctx == nullptr || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1;
+  refused = ctx == nullptr || !libraryIsUp() || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1;
   state = 1;
 }
 
