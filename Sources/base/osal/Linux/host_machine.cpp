@@ -119,12 +119,11 @@ int host_setNice(int nice) {
   // The kernel keeps the value for each thread.
   std::error_code fault;
   std::filesystem::directory_iterator threads("/proc/self/task", fault);
-  if (fault) return fault.value();
-  for (const std::filesystem::directory_iterator none; threads != none; threads.increment(fault)) {
+  for (const std::filesystem::directory_iterator none; !fault && threads != none;
+       threads.increment(fault)) {
     const auto id =
         static_cast<id_t>(std::strtoul(threads->path().filename().c_str(), nullptr, 10));
     if (::setpriority(PRIO_PROCESS, id, nice) != 0 && errno != ESRCH) return errno;
-    if (fault) return fault.value();
   }
-  return 0;
+  return fault.value();
 }
