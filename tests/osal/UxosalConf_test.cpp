@@ -336,7 +336,7 @@ TEST_F(UxosalConfTmpTest, ALinkInTheFoldersPlaceIsNotFollowed) {
   EXPECT_EQ(osal_setconfstrtmp(name.c_str(), "value"), -1);
   fs::remove(kFolder);
   EXPECT_TRUE(fs::is_empty(folder.path()));
-  EXPECT_THAT(ownLines(), ElementsAre("OSAL:ERR osal_setconfstrtmp -> osal_open failed"));
+  EXPECT_THAT(ownLines(), ElementsAre("OSAL:ERR osal_setconfstrtmp -> osal_mkdir failed"));
 }
 
 TEST_F(UxosalConfTmpTest, NamesThatAreNoFile) {

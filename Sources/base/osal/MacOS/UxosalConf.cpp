@@ -70,6 +70,14 @@ int replaceContent(OSAL_File& file, const char* value, const char* function) {
   return 0;
 }
 
+/// Makes the temporary folder, or takes the one that is there: a folder itself, not a link, which
+/// would lead to wherever its maker wants.
+bool haveTemporaryFolder() {
+  if (osal_mkdir(bytes(kTemporaryFolder), nullptr, false) != 0) return false;
+  struct stat info {};
+  return ::lstat(kTemporaryFolder, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 int failChmod(int error) {
   QDLOG(OSAL, ERR, "osal_setconfstr -> chmod failed (" << error << ")");
   return -1;
@@ -110,7 +118,7 @@ int osal_setconfstrtmp(const char* name, const char* value) {
     QDLOG(OSAL, ERR, "Arguments error");
     return -1;
   }
-  if (osal_mkdir(bytes(kTemporaryFolder), nullptr, false) != 0) {
+  if (!haveTemporaryFolder()) {
     QDLOG(OSAL, ERR, "osal_setconfstrtmp -> osal_mkdir failed");
     return -1;
   }
