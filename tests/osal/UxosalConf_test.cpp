@@ -1,254 +1,139 @@
 #include "base/osal/MacOS/UxosalConf.h"
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <filesystem>
-#include <string>
-
-#include "Files.h"
-#include "LogCapture.h"
-#include "TempFolder.h"
-#include "Text.h"
-#include "logging/QDLog.h"
-#include "osal/osal_scoped.h"
-
-#if defined(__linux__)
+#include "FilesTest.h"
 #include "PosixFaults.h"
-#endif
+#include "osal/osal_scoped.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace std::string_literals;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
-fs::perms permissions(const std::string& path) { return fs::status(path).permissions(); }
-
-class UxosalConfTest : public testing::Test {
+class UxosalConfTest : public FilesTest {
  protected:
-  /// The records that the configuration strings themselves make.
-  std::vector<std::string> ownLines() {
-    std::vector<std::string> lines = log.lines();
-    std::erase_if(lines, [](const std::string& line) {
-      return line.find(" osal_getconfstr") == std::string::npos &&
-             line.find(" osal_setconfstr") == std::string::npos;
-    });
-    log.clear();
-    return lines;
-  }
-
-  const TempFolder folder;
-  const std::string path = folder / "dbdir.cfg";
-  const std::ptrdiff_t before = openDescriptors();
-  LogCapture log{QDLOG_OSAL, 5};
+  UxosalConfTest() : FilesTest("OSAL:2;") {}
 };
 
-TEST_F(UxosalConfTest, TheValueEndsAtTheFirstSeparator) {
+TEST_F(UxosalConfTest, TheValueEndsAtTheFirstSeparatorAndMustFit) {
+  constexpr unsigned int kAmple = 1024;
+  const std::string tooShort = "-1 EL2 osal_getconfstr -> buffer too short";
   const struct {
     std::string file;
+    unsigned int size;
     std::string value;
-  } kCases[] = {
-      {"", ""},
-      {"abc", "abc"},
-      {"abc\n", "abc"},
-      {"abc\tdef", "abc"},
-      {"abc\r\n", "abc"},
-      {"abc\0def"s, "abc"},
-      {"\nabc", ""},
-      {" a b/c ", " a b/c "},
-      {"first\nsecond\n", "first"},
-      {"\xC3\xA9t\xC3\xA9\n", "\xC3\xA9t\xC3\xA9"},
-      {"a\vb\fc\x1F", "a\vb\fc\x1F"},
-  };
+    std::string said = "0";
+  } kCases[] = {{"", kAmple, ""},
+                {"abc\n", kAmple, "abc"},
+                {"abc\tdef", kAmple, "abc"},
+                {"abc\r\n", kAmple, "abc"},
+                {"abc\0def"s, kAmple, "abc"},
+                {"\nabc", kAmple, ""},
+                {" a b/c ", kAmple, " a b/c "},
+                {"\xC3\xA9\v\f\x1F", kAmple, "\xC3\xA9\v\f\x1F"},
+                {"abc", 4, "abc"},
+                {"abc\nd", 4, "abc"},
+                {"\0abc"s, 4, ""},
+                {"abcd", 4, "", tooShort},
+                {"abcd\n", 4, "", tooShort},
+                {"abc", 1, "", tooShort},
+                {std::string(65534, 'x'), 100000, std::string(65534, 'x')},
+                {std::string(65535, 'x'), 65536, "", tooShort}};
   for (const auto& c : kCases) {
-    SCOPED_TRACE(c.file);
+    SCOPED_TRACE(c.file.substr(0, 80));
     writeFile(path, c.file);
-    char value[1024] = "dirty";
-    EXPECT_EQ(osal_getconfstr(path.c_str(), value, sizeof value), 0);
-    EXPECT_EQ(value, c.value);
-    EXPECT_THAT(ownLines(), IsEmpty());
+    std::string value(c.size + 1, '?');
+    EXPECT_EQ(said(osal_getconfstr(path.c_str(), value.data(), c.size)), c.said);
+    EXPECT_EQ(std::string(value.c_str()), c.value);
+    EXPECT_EQ(value.back(), '?');
   }
-  EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST_F(UxosalConfTest, TheValueAndItsTerminatorMustFit) {
-  const struct {
-    std::string file;
-    int result;
-    std::string value;
-  } kCases[] = {
-      {"ab", 0, "ab"},     {"abc", 0, "abc"},    {"abcd", -1, ""},   {"abcde", -1, ""},
-      {"abc\n", 0, "abc"}, {"abc\nd", 0, "abc"}, {"abcd\n", -1, ""}, {"abc\0"s, 0, "abc"},
-      {"a\0bc"s, 0, "a"},  {"\0abc"s, 0, ""},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.file);
-    writeFile(path, c.file);
-    char value[5] = "dirt";
-    EXPECT_EQ(osal_getconfstr(path.c_str(), value, 4), c.result);
-    EXPECT_EQ(value, c.value);
-    EXPECT_EQ(value[4], '\0');
-    if (c.result == 0) {
-      EXPECT_THAT(ownLines(), IsEmpty());
-    } else {
-      EXPECT_THAT(ownLines(), ElementsAre("OSAL:EL2 osal_getconfstr -> buffer too short"));
-    }
-  }
-  EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST_F(UxosalConfTest, AtMost65535BytesOfTheBufferCount) {
-  const struct {
-    std::size_t length;
-    int result;
-  } kCases[] = {{65534, 0}, {65535, -1}, {65536, -1}};
-  for (const auto& c : kCases) {
-    for (const unsigned int size : {65535U, 65536U, 100000U}) {
-      SCOPED_TRACE(text(c.length, " in ", size));
-      writeFile(path, std::string(c.length, 'x'));
-      std::string value(size, '?');
-      EXPECT_EQ(osal_getconfstr(path.c_str(), value.data(), size), c.result);
-      EXPECT_EQ(value.find('\0'), c.result == 0 ? c.length : 0);
-    }
-  }
-}
-
-TEST_F(UxosalConfTest, WithoutABufferNothingIsRead) {
-  writeFile(path, "abc");
   char value[] = "dirty";
   EXPECT_EQ(osal_getconfstr(path.c_str(), value, 0), -1);
   EXPECT_STREQ(value, "dirty");
   EXPECT_EQ(osal_getconfstr(path.c_str(), nullptr, 10), -1);
-  EXPECT_EQ(osal_getconfstr(path.c_str(), value, 1), -1);
-  EXPECT_STREQ(value, "");
 }
 
-TEST_F(UxosalConfTest, AMissingFileIsAnEmptyValue) {
-  char value[] = "dirty";
-  EXPECT_EQ(osal_getconfstr(path.c_str(), value, sizeof value), 0);
-  EXPECT_STREQ(value, "");
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:DBG osal_exists : check file (not exists) at path " +
-                                       quoted(path)));
-}
-
-TEST_F(UxosalConfTest, FailuresToRead) {
+TEST_F(UxosalConfTest, AMissingFileIsAnEmptyValueOthersFail) {
   fs::create_symlink("loop", folder / "loop");
-  fs::create_directory(folder / "folder");
-  const struct {
-    std::string path;
-    std::string cause;
-    std::string message;
-  } kCases[] = {
-      {folder / "loop", text("osal_exists : cannot check file (", ELOOP, ") at path "),
-       "osal_exists"},
-      {folder / "folder", text("Cannot read (", EISDIR, ") from file ("), "osal_read"},
+  const std::pair<std::string, std::string> kCases[] = {
+      {missing, "0"},
+      {folder / "loop", "-1 ERR osal_exists : cannot check file " + code(ELOOP) +
+                            " at path \"~/loop\" | ERR osal_getconfstr -> osal_exists failed"},
+      {folder.path(),
+       "-1 ERR Cannot read (21) from file (fd) | ERR osal_getconfstr -> osal_read failed"},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.message);
-    log.clear();
+  for (const auto& [where, expected] : kCases) {
     char value[] = "dirty";
-    EXPECT_EQ(osal_getconfstr(c.path.c_str(), value, sizeof value), -1);
+    EXPECT_EQ(said(osal_getconfstr(where.c_str(), value, sizeof value)), expected);
     EXPECT_STREQ(value, "");
-    EXPECT_THAT(log.lines(), Contains(testing::StartsWith("OSAL:ERR " + c.cause)));
-    EXPECT_THAT(ownLines(), ElementsAre("OSAL:ERR osal_getconfstr -> " + c.message + " failed"));
   }
-  char value[] = "dirty";
-  EXPECT_EQ(osal_getconfstr(nullptr, value, sizeof value), -1);
-  EXPECT_STREQ(value, "");
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:ERR osal_exists : NULL arg",
-                                       "OSAL:ERR osal_getconfstr -> osal_exists failed"));
-  EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(UxosalConfTest, AStoredValueReplacesTheFormerOne) {
-  for (const std::string value : {"/var/some long folder", "x", "", "/var/qd\nrest"}) {
-    EXPECT_EQ(osal_setconfstr(path.c_str(), value.c_str(), false, false), 0);
-    EXPECT_EQ(content(path), value);
-  }
-  EXPECT_THAT(ownLines(), IsEmpty());
-  EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST_F(UxosalConfTest, PermissionsAfterStoring) {
+TEST_F(UxosalConfTest, AStoredValueReplacesTheFormerOneAndItsPermissions) {
   constexpr struct {
     bool ownerOnly;
     bool allReadWrite;
-    mode_t created;  // with umask 022
-    mode_t existing;
-  } kCases[] = {
-      {false, false, 0755, 0640},
-      {true, false, 0600, 0600},
-      {false, true, 0666, 0666},
-      {true, true, 0666, 0666},
-  };
+    int created;  // with umask 022
+    int existing;
+  } kCases[] = {{false, false, 0755, 0640},
+                {true, false, 0600, 0600},
+                {false, true, 0666, 0666},
+                {true, true, 0666, 0666}};
   const mode_t former = ::umask(022);
   for (const auto& c : kCases) {
-    SCOPED_TRACE(text(c.ownerOnly, c.allReadWrite));
     fs::remove(path);
-    EXPECT_EQ(osal_setconfstr(path.c_str(), "secret", c.ownerOnly, c.allReadWrite), 0);
-    EXPECT_EQ(permissions(path), fs::perms(c.created));
+    EXPECT_EQ(said(osal_setconfstr(path.c_str(), "a long value", c.ownerOnly, c.allReadWrite)),
+              "0");
+    EXPECT_EQ(permissionsOf(path), c.created);
     fs::permissions(path, fs::perms(0640));
-    EXPECT_EQ(osal_setconfstr(path.c_str(), "secret", c.ownerOnly, c.allReadWrite), 0);
-    EXPECT_EQ(permissions(path), fs::perms(c.existing));
+    EXPECT_EQ(said(osal_setconfstr(path.c_str(), "x", c.ownerOnly, c.allReadWrite)), "0");
+    EXPECT_EQ(permissionsOf(path), c.existing);
+    EXPECT_EQ(content(path), "x");
   }
   ::umask(former);
 }
 
 TEST_F(UxosalConfTest, FailuresToStore) {
-  EXPECT_EQ(osal_setconfstr((folder / "missing/x").c_str(), "v", false, false), -1);
-  EXPECT_EQ(osal_setconfstr(nullptr, "v", false, false), -1);
-  EXPECT_EQ(osal_setconfstr("/dev/null", "v", false, false), -1);
-  EXPECT_THAT(ownLines(), ElementsAre("OSAL:ERR osal_setconfstr -> osal_open failed",
-                                      "OSAL:ERR osal_setconfstr -> osal_open failed",
-                                      "OSAL:ERR osal_setconfstr -> osal_truncate failed"));
+  EXPECT_EQ(said(osal_setconfstr((missing + "/x").c_str(), "v", false, false)),
+            "-1 ERR Cannot open (2) file \"~/missing/x\" | "
+            "ERR osal_setconfstr -> osal_open failed");
+  EXPECT_EQ(said(osal_setconfstr("/dev/null", "v", false, false)),
+            "-1 ERR Cannot truncate (22) file (fd) to size 0 | "
+            "ERR osal_setconfstr -> osal_truncate failed");
   writeFile(path, "old");
-  EXPECT_EQ(osal_setconfstr(path.c_str(), nullptr, false, false), -1);
+  EXPECT_EQ(said(osal_setconfstr(path.c_str(), nullptr, false, false)), "-1 ERR Arguments error");
   EXPECT_EQ(content(path), "old");
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:ERR Arguments error"));
-  EXPECT_EQ(openDescriptors(), before);
 }
 
 #if defined(__linux__)
-// This file takes the thread's name and refuses every other: no truncation, no permission bits.
-constexpr char kThreadName[] = "/proc/thread-self/comm";
-
 TEST_F(UxosalConfTest, APermissionThatCannotBeChangedIsAFailure) {
+  // This file takes the thread's name and refuses every other: no truncation, no permission bits.
+  constexpr char kThreadName[] = "/proc/thread-self/comm";
   const std::string name = content(kThreadName);
-  EXPECT_EQ(osal_setconfstr(kThreadName, "before", true, false), -1);
+  const std::string failure = "-1 ERR osal_setconfstr -> chmod failed (1)";
+  EXPECT_EQ(said(osal_setconfstr(kThreadName, "before", true, false)), failure);
   EXPECT_EQ(content(kThreadName), name);  // what must not be readable was not written
-  EXPECT_EQ(osal_setconfstr(kThreadName, "after", false, true), -1);
+  EXPECT_EQ(said(osal_setconfstr(kThreadName, "after", false, true)), failure);
   EXPECT_EQ(content(kThreadName), "after\n");
   EXPECT_EQ(osal_setconfstr(kThreadName, name.substr(0, name.size() - 1).c_str(), false, false), 0);
-  const std::string message = text("OSAL:ERR osal_setconfstr -> chmod failed (", EPERM, ")");
-  EXPECT_THAT(ownLines(), ElementsAre(message, message));
-  EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST_F(UxosalConfTest, AFailedCloseIsNoFailure) {
   writeFile(path, "abc\n");
   char value[10] = "";
+  const auto closing = [](const std::string& function) {
+    return "0 EL2 Cannot close (5) file (fd) | EL2 " + function + " -> osal_close failed";
+  };
   {
     const PosixFault fault("close", EIO);
-    EXPECT_EQ(osal_getconfstr(path.c_str(), value, sizeof value), 0);
-  }
-  {
-    const PosixFault fault("close", EIO);
-    EXPECT_EQ(osal_setconfstr(path.c_str(), "def", false, true), 0);
+    EXPECT_EQ(said(osal_getconfstr(path.c_str(), value, 10)), closing("osal_getconfstr"));
   }
   EXPECT_STREQ(value, "abc");
+  const PosixFault fault("close", EIO);
+  EXPECT_EQ(said(osal_setconfstr(path.c_str(), "def", false, true)), closing("osal_setconfstr"));
   EXPECT_EQ(content(path), "def");
-  EXPECT_EQ(permissions(path), fs::perms(0666));
-  EXPECT_THAT(ownLines(), ElementsAre("OSAL:EL2 osal_getconfstr -> osal_close failed",
-                                      "OSAL:EL2 osal_setconfstr -> osal_close failed"));
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(permissionsOf(path), 0666);
 }
 #endif
 
@@ -262,102 +147,67 @@ class UxosalConfTmpTest : public UxosalConfTest {
     wasThere = fs::exists(fs::symlink_status(kFolder));
   }
   ~UxosalConfTmpTest() override {
-    fs::remove(file);
-    if (!wasThere) fs::remove(kFolder);
+    std::error_code ignored;
+    fs::remove(file, ignored);
+    if (!wasThere) fs::remove(kFolder, ignored);
   }
 
-  /// The file that holds the value `name`.
-  static std::string fileOf(const std::string& name) { return kFolder + ("/" + name); }
+  std::string store(const std::string& as) { return said(osal_setconfstrtmp(as.c_str(), "value")); }
 
   const std::string name = text("qdtest.", ::getpid());
-  const std::string file = fileOf(name);
+  const std::string file = kFolder + ("/" + name);
   bool wasThere = false;
 
  private:
   ScopedFd turn_;
 };
 
-TEST_F(UxosalConfTmpTest, StoresInTheTemporaryFolder) {
-  const std::ptrdiff_t open = openDescriptors();
+TEST_F(UxosalConfTmpTest, StoresInTheTemporaryFolderAndFollowsNoLinkThere) {
   EXPECT_EQ(osal_setconfstrtmp(name.c_str(), "a first value"), 0);
-  EXPECT_EQ(content(file), "a first value");
-  EXPECT_EQ(osal_setconfstrtmp(name.c_str(), "second"), 0);
-  EXPECT_EQ(content(file), "second");
-  EXPECT_THAT(ownLines(), IsEmpty());
-  char value[10];
-  EXPECT_EQ(osal_getconfstr(file.c_str(), value, sizeof value), 0);
-  EXPECT_STREQ(value, "second");
-  EXPECT_EQ(openDescriptors(), open);
-}
-
-TEST_F(UxosalConfTmpTest, NamesThatAreRefusedBeforeAnyFileIsTouched) {
-  const std::size_t room = 1024 - (sizeof kFolder - 1) - 1;
-  const std::string tooLong(room + 1, 'x');
-  const std::string outside = folder / "outside";
-  const std::string climbing = "../.." + outside;
-  const struct {
-    std::string name;
-    std::size_t length;
-  } kCases[] = {
-      {tooLong, 1025},
-      {std::string(5000, 'x'), 5000 + 1024 - room},
-      {climbing, fileOf(climbing).size()},
-      {"sub/name", fileOf("sub/name").size()},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(osal_setconfstrtmp(c.name.c_str(), "value"), -1);
-    EXPECT_THAT(
-        ownLines(),
-        ElementsAre(text("OSAL:ERR osal_setconfstrtmp -> snprintf failed (lg=", c.length, ")")));
-  }
-  EXPECT_FALSE(fs::exists(outside));
-
-  // One character less passes this check, and is then too much for a file's name.
-  EXPECT_EQ(osal_setconfstrtmp(std::string(room, 'x').c_str(), "value"), -1);
-  EXPECT_THAT(ownLines(), ElementsAre("OSAL:ERR osal_setconfstrtmp -> osal_open failed"));
-}
-
-TEST_F(UxosalConfTmpTest, ALinkInTheFolderIsReplacedNotFollowed) {
-  const std::string victim = folder / "victim";
-  writeFile(victim, "precious");
-  EXPECT_EQ(osal_setconfstrtmp(name.c_str(), "value"), 0);
+  EXPECT_EQ(store(name), "0");
+  EXPECT_EQ(content(file), "value");
   fs::remove(file);
-  fs::create_symlink(victim, file);
-  EXPECT_EQ(osal_setconfstrtmp(name.c_str(), "value"), 0);
-  EXPECT_EQ(content(victim), "precious");
-  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(file)));
+  writeFile(path, "precious");
+  fs::create_symlink(path, file);
+  EXPECT_EQ(store(name), "0");
+  EXPECT_EQ(content(path), "precious");
   EXPECT_EQ(content(file), "value");
 }
 
-TEST_F(UxosalConfTmpTest, ALinkInTheFoldersPlaceIsNotFollowed) {
-  if (wasThere) GTEST_SKIP() << "the folder exists on this machine";
-  fs::create_directory_symlink(folder.path(), kFolder);
-  EXPECT_EQ(osal_setconfstrtmp(name.c_str(), "value"), -1);
-  fs::remove(kFolder);
-  EXPECT_TRUE(fs::is_empty(folder.path()));
-  EXPECT_THAT(ownLines(), ElementsAre("OSAL:ERR osal_setconfstrtmp -> osal_mkdir failed"));
+TEST_F(UxosalConfTmpTest, RefusesNamesBeforeAnyFileIsTouched) {
+  const std::size_t room = 1024 - sizeof kFolder;  // for a name, behind the slash
+  const std::string outside = folder / "outside";
+  for (const std::string& wrong :
+       {std::string(room + 1, 'x'), std::string(5000, 'x'), "../.." + outside, "sub/name"s}) {
+    EXPECT_EQ(store(wrong), text("-1 ERR osal_setconfstrtmp -> snprintf failed (lg=",
+                                 sizeof kFolder + wrong.size(), ")"));
+  }
+  EXPECT_FALSE(fs::exists(outside));
+  for (const std::string& noFile : {std::string(room, 'x'), ""s, "."s, ".."s}) {
+    const std::string failure = store(noFile);
+    EXPECT_TRUE(failure.starts_with("-1 ERR Cannot open ("));
+    EXPECT_TRUE(failure.ends_with(" | ERR osal_setconfstrtmp -> osal_open failed"));
+  }
+  EXPECT_EQ(said(osal_setconfstrtmp(nullptr, "value")), "-1 ERR Arguments error");
+  EXPECT_EQ(said(osal_setconfstrtmp(name.c_str(), nullptr)), "-1 ERR Arguments error");
 }
 
-TEST_F(UxosalConfTmpTest, NamesThatAreNoFile) {
-  const std::ptrdiff_t open = openDescriptors();
-  for (const char* const wrong : {"", ".", ".."}) {
-    SCOPED_TRACE(wrong);
-    EXPECT_EQ(osal_setconfstrtmp(wrong, "value"), -1);
-    EXPECT_THAT(ownLines(), ElementsAre("OSAL:ERR osal_setconfstrtmp -> osal_open failed"));
-  }
-  EXPECT_EQ(osal_setconfstrtmp(nullptr, "value"), -1);
-  EXPECT_EQ(osal_setconfstrtmp(name.c_str(), nullptr), -1);
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:ERR Arguments error", "OSAL:ERR Arguments error"));
-  EXPECT_EQ(openDescriptors(), open);
+TEST_F(UxosalConfTmpTest, WhatIsNoFolderItselfIsAFailureToMakeIt) {
+  if (wasThere) GTEST_SKIP() << "the folder exists on this machine";
+  const std::string failure = "-1 ERR osal_setconfstrtmp -> osal_mkdir failed";
+  fs::create_directory_symlink(folder.path(), kFolder);
+  EXPECT_EQ(store(name), failure);
+  fs::remove(kFolder);
+  writeFile(kFolder, "");
+  EXPECT_EQ(store(name), failure);
+  EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
 #if defined(__linux__)
 TEST_F(UxosalConfTmpTest, AFailedCloseIsNoFailureEither) {
   const PosixFault fault("close", EIO, 1);  // the folder is closed before the file
-  EXPECT_EQ(osal_setconfstrtmp(name.c_str(), "value"), 0);
+  EXPECT_TRUE(store(name).ends_with("| EL2 osal_setconfstrtmp -> osal_close failed"));
   EXPECT_EQ(content(file), "value");
-  EXPECT_THAT(ownLines(), ElementsAre("OSAL:EL2 osal_setconfstrtmp -> osal_close failed"));
 }
 #endif
 

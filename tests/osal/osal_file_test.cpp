@@ -1,81 +1,43 @@
 #include "osal/osal_file.h"
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/time.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <climits>
-#include <cstring>
-#include <filesystem>
 #include <functional>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
-#include "ExpectCall.h"
-#include "Files.h"
-#include "LogCapture.h"
-#include "TempFolder.h"
-#include "Text.h"
-#include "logging/QDLog.h"
-
-#if defined(__linux__)
+#include "FilesTest.h"
+#include "Limits.h"
 #include "PosixFaults.h"
-#endif
+#include "osal/osal_map.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using ::testing::MatchesRegex;
-
 constexpr unsigned short kBuffered = OSAL_OPEN_BUFFERED;
-constexpr unsigned short kEitherKind[] = {0, kBuffered};
 constexpr auto kNoSuchMode = static_cast<QDOpenMode>(77);
 
-class OSAL_FileTest : public testing::Test {
+class OSAL_FileTest : public FilesTest {
  protected:
-  /// Opens `name` as `file` without a record.
-  void openQuietly(const std::string& name, QDOpenMode mode, unsigned short options = 0) {
-    ASSERT_EQ(file.open(bytes(name), mode, options, true), 0) << name;
+  int open(QDOpenMode mode, unsigned short options = 0, bool silent = true) {
+    return file.open(bytes(path), mode, options, silent);
+  }
+  int openFifo(unsigned short options, bool silent) {
+    ::mkfifo(path.c_str(), 0600);
+    return open(QD_OPENMODE_RWEXISTING, options, silent);
+  }
+  int write(const std::string& text) {
+    return file.writeFix(text.data(), static_cast<unsigned int>(text.size()));
+  }
+  /// What reading `length` bytes brings.
+  std::string read(unsigned int length) {
+    std::string text(length, '\0');
+    EXPECT_EQ(file.read(text.data(), &length, true), 0);
+    return text.substr(0, length);
   }
 
-  /// How messages name the open file.
-  std::string handle(const OSAL_File& of) const { return text("(", of.fd, ")"); }
-  std::string handle() const { return handle(file); }
-
-  const TempFolder folder;
-  const std::string path = folder / "file";
-  const std::ptrdiff_t before = openDescriptors();
-  LogCapture log{"OSAL:9;"};
   OSAL_File file;
-};
-
-/// Lets this process write files of `bytes` bytes at most.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : formerHandler_(::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &former_);
-    const rlimit limit{bytes, former_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &former_);
-    ::signal(SIGXFSZ, formerHandler_);
-  }
-
- private:
-  rlimit former_{};
-  void (*formerHandler_)(int);
 };
 
 TEST_F(OSAL_FileTest, OpensByModeAndBuffering) {
@@ -86,123 +48,68 @@ TEST_F(OSAL_FileTest, OpensByModeAndBuffering) {
     int existing;  // errno where there is one
     const char* kept;
     int access;
-  } kCases[] = {
-      {QD_OPENMODE_RWNOTEXISTING, 0, 0, EEXIST, "old", O_RDWR},
-      {QD_OPENMODE_RWEXISTING, 0, ENOENT, 0, "old", O_RDWR},
-      {QD_OPENMODE_RWCANCREATE, 0, 0, 0, "old", O_RDWR},
-      {QD_OPENMODE_RDONLY, 0, ENOENT, 0, "old", O_RDONLY},
-      {kNoSuchMode, 0, ENOENT, 0, "old", O_RDONLY},
-      {QD_OPENMODE_RWNOTEXISTING, kBuffered, 0, 0, "", O_WRONLY},
-      {QD_OPENMODE_RWEXISTING, kBuffered, ENOENT, 0, "old", O_RDWR},
-      {QD_OPENMODE_RWCANCREATE, kBuffered, 0, 0, "", O_WRONLY},
-      {QD_OPENMODE_RDONLY, kBuffered, ENOENT, 0, "old", O_RDONLY},
-      {kNoSuchMode, kBuffered, ENOENT, 0, "old", O_RDONLY},
-      {QD_OPENMODE_RWEXISTING, 0x100 | 0x01, ENOENT, 0, "old", O_RDWR},
-  };
-  for (const auto& c : kCases) {
-    for (const bool exists : {false, true}) {
-      SCOPED_TRACE(text("mode ", c.mode, " options ", c.options, exists ? " existing" : ""));
-      const int error = exists ? c.existing : c.missing;
+  } kCases[] = {{QD_OPENMODE_RWNOTEXISTING, 0, 0, EEXIST, "old", O_RDWR},
+                {QD_OPENMODE_RWEXISTING, 0, ENOENT, 0, "old", O_RDWR},
+                {QD_OPENMODE_RWCANCREATE, 0, 0, 0, "old", O_RDWR},
+                {QD_OPENMODE_RDONLY, 0, ENOENT, 0, "old", O_RDONLY},
+                {kNoSuchMode, 0, ENOENT, 0, "old", O_RDONLY},
+                {QD_OPENMODE_RWNOTEXISTING, kBuffered, 0, 0, "", O_WRONLY},
+                {QD_OPENMODE_RWEXISTING, kBuffered, ENOENT, 0, "old", O_RDWR},
+                {QD_OPENMODE_RWCANCREATE, kBuffered, 0, 0, "", O_WRONLY},
+                {QD_OPENMODE_RDONLY, kBuffered, ENOENT, 0, "old", O_RDONLY},
+                {kNoSuchMode, kBuffered, ENOENT, 0, "old", O_RDONLY},
+                {QD_OPENMODE_RWEXISTING, 0x100 | OSAL_OPEN_NOCACHE, ENOENT, 0, "old", O_RDWR}};
+  const mode_t formerMask = ::umask(027);
+  for (const int round : {0, 1, 2, 3}) {
+    for (const auto& c : kCases) {
+      SCOPED_TRACE(text("mode ", c.mode, " options ", c.options, " round ", round));
+      const bool exists = round < 2;
+      const bool silent = round % 2 == 0;
       const bool buffered = (c.options & kBuffered) != 0;
-      for (const bool silent : {false, true}) {
-        fs::remove(path);
-        if (exists) writeFile(path, "old");
-        const int result = file.open(bytes(path), c.mode, c.options, silent);
-        std::vector<std::string> lines;
-        if (!silent && error == 0) {
-          lines = {"OSAL:INF File opened " + handle() + " : " + quoted(path)};
-        } else if (!silent) {
-          lines = {"OSAL:ERR Cannot open " + code(error) + " file " + quoted(path) +
-                   (buffered ? " (buffered)" : "")};
-        }
-        expectCall(log, result, error == 0 ? 0 : -1, lines);
-        if (error == 0) {
-          EXPECT_EQ(::fcntl(file.fd, F_GETFL) & O_ACCMODE, c.access);
-          EXPECT_EQ(::fcntl(file.fd, F_GETFD), FD_CLOEXEC);
-          EXPECT_EQ(file.stream != nullptr, buffered);
-          EXPECT_EQ(file.close(true, true), 0);
-        }
-        EXPECT_EQ(file.fd, -1);
-        EXPECT_EQ(file.stream, nullptr);
-        EXPECT_EQ(openDescriptors(), before);
-        EXPECT_EQ(content(path), exists ? c.kept : "");
+      const int error = exists ? c.existing : c.missing;
+      fs::remove(path);
+      if (exists) writeFile(path, "old");
+      std::string expected = error == 0 ? "0" : "-1";
+      if (!silent && error == 0) expected += " INF File opened (fd) : \"~/file\"";
+      if (!silent && error != 0) expected += " ERR Cannot open " + code(error) + " file \"~/file\"";
+      if (!silent && error != 0 && buffered) expected += " (buffered)";
+      EXPECT_EQ(said(open(c.mode, c.options, silent)), expected);
+      if (error == 0) {
+        EXPECT_EQ(::fcntl(file.fd, F_GETFL) & O_ACCMODE, c.access);
+        EXPECT_EQ(::fcntl(file.fd, F_GETFD), FD_CLOEXEC);
+        EXPECT_EQ(permissionsOf(path), exists || buffered ? 0640 : 0750);
+        EXPECT_EQ(file.close(true, true), 0);
       }
+      EXPECT_EQ(file.fd, -1);
+      EXPECT_EQ(content(path), exists ? c.kept : "");
     }
   }
-}
-
-TEST_F(OSAL_FileTest, NewFilesGetAllRightsBeforeTheUmask) {
-  const mode_t former = ::umask(027);
-  openQuietly(path, QD_OPENMODE_RWNOTEXISTING);
-  ::umask(former);
-  EXPECT_EQ(fs::status(path).permissions(), fs::perms(0750));
-}
-
-TEST_F(OSAL_FileTest, UnusualPathsInMessages) {
-  const std::vector<std::string> noPath = {"OSAL:ERR Arguments error"};
-  expectCall(log, file.open(nullptr, QD_OPENMODE_RDONLY, 0, true), -1);
-  expectCall(log, file.open(nullptr, QD_OPENMODE_RDONLY, 0, false), -1, noPath);
-  expectCall(log, file.openOwn(nullptr, true), -1);
-  expectCall(log, file.openOwn(nullptr, false), -1, noPath);
-  expectCall(log, file.open(bytes(""), QD_OPENMODE_RDONLY, 0, false), -1,
-             {"OSAL:ERR Cannot open " + code(ENOENT) + " file \"(root)\""});
-}
-
-TEST_F(OSAL_FileTest, ASecondOpenLeavesTheFirstFileUsable) {
-  const std::vector<std::string> inUse = {
-      "OSAL:ERR Cannot open (handle already in use) file \"/etc/passwd\""};
-  for (const unsigned short options : kEitherKind) {
-    writeFile(path, "0123456789");
-    openQuietly(path, QD_OPENMODE_RDONLY, options);
-    for (const unsigned short other : kEitherKind) {
-      expectCall(log, file.open(bytes("/etc/passwd"), QD_OPENMODE_RDONLY, other, true), -1);
-      expectCall(log, file.open(bytes("/etc/passwd"), QD_OPENMODE_RDONLY, other, false), -1, inUse);
-    }
-    expectCall(log, file.openOwn(bytes("/etc/passwd"), false), -1, inUse);
-    char buf[100];
-    unsigned int length = sizeof buf;
-    EXPECT_EQ(file.read(buf, &length, true), 0);
-    EXPECT_EQ(std::string(buf, length), "0123456789");
-    EXPECT_EQ(file.close(true, true), 0);
-  }
+  ::umask(formerMask);
 }
 
 TEST_F(OSAL_FileTest, ALockThatIsHeldFailsAtOnce) {
   OSAL_File holder;
-  const int result = holder.open(bytes(path), QD_OPENMODE_RWCANCREATE, OSAL_OPEN_LOCK, false);
-  expectCall(log, result, 0,
-             {text("OSAL:INF File locked (0x", std::hex, holder.fd, ")"),
-              "OSAL:INF File opened " + handle(holder) + " : " + quoted(path)});
-  expectCall(log, file.open(bytes(path), QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK, true), -1);
-  expectCall(log, file.open(bytes(path), QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK, false), -1,
-             {"OSAL:ERR Non-blocking, but would block for file " + quoted(path)});
+  const int locked = holder.open(bytes(path), QD_OPENMODE_RWCANCREATE, OSAL_OPEN_LOCK, false);
+  EXPECT_EQ(said(locked), text("0 INF File locked (0x", std::hex, holder.fd,
+                               ") | INF File opened (fd) : \"~/file\""));
+  const std::string refused = "ERR Non-blocking, but would block for file \"~/file\"";
+  EXPECT_EQ(said(open(QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK, true)), "-1");
+  EXPECT_EQ(said(open(QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK, false)), "-1 " + refused);
   EXPECT_EQ(file.fd, -1);
-  EXPECT_EQ(openDescriptors(), before + 1);
-
+#if defined(__linux__)
+  for (const bool silent : {true, false}) {
+    const PosixFault fault("close", EIO);
+    EXPECT_EQ(open(QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK, silent), -1);
+  }
+  EXPECT_EQ(said(), text(refused, " | EL2 Cannot close (5) file (", holder.fd + 1, ")"));
+#endif
   // Neither waiting alone nor a buffered file asks for the lock.
-  constexpr unsigned short kUnlocked[] = {OSAL_OPEN_WAIT, OSAL_OPEN_LOCK | OSAL_OPEN_BUFFERED};
-  for (const unsigned short options : kUnlocked) {
-    EXPECT_EQ(file.open(bytes(path), QD_OPENMODE_RDONLY, options, true), 0);
+  for (const int options : {0 | OSAL_OPEN_WAIT, OSAL_OPEN_LOCK | OSAL_OPEN_BUFFERED}) {
+    EXPECT_EQ(open(QD_OPENMODE_RDONLY, static_cast<unsigned short>(options)), 0);
     EXPECT_EQ(file.close(true, true), 0);
   }
   EXPECT_EQ(holder.close(true, true), 0);
-  EXPECT_EQ(file.open(bytes(path), QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK, true), 0);
-}
-
-TEST_F(OSAL_FileTest, AWaitingLockComesWhenTheHolderCloses) {
-  openQuietly(path, QD_OPENMODE_RWCANCREATE, OSAL_OPEN_LOCK);
-  std::atomic<bool> closing = false;
-  std::atomic<bool> cameAfterClosing = false;
-  std::thread waiter([&] {
-    OSAL_File waiting;
-    const int result =
-        waiting.open(bytes(path), QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK | OSAL_OPEN_WAIT, true);
-    cameAfterClosing = result == 0 && closing;
-  });
-  closing = true;
-  EXPECT_EQ(file.close(true, true), 0);
-  waiter.join();
-  EXPECT_TRUE(cameAfterClosing);
+  EXPECT_EQ(open(QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK), 0);
 }
 
 TEST_F(OSAL_FileTest, AnInterruptedWaitForTheLockIsAFailure) {
@@ -214,323 +121,312 @@ TEST_F(OSAL_FileTest, AnInterruptedWaitForTheLockIsAFailure) {
   ASSERT_EQ(holder.open(bytes(path), QD_OPENMODE_RWCANCREATE, OSAL_OPEN_LOCK, true), 0);
   const itimerval often{{0, 10'000}, {0, 10'000}};  // again and again: the first may come early
   ::setitimer(ITIMER_REAL, &often, nullptr);
-  expectCall(log,
-             file.open(bytes(path), QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK | OSAL_OPEN_WAIT, false), -1,
-             {"OSAL:ERR Cannot get exclusive lock " + code(EINTR) + " for file " + quoted(path)});
+  EXPECT_EQ(said(open(QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK | OSAL_OPEN_WAIT, false)),
+            "-1 ERR Cannot get exclusive lock (4) for file \"~/file\"");
   const itimerval never{};
   ::setitimer(ITIMER_REAL, &never, nullptr);
   ::sigaction(SIGALRM, &former, nullptr);
-  EXPECT_EQ(openDescriptors(), before + 1);
 }
 
-TEST_F(OSAL_FileTest, ReadsWhatThereIs) {
-  writeFile(path, "0123456789abcdefXYZ");
-  openQuietly(path, QD_OPENMODE_RDONLY);
-  const struct {
-    unsigned int asked;
-    std::string expected;
-    std::string dump;
-  } kCases[] = {
-      {2, "01", "0000   30 31" + std::string(42, ' ') + "    01"},
-      {17, "23456789abcdefXYZ",
-       "0000   32 33 34 35 36 37 38 39 61 62 63 64 65 66 58 59    23456789abcdefXY"},
-      {100, "", "UNDEF"},
-  };
+TEST_F(OSAL_FileTest, TellsWhatItDoes) {
+  EXPECT_EQ(open(QD_OPENMODE_RWNOTEXISTING), 0);
+  EXPECT_EQ(said(write("0123456789abcdef!")),
+            "0 INF Data written (17B) to file (fd) | DGB Data (17 B) = 0000   30 31 32 33 34 35 36 "
+            "37 38 39 61 62 63 64 65 66    0123456789abcdef");
+  EXPECT_EQ(said(write("")), "0 INF Data written (0B) to file (fd) | DGB Data (0 B) = UNDEF");
+  EXPECT_EQ(said(file.seekSet(15)), "0 INF lseek/SEEK_SET at pos 15 on file (fd)");
   char buf[100];
-  for (const auto& c : kCases) {
-    unsigned int length = c.asked;
-    expectCall(log, file.read(buf, &length, false), 0,
-               {text("OSAL:INF Data read (", c.expected.size(), "B) from file ", handle()),
-                text("OSAL:DGB Data (", c.expected.size(), " B) = ", c.dump)});
-    EXPECT_EQ(std::string(buf, length), c.expected);
-  }
-  EXPECT_EQ(file.seekSet(9), 0);
-  log.clear();
   unsigned int length = sizeof buf;
-  expectCall(log, file.read(buf, &length, true), 0);
-  EXPECT_EQ(length, 10U);
+  EXPECT_EQ(said(file.read(buf, &length, false)),
+            "0 INF Data read (2B) from file (fd) | DGB Data (2 B) = 0000   66 21" +
+                std::string(42, ' ') + "    f!");
+  EXPECT_EQ(std::string(buf, length), "f!");
+  EXPECT_EQ(said(file.read(buf, &length, false)),
+            "0 INF Data read (0B) from file (fd) | DGB Data (0 B) = UNDEF");
+  EXPECT_EQ(said(file.read(buf, &length, true)), "0");
+  EXPECT_EQ(said(file.truncate(5'000'000'000)), "0 INF File (fd) truncated to size 5000000000");
+  EXPECT_EQ(said(file.seekSet(4'999'999'999)),
+            "0 INF lseek/SEEK_SET at pos 4999999999 on file (fd)");
+  EXPECT_EQ(said(file.sync()), "0 INF File synchronized (fd)");
+  struct stat info {};
+  ASSERT_EQ(::stat(path.c_str(), &info), 0);
+  const auto onDisk = static_cast<unsigned long long>(info.st_blocks) * 512;
+  unsigned long long size = 0;
+  unsigned long long allocated = 0;
+  EXPECT_EQ(said(file.getSize(&size, &allocated, false)),
+            text("0 DBG get size = 5000000000 of file (fd) | DBG get real size = ", onDisk,
+                 " of file (fd)"));
+  EXPECT_EQ(said(file.getSize(nullptr, nullptr, true)), "0");
+  EXPECT_EQ(size, 5'000'000'000U);
+  EXPECT_EQ(allocated, onDisk);
+  EXPECT_EQ(said(file.close(false, true)), "0 INF File closed (fd)");
 }
 
-TEST_F(OSAL_FileTest, AFailedReadLeavesTheLengthAlone) {
-  openQuietly(path, QD_OPENMODE_RWCANCREATE, OSAL_OPEN_BUFFERED);  // which can only write
-  char buf[10];
-  unsigned int length = 10;
-  expectCall(log, file.read(buf, &length, false), -1,
-             {"OSAL:ERR Cannot read " + code(EBADF) + " from file " + handle()});
-  expectCall(log, file.read(nullptr, &length, false), -1, {"OSAL:ERR Arguments error"});
-  expectCall(log, file.read(buf, nullptr, false), -1, {"OSAL:ERR Arguments error"});
-  expectCall(log, file.read(buf, &length, true), -1);
-  expectCall(log, file.read(nullptr, &length, true), -1);
-  expectCall(log, file.read(buf, nullptr, true), -1);
-  EXPECT_EQ(length, 10U);
-}
+TEST_F(OSAL_FileTest, TellsWhatFails) {
+  char buf[1];
+  unsigned int length = 9;
+  unsigned long long size = 9;
+  for (const bool silent : {false, true}) {
+    const auto failure = [silent](const std::string& text) { return silent ? "-1" : "-1 " + text; };
+    const std::string wrong = failure("ERR Arguments error");
+    const std::string inUse = failure("ERR Cannot open (handle already in use) file \"other\"");
+    EXPECT_EQ(said(file.open(nullptr, QD_OPENMODE_RDONLY, 0, silent)), wrong);
+    EXPECT_EQ(said(file.openOwn(nullptr, silent)), wrong);
+    EXPECT_EQ(said(file.read(nullptr, &length, silent)), wrong);
+    EXPECT_EQ(said(file.read(buf, nullptr, silent)), wrong);
+    EXPECT_EQ(said(file.read(buf, &length, silent)), failure("ERR Invalid handle (read)"));
+    EXPECT_EQ(said(file.getSize(&size, &size, silent)), failure("ERR Invalid handle (getSize)"));
+    EXPECT_EQ(said(file.close(silent, true)), failure("ERR Invalid handle (close)"));
+    EXPECT_EQ(said(file.open(bytes(""), QD_OPENMODE_RDONLY, 0, silent)),
+              failure("ERR Cannot open (2) file \"(root)\""));
+    for (const unsigned short options : {std::uint16_t{0}, kBuffered}) {
+      EXPECT_EQ(open(QD_OPENMODE_RWCANCREATE, options), 0);
+      EXPECT_EQ(said(file.open(bytes("other"), QD_OPENMODE_RDONLY, 0, silent)), inUse);
+      EXPECT_EQ(said(file.openOwn(bytes("other"), silent)), inUse);
+      EXPECT_EQ(write("x"), 0);
+      EXPECT_EQ(file.close(true, true), 0);
+      said.clear();
+    }
+    EXPECT_EQ(open(QD_OPENMODE_RWEXISTING), 0);
+    ::close(file.fd);
+    EXPECT_EQ(said(file.read(buf, &length, silent)), failure("ERR Cannot read (9) from file (fd)"));
+    EXPECT_EQ(said(file.getSize(&size, &size, silent)),
+              failure("ERR Cannot get stat (9) on file (fd)"));
+    EXPECT_EQ(said(file.close(silent, true)), failure("EL2 Cannot close (9) file (fd)"));
+    EXPECT_EQ(file.fd, -1);
+  }
+  EXPECT_EQ(length, 9U);
+  EXPECT_EQ(size, 9U);
+  EXPECT_EQ(said(file.close(false, false)), "0");
+  EXPECT_EQ(said(file.writeFix(nullptr, 1)), "-1 ERR Arguments error");
+  EXPECT_EQ(said(write("")), "-1 ERR Invalid handle (writeFix)");
+  EXPECT_EQ(said(file.truncate(0)), "-1 ERR Invalid handle (truncate)");
+  EXPECT_EQ(said(file.seekSet(0)), "-1 ERR Invalid handle (seekSet)");
+  EXPECT_EQ(said(file.sync()), "-1 ERR Invalid handle (sync)");
 
-TEST_F(OSAL_FileTest, WritesAllOrFails) {
-  openQuietly(path, QD_OPENMODE_RWNOTEXISTING);
-  expectCall(log, file.writeFix("0123456789abcdef!", 17), 0,
-             {"OSAL:INF Data written (17B) to file " + handle(),
-              "OSAL:DGB Data (17 B) = 0000   30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 "
-              "   0123456789abcdef"});
-  expectCall(log, file.writeFix("", 0), 0,
-             {"OSAL:INF Data written (0B) to file " + handle(), "OSAL:DGB Data (0 B) = UNDEF"});
-  expectCall(log, file.writeFix(nullptr, 1), -1, {"OSAL:ERR Arguments error"});
-  EXPECT_EQ(content(path), "0123456789abcdef!");
+  EXPECT_EQ(open(QD_OPENMODE_RDONLY), 0);
+  EXPECT_EQ(said(write("x")), "-1 ERR Cannot write (9) to file (fd)");
+  EXPECT_EQ(said(file.seekSet(1ULL << 63)), "-1 ERR Cannot make lseek/SEEK_SET (22) on file (fd)");
+  EXPECT_EQ(file.close(true, true), 0);
+  fs::remove(path);
+  EXPECT_EQ(openFifo(0, true), 0);
+  EXPECT_EQ(said(file.seekSet(1)), "-1 ERR Cannot make lseek/SEEK_SET (29) on file (fd)");
+  EXPECT_EQ(said(file.sync()), "-1 ERR Cannot synchronize (22) file (fd)");
+  EXPECT_EQ(said(file.truncate(ULLONG_MAX)),
+            "-1 ERR Cannot truncate (22) file (fd) to size 18446744073709551615");
 }
 
 TEST_F(OSAL_FileTest, AShortWriteStaysInTheFileAndFails) {
-  openQuietly(path, QD_OPENMODE_RWNOTEXISTING);
+  EXPECT_EQ(open(QD_OPENMODE_RWNOTEXISTING), 0);
   int first = 0;
   int second = 0;
   {
     const FileSizeLimit limit(4);
-    first = file.writeFix("abcdef", 6);
-    second = file.writeFix("abcdef", 6);
+    first = write("abcdef");
+    second = write("abcdef");
   }
   EXPECT_EQ(first, -1);
-  expectCall(log, second, -1,
-             {"OSAL:ERR Only 4B instead of 6B written to file " + handle(),
-              "OSAL:ERR Cannot write " + code(EFBIG) + " to file " + handle()});
+  EXPECT_EQ(said(second),
+            "-1 ERR Only 4B instead of 6B written to file (fd) | "
+            "ERR Cannot write (27) to file (fd)");
   EXPECT_EQ(content(path), "abcd");
 }
 
 TEST_F(OSAL_FileTest, WritesThroughStdioWithoutAMessage) {
-  openQuietly(path, QD_OPENMODE_RWCANCREATE, OSAL_OPEN_BUFFERED);
-  expectCall(log, file.writeFix("abc", 3), 0);
-  expectCall(log, file.writeFix("", 0), 0);
-  expectCall(log, file.writeFix(nullptr, 0), -1, {"OSAL:ERR Arguments error"});
+  EXPECT_EQ(open(QD_OPENMODE_RWCANCREATE, kBuffered), 0);
+  EXPECT_EQ(said(write("abc")), "0");
+  EXPECT_EQ(said(write("")), "0");
   EXPECT_EQ(content(path), "");
   EXPECT_EQ(file.close(true, true), 0);
   EXPECT_EQ(content(path), "abc");
-
-  openQuietly(path, QD_OPENMODE_RDONLY, OSAL_OPEN_BUFFERED);
-  expectCall(log, file.writeFix("x", 1), -1,
-             {text("OSAL:ERR Cannot write ", code(EBADF), " to file (@",
-                   static_cast<void*>(file.stream), ")")});
+  EXPECT_EQ(open(QD_OPENMODE_RDONLY, kBuffered), 0);
+  EXPECT_EQ(said(write("x")), "-1 ERR Cannot write (9) to file (@)");
 }
 
 TEST_F(OSAL_FileTest, TheOtherOperationsSeeWhatStdioHoldsBack) {
-  const std::function<void()> kOperations[] = {
-      [this] { EXPECT_EQ(file.sync(), 0); },
-      [this] { EXPECT_EQ(file.truncate(3), 0); },
-      [this] { EXPECT_EQ(file.seekSet(3), 0); },
-      [this] {
-        unsigned long long size = 0;
-        EXPECT_EQ(file.getSize(&size, nullptr, true), 0);
-        EXPECT_EQ(size, 3U);
-      },
-      [this] {
-        char buf[2];
-        unsigned int length = 2;
-        EXPECT_EQ(file.read(buf, &length, true), 0);
-        EXPECT_EQ(std::string(buf, length), "l");
-      },
-  };
+  const std::function<int()> kOperations[] = {
+      [this] { return file.sync(); }, [this] { return file.truncate(3); },
+      [this] { return file.seekSet(3); }, [this] { return file.getSize(nullptr, nullptr, true); },
+      [this] { return read(2) == "l" ? 0 : 1; }};
   for (const auto& operation : kOperations) {
     writeFile(path, "oil");
-    openQuietly(path, QD_OPENMODE_RWEXISTING, OSAL_OPEN_BUFFERED);
-    EXPECT_EQ(file.writeFix("ta", 2), 0);
+    EXPECT_EQ(open(QD_OPENMODE_RWEXISTING, kBuffered), 0);
+    EXPECT_EQ(write("ta"), 0);
     EXPECT_EQ(content(path), "oil");
-    operation();
+    EXPECT_EQ(operation(), 0);
     EXPECT_EQ(content(path), "tal");
     EXPECT_EQ(file.seekSet(1), 0);
-    EXPECT_EQ(file.writeFix("i", 1), 0);
+    EXPECT_EQ(write("i"), 0);
     EXPECT_EQ(file.close(true, true), 0);
     EXPECT_EQ(content(path), "til");
   }
 }
 
-TEST_F(OSAL_FileTest, AClosedObjectRefusesEveryOperation) {
-  const auto invalid = [](const std::string& operation) {
-    return std::vector{"OSAL:ERR Invalid handle (" + operation + ")"};
-  };
-  char buf[1];
-  unsigned int length = 1;
-  expectCall(log, file.read(buf, &length, true), -1);
-  expectCall(log, file.read(buf, &length, false), -1, invalid("read"));
-  expectCall(log, file.getSize(nullptr, nullptr, true), -1);
-  expectCall(log, file.getSize(nullptr, nullptr, false), -1, invalid("getSize"));
-  expectCall(log, file.close(true, true), -1);
-  expectCall(log, file.close(false, true), -1, invalid("close"));
-  expectCall(log, file.close(false, false), 0);
-  expectCall(log, file.writeFix("", 0), -1, invalid("writeFix"));
-  expectCall(log, file.truncate(0), -1, invalid("truncate"));
-  expectCall(log, file.seekSet(0), -1, invalid("seekSet"));
-  expectCall(log, file.sync(), -1, invalid("sync"));
-
-  // An attempt to open a buffered file does not leave the object half open.
-  EXPECT_EQ(file.open(bytes(path), QD_OPENMODE_RDONLY, OSAL_OPEN_BUFFERED, true), -1);
-  expectCall(log, file.writeFix("x", 1), -1, invalid("writeFix"));
-}
-
-TEST_F(OSAL_FileTest, TruncatesSeeksSynchronizesAndCloses) {
-  openQuietly(path, QD_OPENMODE_RWNOTEXISTING);
-  const std::string closed = "OSAL:INF File closed " + handle();
-  expectCall(log, file.truncate(5'000'000'000), 0,
-             {"OSAL:INF File " + handle() + " truncated to size 5000000000"});
-  expectCall(log, file.seekSet(4'999'999'999), 0,
-             {"OSAL:INF lseek/SEEK_SET at pos 4999999999 on file " + handle()});
-  expectCall(log, file.sync(), 0, {"OSAL:INF File synchronized " + handle()});
-  expectCall(log, file.close(false, true), 0, {closed});
-  EXPECT_EQ(fs::file_size(path), 5'000'000'000U);
-}
-
-TEST_F(OSAL_FileTest, ReportsWhatTheSystemRefuses) {
-  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-  openQuietly(path, QD_OPENMODE_RWEXISTING);
-  expectCall(log, file.seekSet(1), -1,
-             {"OSAL:ERR Cannot make lseek/SEEK_SET " + code(ESPIPE) + " on file " + handle()});
-  expectCall(log, file.sync(), -1,
-             {"OSAL:ERR Cannot synchronize " + code(EINVAL) + " file " + handle()});
-  for (const unsigned long long size : {1ULL, 1ULL << 63, ULLONG_MAX}) {
-    expectCall(
-        log, file.truncate(size), -1,
-        {text("OSAL:ERR Cannot truncate ", code(EINVAL), " file ", handle(), " to size ", size)});
-  }
-}
-
-TEST_F(OSAL_FileTest, PositionsBeyondTheSystemsTypeFail) {
-  openQuietly(path, QD_OPENMODE_RWNOTEXISTING);
-  for (const unsigned long long beyond : {1ULL << 63, ULLONG_MAX}) {
-    expectCall(log, file.seekSet(beyond), -1,
-               {"OSAL:ERR Cannot make lseek/SEEK_SET " + code(EINVAL) + " on file " + handle()});
-  }
-}
-
-TEST_F(OSAL_FileTest, TellsLengthAndSpace) {
-  openQuietly(path, QD_OPENMODE_RWNOTEXISTING);
-  unsigned long long size = 1;
-  unsigned long long allocated = 1;
-  expectCall(log, file.getSize(&size, &allocated, false), 0,
-             {"OSAL:DBG get size = 0 of file " + handle(),
-              "OSAL:DBG get real size = 0 of file " + handle()});
-  EXPECT_EQ(size, 0U);
-  EXPECT_EQ(allocated, 0U);
-
-  EXPECT_EQ(file.writeFix("x", 1), 0);
-  EXPECT_EQ(file.truncate(5'000'000'000), 0);
-  EXPECT_EQ(file.sync(), 0);  // some systems give a file its space only then
-  log.clear();
-  struct stat info {};
-  ASSERT_EQ(::stat(path.c_str(), &info), 0);
-  expectCall(log, file.getSize(&size, nullptr, true), 0);
-  expectCall(log, file.getSize(nullptr, &allocated, true), 0);
-  EXPECT_EQ(size, 5'000'000'000U);
-  EXPECT_EQ(allocated, static_cast<unsigned long long>(info.st_blocks) * 512);
-}
-
-TEST_F(OSAL_FileTest, AFailedCloseClosesAllTheSame) {
-  for (const bool silent : {false, true}) {
-    openQuietly(path, QD_OPENMODE_RWCANCREATE);
-    const std::string was = handle();
-    ::close(file.fd);
-    unsigned long long size = 1;
-    const auto unless = [silent](const std::string& line) {
-      return silent ? std::vector<std::string>{} : std::vector{line};
-    };
-    expectCall(log, file.getSize(&size, &size, silent), -1,
-               unless("OSAL:ERR Cannot get stat " + code(EBADF) + " on file " + was));
-    EXPECT_EQ(size, 1U);
-    expectCall(log, file.close(silent, true), -1,
-               unless("OSAL:EL2 Cannot close " + code(EBADF) + " file " + was));
-    EXPECT_EQ(file.fd, -1);
-  }
-}
-
-TEST_F(OSAL_FileTest, TheDestructorClosesSilently) {
-  for (const unsigned short options : kEitherKind) {
-    OSAL_File other;
-    ASSERT_EQ(other.open(bytes(path), QD_OPENMODE_RWCANCREATE, options, true), 0);
-  }
-  EXPECT_EQ(openDescriptors(), before);
-  EXPECT_TRUE(log.lines().empty());
-}
-
 #if defined(__linux__)
 TEST_F(OSAL_FileTest, AFileThatCannotBeKeptOutOfTheCacheIsOpenAllTheSame) {
-  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-  const int result = file.open(bytes(path), QD_OPENMODE_RWEXISTING, OSAL_OPEN_NOCACHE, false);
-  expectCall(log, result, 0,
-             {"OSAL:WRN Cannot desactivate cache " + code(ESPIPE) + " for file " + quoted(path),
-              "OSAL:INF File opened " + handle() + " : " + quoted(path)});
+  EXPECT_EQ(said(openFifo(OSAL_OPEN_NOCACHE, false)),
+            "0 WRN Cannot desactivate cache (29) for file \"~/file\" | "
+            "INF File opened (fd) : \"~/file\"");
   EXPECT_EQ(file.close(true, true), 0);
-  expectCall(log, file.open(bytes(path), QD_OPENMODE_RWEXISTING, OSAL_OPEN_NOCACHE, true), 0);
+  EXPECT_EQ(said(openFifo(OSAL_OPEN_NOCACHE, true)), "0");
 }
 
 TEST_F(OSAL_FileTest, WhatStdioCouldNotWriteIsReportedOnce) {
-  openQuietly("/dev/full", QD_OPENMODE_RWCANCREATE, OSAL_OPEN_BUFFERED);
-  const std::string was = handle();
-  EXPECT_EQ(file.writeFix("x", 1), 0);
-  expectCall(log, file.sync(), -1,
-             {"OSAL:ERR Cannot synchronize " + code(ENOSPC) + " file " + was});
-  EXPECT_EQ(file.writeFix("y", 1), 0);
-  expectCall(log, file.close(false, true), -1,
-             {"OSAL:EL2 Cannot close " + code(ENOSPC) + " file " + was});
+  EXPECT_EQ(file.open(bytes("/dev/full"), QD_OPENMODE_RWCANCREATE, kBuffered, true), 0);
+  EXPECT_EQ(write("x"), 0);
+  EXPECT_EQ(said(file.sync()), "-1 ERR Cannot synchronize (28) file (fd)");
+  EXPECT_EQ(write("y"), 0);
+  EXPECT_EQ(said(file.close(false, true)), "-1 EL2 Cannot close (28) file (fd)");
   EXPECT_EQ(file.fd, -1);
   EXPECT_EQ(file.stream, nullptr);
 }
 
-TEST_F(OSAL_FileTest, AFailedCloseAfterARefusedLockIsReported) {
-  OSAL_File holder;
-  ASSERT_EQ(holder.open(bytes(path), QD_OPENMODE_RWCANCREATE, OSAL_OPEN_LOCK, true), 0);
-  for (const bool silent : {true, false}) {
-    const PosixFault fault("close", EIO);
-    EXPECT_EQ(file.open(bytes(path), QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK, silent), -1);
-    EXPECT_TRUE(PosixFault::hit());
-    EXPECT_EQ(file.fd, -1);
-  }
-  EXPECT_THAT(
-      log.lines(),
-      testing::ElementsAre("OSAL:ERR Non-blocking, but would block for file " + quoted(path),
-                           MatchesRegex(text("OSAL:EL2 Cannot close .", EIO, ". file .[0-9]+."))));
-}
-
 TEST_F(OSAL_FileTest, ImpossibleSizesAreAFailure) {
-  openQuietly(path, QD_OPENMODE_RWCANCREATE);
+  EXPECT_EQ(open(QD_OPENMODE_RWCANCREATE), 0);
   unsigned long long size = 1;
   for (const auto& [length, blocks] : {std::pair{-1, 0}, std::pair{0, -1}}) {
     const FakeFileSize fake(length, blocks);
-    expectCall(log, file.getSize(&size, &size, true), -1);
-    expectCall(log, file.getSize(&size, &size, false), -1,
-               {text("OSAL:ERR Incoherent values (st_size = ", length, ", st_blocks = ", blocks,
-                     ") for file ", handle())});
+    EXPECT_EQ(said(file.getSize(&size, &size, true)), "-1");
+    EXPECT_EQ(said(file.getSize(&size, &size, false)),
+              text("-1 ERR Incoherent values (st_size = ", length, ", st_blocks = ", blocks,
+                   ") for file (fd)"));
   }
   EXPECT_EQ(size, 1U);
 }
 #endif
 
-TEST_F(OSAL_FileTest, OpenOwnWritesAFileOfItsOwnAnew) {
+TEST_F(OSAL_FileTest, OpenOwnFollowsNoLink) {
   const std::string victim = folder / "victim";
   writeFile(victim, "precious");
   fs::create_symlink(victim, path);
-  for (const char* const value : {"a longer value", "new"}) {
+  for (const std::string value : {"a longer value", "new"}) {
     const int result = file.openOwn(bytes(path), false);
-    expectCall(log, result, 0, {"OSAL:INF File opened " + handle() + " : " + quoted(path)});
-    EXPECT_EQ(::fcntl(file.fd, F_GETFD), FD_CLOEXEC);
-    EXPECT_EQ(file.writeFix(value, static_cast<unsigned int>(std::strlen(value))), 0);
+    EXPECT_EQ(said(result), text("0 INF File opened (", file.fd, ") : \"~/file\""));
+    EXPECT_EQ(write(value), 0);
     EXPECT_EQ(file.close(true, true), 0);
-    log.clear();
+    said.clear();
     EXPECT_EQ(content(path), value);
   }
-  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(path)));
   EXPECT_EQ(content(victim), "precious");
-}
 
-TEST_F(OSAL_FileTest, OpenOwnFollowsNoLinkToTheFolder) {
   fs::create_directory(folder / "real");
   fs::create_directory_symlink(folder / "real", folder / "link");
-  for (const char* const name :
+  for (const std::string name :
        {"link/value", "link//value", "missing/value", "real/..", "real/"}) {
-    const std::string wrong = folder / name;
-    expectCall(log, file.openOwn(bytes(wrong), true), -1);
-    EXPECT_EQ(file.openOwn(bytes(wrong), false), -1);
-    EXPECT_THAT(
-        log.lines(),
-        testing::ElementsAre(MatchesRegex("OSAL:ERR Cannot open .[0-9]+. file " + quoted(wrong))));
-    log.clear();
-    EXPECT_EQ(file.fd, -1);
+    SCOPED_TRACE(name);
+    EXPECT_EQ(said(file.openOwn(bytes(folder / name), true)), "-1");
+    const std::string failure = said(file.openOwn(bytes(folder / name), false));
+    EXPECT_TRUE(failure.starts_with("-1 ERR Cannot open ("));
+    EXPECT_TRUE(failure.ends_with(") file \"~/" + name + "\""));
   }
-  EXPECT_EQ(openDescriptors(), before);
   EXPECT_TRUE(fs::is_empty(folder / "real"));
 }
+
+class OSAL_MapTest : public FilesTest {
+ protected:
+  std::string saidOfMap(const std::string& file, bool writable, unsigned int wanted) {
+    return said(map.map(bytes(file), writable, wanted, &start, &length));
+  }
+  void expectUnmapped() {
+    EXPECT_EQ(map.fd, -1);
+    EXPECT_EQ(map.ptr, nullptr);
+    EXPECT_EQ(map.size, 0U);
+  }
+
+  char* start = nullptr;
+  unsigned int length = 99;
+  OSAL_Map map;
+};
+
+TEST_F(OSAL_MapTest, MapsAndGrows) {
+  const struct {
+    bool writable;
+    unsigned int wanted;
+    std::string mapped;
+  } kCases[] = {{false, 0, "abcdef"},
+                {true, 0, "abcdef"},
+                {false, 4, "abcd"},
+                {false, 6, "abcdef"},
+                {true, 6, "abcdef"},
+                {true, 7, std::string("abcdef\0", 7)},
+                {true, 10000, "abcdef" + std::string(9994, '\0')}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(text(c.wanted, c.writable ? " writable" : " read only"));
+    writeFile(path, "abcdef");
+    ASSERT_EQ(saidOfMap(path, c.writable, c.wanted), "0");
+    EXPECT_EQ(std::string(start, length), c.mapped);
+    EXPECT_EQ(::fcntl(map.fd, F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fs::file_size(path), std::max<std::size_t>(6, c.wanted));
+    if (c.writable) start[1] = 'B';
+    EXPECT_EQ(map.unmap(true), 0);
+    EXPECT_EQ(content(path)[1], c.writable ? 'B' : 'b');
+    expectUnmapped();
+  }
+}
+
+TEST_F(OSAL_MapTest, FailuresLeaveNothingOpen) {
+  const std::string empty = folder / "empty";
+  const std::string huge = folder / "huge";
+  writeFile(empty, "");
+  writeFile(path, "abcdef");
+  writeFile(huge, "");
+  fs::resize_file(huge, 4'294'967'296);
+  const struct {
+    std::string file;
+    bool writable;
+    unsigned int wanted;
+    std::string said;
+  } kCases[] = {
+      {missing, true, 0, "Cannot open (2) file \"~/missing\""},
+      {path, false, 7, "Cannot expand to size 7B (22) file \"~/file\""},
+      {empty, true, 0, "Cannot map 0B of file \"~/empty\""},
+      {huge, false, 1, "Size too big or incoherent (st_size = 4294967296) for file \"~/huge\""},
+  };
+  for (const auto& c : kCases) {
+    EXPECT_EQ(saidOfMap(c.file, c.writable, c.wanted), "-1 ERR " + c.said);
+    expectUnmapped();
+  }
+  EXPECT_EQ(said(map.map(nullptr, false, 0, nullptr, nullptr)), "-1 ERR Arguments error");
+  EXPECT_EQ(start, nullptr);
+  EXPECT_EQ(length, 99U);
+  fs::resize_file(huge, 4'294'967'295);
+  EXPECT_EQ(saidOfMap(huge, false, 0), "0");
+  EXPECT_EQ(map.size, 4'294'967'295U);
+  EXPECT_EQ(saidOfMap(path, false, 0),
+            "-1 ERR Cannot map (handle already in use) file : \"~/file\"");
+  EXPECT_EQ(map.size, 4'294'967'295U);
+}
+
+TEST_F(OSAL_MapTest, AFailedUnmapEndsTheMappingAllTheSame) {
+  EXPECT_EQ(said(map.unmap(false)), "0");
+  EXPECT_EQ(said(map.unmap(true)),
+            "-1 ERR OSAL_Map::unmap - Map pointer is NULL | "
+            "ERR OSAL_Map::unmap - File handle invalid");
+  writeFile(path, "abc");
+  ASSERT_EQ(saidOfMap(path, false, 0), "0");
+  ::close(map.fd);
+  ++map.ptr;  // no page begins here
+  EXPECT_EQ(said(map.unmap(true)),
+            "-1 ERR OSAL_Map::unmap - Cannot unmap zone @ of size 3B (22) | "
+            "ERR OSAL_Map::unmap - Cannot close (9) file");
+  expectUnmapped();
+  EXPECT_EQ(::munmap(start, 3), 0);
+}
+
+#if defined(__linux__)
+TEST_F(OSAL_MapTest, AFailureAfterAFailure) {
+  writeFile(path, "abc");
+  {
+    const PosixFault fault("fstat", EIO);
+    EXPECT_EQ(saidOfMap(path, false, 0), "-1 ERR Cannot get stat (5) of file \"~/file\"");
+  }
+  const FakeFileSize negative(-1, 0);
+  const PosixFault fault("close", EIO);
+  EXPECT_EQ(saidOfMap(path, false, 0),
+            "-1 ERR Size too big or incoherent (st_size = -1) for file \"~/file\" | "
+            "ERR Cannot close file \"~/file\"");
+  expectUnmapped();
+}
+#endif
 
 }  // namespace

@@ -2,42 +2,205 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits.h>
+#include <pthread.h>
 
 #include <algorithm>
-#include <string>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <thread>
 
-#include "LogCapture.h"
+#include "Said.h"
+#include "osal/osal_deadline.h"
 
 namespace {
 
-constexpr int kThreads = 8;
-constexpr int kUnits = 250;
+constexpr unsigned int kLong = 20'000;  // ms, far beyond what any test waits
+
+TEST(OsalDeadline, AddsAndCarries) {
+  constexpr struct {
+    timeval now;
+    unsigned int ms;
+    timespec expected;
+  } kCases[] = {{{10, 998'999}, 1, {10, 999'999'000}},
+                {{10, 999'000}, 1, {11, 0}},
+                {{10, 500'000}, 4'294'967'295, {4'294'977, 795'000'000}},
+                {{253'402'300'799, 1}, 60'000, {253'402'300'859, 1'000}}};
+  for (const auto& [now, ms, expected] : kCases) {
+    SCOPED_TRACE(testing::Message() << now.tv_sec << "." << now.tv_usec << " + " << ms);
+    const auto deadline = osal_deadlineAfter(now, ms);
+    ASSERT_TRUE(deadline);
+    EXPECT_EQ(deadline->tv_sec, expected.tv_sec);
+    EXPECT_EQ(deadline->tv_nsec, expected.tv_nsec);
+  }
+  EXPECT_FALSE(osal_deadlineAfter({-1, 0}, 1000));
+  EXPECT_FALSE(osal_deadlineAfter({0, -1}, 1000));
+}
+
+TEST(OSAL_Mutex, IsUsableBetweenInitAndDestroy) {
+  OSAL_Mutex mutex;
+  const struct {
+    int (*call)(OSAL_Mutex&);
+    int result;
+    const char* error;
+  } kCases[] = {{[](OSAL_Mutex& m) { return m.lockMutex(); }, -1, "lockMutex - Invalid handle"},
+                {[](OSAL_Mutex& m) { return m.unlockMutex(); }, -1, "unlockMutex - Invalid handle"},
+                {[](OSAL_Mutex& m) { return m.destroyMutex(); }, 0, ""},
+                {[](OSAL_Mutex& m) { return m.initMutex("name"); }, 0, ""},
+                {[](OSAL_Mutex& m) { return m.initMutex("name"); }, -1,
+                 "initMutex - Cannot initialize mutex (already initialized)"},
+                {[](OSAL_Mutex& m) { return m.destroyMutex(); }, 0, ""},
+                {[](OSAL_Mutex& m) { return m.initMutex(nullptr); }, 0, ""}};
+  for (const auto& [call, result, error] : kCases) {
+    const std::string line = *error == '\0' ? "" : std::string("OSAL_Mutex::") + error + "\n";
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(call(mutex), result);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), line);
+  }
+  constexpr int kRounds = 10'000;
+  int counter = 0;
+  const auto count = [&] {
+    for (int i = 0; i < kRounds; ++i) {
+      mutex.lockMutex();
+      ++counter;
+      mutex.unlockMutex();
+    }
+  };
+  std::thread other(count);
+  count();
+  other.join();
+  EXPECT_EQ(counter, 2 * kRounds);
+  EXPECT_EQ(mutex.destroyMutex(), 0);
+}
+
+TEST(OSAL_Event, LatchesOneNotificationForOneWaitBetweenInitAndDestroy) {
+  Said said("OSAL:5;");
+  OSAL_Event event;
+  EXPECT_EQ(said(event.notify()), "-1 EL2 OSAL_Event::notify - Invalid handle");
+  EXPECT_EQ(said(event.waitForNotification(kLong)),
+            "-1 EL2 OSAL_Event::waitForNotification - Invalid handle");
+  EXPECT_EQ(said(event.destroyEvent()), "0");
+  EXPECT_EQ(said(event.initEvent()), "0 DBG OSAL_Event::initEvent - Event initialized (@)");
+  EXPECT_EQ(said(event.initEvent()),
+            "-1 EL2 OSAL_Event::initEvent - Cannot initialize event (already initialized)");
+  EXPECT_EQ(said(event.notify()), "0 DBG OSAL_Event::notify - Notify (@)");
+  EXPECT_EQ(said(event.notify()), "0 DBG OSAL_Event::notify - Already notified (@)");
+  EXPECT_EQ(said(event.waitForNotification(kLong)),
+            "0 DBG OSAL_Event::waitForNotification - already notified (@)");
+  EXPECT_THAT(said(event.waitForNotification(0)),
+              testing::MatchesRegex(
+                  "0 DBG OSAL_Event::waitForNotification .ts.tv_sec = [0-9]+ ; ts.tv_nsec = "
+                  "[0-9]+. - Wait for notification .@. [|] WRN OSAL_Event::waitForNotification - "
+                  "Timed out .@."));
+  EXPECT_EQ(event.notify(), 0);  // is forgotten with the event
+  said.clear();
+  EXPECT_EQ(said(event.destroyEvent()), "0 DBG OSAL_Event::destroyEvent - Event destroyed (@)");
+  EXPECT_EQ(event.initEvent(), 0);
+  EXPECT_EQ(event.waitForNotification(0), 0);
+  EXPECT_TRUE(said().ends_with("Timed out (@)"));
+  EXPECT_EQ(event.destroyEvent(), 0);
+}
+
+TEST(OSAL_Event, WakesEveryWaiter) {
+  Said said("OSAL:3;");
+  OSAL_Event event;
+  ASSERT_EQ(event.initEvent(), 0);
+  std::atomic<int> awake = 0;
+  std::vector<std::thread> waiters;
+  for (int i = 0; i < 3; ++i) {
+    waiters.emplace_back([&] {
+      EXPECT_EQ(event.waitForNotification(kLong), 0);
+      ++awake;
+    });
+  }
+  // A waiter that comes after the latch was consumed needs a notification of its own.
+  while (awake < 3) {
+    event.notify();
+    std::this_thread::yield();
+  }
+  for (std::thread& waiter : waiters) waiter.join();
+  EXPECT_EQ(said(), "");
+  EXPECT_EQ(event.destroyEvent(), 0);
+}
+
+TEST(OSAL_Semaphore, CountsUpToItsLimitBetweenInitAndDestroy) {
+  Said said("OSAL:5;");
+  OSAL_Semaphore semaphore;
+  const std::string deadline =
+      "OSAL_Semaphore::timedwait .ts.tv_sec = [0-9]+ ; ts.tv_nsec = [0-9]+.";
+  EXPECT_EQ(said(semaphore.destroySemaphore()), "0");
+  EXPECT_EQ(said(semaphore.wait()), "-1 EL2 OSAL_Semaphore::wait - Cannot lock mx (22)");
+  EXPECT_EQ(said(semaphore.trywait()), "-1 EL2 OSAL_Semaphore::trywait - Cannot lock mx (22)");
+  EXPECT_EQ(said(semaphore.post()), "-1 EL2 OSAL_Semaphore::post - Cannot lock mx (22)");
+  EXPECT_THAT(said(semaphore.timedwait(kLong)),
+              testing::MatchesRegex("-1 DBG " + deadline +
+                                    " [|] EL2 OSAL_Semaphore::timedwait - Cannot lock mx .22. [|] "
+                                    "EL2 OSAL_Semaphore::timedwait - Cannot unlock mx .22."));
+  const std::string tooHigh =
+      "-1 EL2 OSAL_Semaphore::init - Cannot initialize semaphore (count too high)";
+  EXPECT_EQ(said(semaphore.init(32'768)), tooHigh);
+  EXPECT_EQ(said(semaphore.init(0xFFFFFFFF)), tooHigh);
+  EXPECT_EQ(said(semaphore.init(32'766)), "0");
+  EXPECT_EQ(said(semaphore.init(0)),
+            "-1 EL2 OSAL_Semaphore::init - Cannot initialize semaphore (already initialized)");
+  EXPECT_EQ(said(semaphore.post()), "0");
+  EXPECT_EQ(said(semaphore.post()), "-1 EL2 OSAL_Semaphore::post - Cannot increment count");
+  EXPECT_EQ(said(semaphore.wait()), "0");
+  EXPECT_THAT(said(semaphore.timedwait(0)), testing::MatchesRegex("1 DBG " + deadline));
+  int taken = 2;
+  while (semaphore.trywait() == 1) ++taken;
+  EXPECT_EQ(taken, 32'767);
+  EXPECT_THAT(said(semaphore.timedwait(1)), testing::MatchesRegex("0 DBG " + deadline));
+  EXPECT_EQ(said(semaphore.destroySemaphore()),
+            "0 DBG OSAL_Semaphore::destroySemaphore - Semaphore destroyed (@)");
+  EXPECT_EQ(semaphore.init(1), 0);  // and is destroyed with the object
+}
+
+TEST(OSAL_Semaphore, EveryPostWakesAWaiterOfItsOwn) {
+  struct Round {
+    OSAL_Semaphore units;
+    OSAL_Semaphore done;
+  };
+  for (int i = 0; i < 200; ++i) {
+    const auto round = std::make_shared<Round>();  // outlives this test where a waiter sleeps on
+    ASSERT_EQ(round->units.init(0), 0);
+    ASSERT_EQ(round->done.init(0), 0);
+    for (int waiter = 0; waiter < 2; ++waiter) {
+      std::thread([round] {
+        round->units.wait();
+        round->done.post();
+      }).detach();
+    }
+    if (i % 2 == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
+    EXPECT_EQ(round->units.post(), 0);
+    EXPECT_EQ(round->units.post(), 0);
+    ASSERT_EQ(round->done.timedwait(kLong), 1);
+    ASSERT_EQ(round->done.timedwait(kLong), 1);
+    ASSERT_EQ(round->units.trywait(), 0);
+  }
+}
 
 /// Workers that all log, take turns through one semaphore and tell their end through another, while
 /// one event is notified and waited for from all sides.
 struct Crowd {
+  static constexpr int kThreads = 8;
+  static constexpr int kUnits = 250;
+
   OSAL_Event event;
   OSAL_Semaphore turn;
   OSAL_Semaphore done;
   int counter = 0;  // guarded by the one unit of `turn`
 
-  void work() {
-    for (int i = 0; i < kUnits; ++i) {
-      turn.wait();
-      ++counter;
-      turn.post();
-      QDLOG(THRD, INF, "unit");
-      if (i % 2 == 0) {
-        event.notify();
-      } else {
-        event.waitForNotification(1);
-      }
-    }
-  }
-
-  static void* entry(void* arg) {
+  static void* work(void* arg) {
     Crowd& crowd = *static_cast<Crowd*>(arg);
-    crowd.work();
+    for (int i = 0; i < kUnits; ++i) {
+      crowd.turn.wait();
+      ++crowd.counter;
+      crowd.turn.post();
+      QDLOG(THRD, INF, "unit");
+      i % 2 == 0 ? crowd.event.notify() : crowd.event.waitForNotification(1);
+    }
     crowd.done.post();
     return nullptr;
   }
@@ -49,14 +212,59 @@ TEST(OsalThreads, ACrowdLosesNoUnitAndNoRecord) {
   ASSERT_EQ(crowd.event.initEvent(), 0);
   ASSERT_EQ(crowd.turn.init(1), 0);
   ASSERT_EQ(crowd.done.init(0), 0);
-  for (int i = 0; i < kThreads; ++i) {
-    ASSERT_EQ(osal_launchThread(Crowd::entry, 1U << 20, &crowd, "crowd", OSAL_QOS_DEFAULT), 0);
+  for (int i = 0; i < Crowd::kThreads; ++i) {
+    ASSERT_EQ(osal_launchThread(Crowd::work, 1U << 20, &crowd, "crowd", OSAL_QOS_DEFAULT), 0);
   }
-  for (int i = 0; i < kThreads; ++i) ASSERT_EQ(crowd.done.wait(), 0);
-  EXPECT_EQ(crowd.counter, kThreads * kUnits);
+  for (int i = 0; i < Crowd::kThreads; ++i) ASSERT_EQ(crowd.done.wait(), 0);
+  EXPECT_EQ(crowd.counter, Crowd::kThreads * Crowd::kUnits);
   const auto lines = log.lines();
-  EXPECT_EQ(std::count(lines.begin(), lines.end(), "THRD:INF unit"), kThreads * kUnits);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "THRD:INF unit"), crowd.counter);
   EXPECT_EQ(crowd.event.destroyEvent(), 0);
+}
+
+/// What a thread finds out about itself.
+struct Visit {
+  OSAL_Semaphore done;
+  std::size_t stackSize = 0;
+
+  static void* entry(void* arg) {
+    Visit& visit = *static_cast<Visit*>(arg);
+#if defined(__linux__)
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getstacksize(&attributes, &visit.stackSize);
+    pthread_attr_destroy(&attributes);
+#else
+    visit.stackSize = pthread_get_stacksize_np(pthread_self());
+#endif
+    visit.done.post();
+    return nullptr;
+  }
+};
+
+TEST(OsalThread, GivesAtLeastTheAskedStackAndTellsTheClass) {
+  constexpr struct {
+    unsigned int stackSize;
+    unsigned int qos;
+    const char* said;
+  } kCases[] = {{0, 0, "0 DBG Set QoS to unspecified for thread \"scan\""},
+                {1U << 20, 1, "0 DBG Set QoS to efficiency for thread \"scan\""},
+                {(1U << 20) + 1, 2, "0 DBG Set QoS to performance for thread \"scan\""},
+                {64U << 20, 3, "0 DBG Set QoS to default for thread \"scan\""},
+                {1U << 20, 7, "0 DBG Set QoS to  for thread \"scan\""},
+                {1, 3, "-1 EL2 Cannot set stack size thread attribute (22)"}};
+  for (const auto& c : kCases) {
+    Said said("OSAL:5;");
+    Visit visit;
+    visit.done.init(0);
+    const auto qos = static_cast<OSAL_QOS>(c.qos);
+    const int result = osal_launchThread(Visit::entry, c.stackSize, &visit, "scan", qos);
+    if (result == 0) {
+      EXPECT_EQ(visit.done.wait(), 0);
+      EXPECT_GE(visit.stackSize, c.stackSize);
+    }
+    EXPECT_EQ(said(result), c.said);
+  }
 }
 
 }  // namespace

@@ -1,11 +1,22 @@
 #include "HostFake.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
 namespace {
+
+std::chrono::nanoseconds passed{};  // while reading
+
+template <typename T>
+int answer(int error, const T& value, T& out) {
+  if (error == 0) out = value;
+  return error;
+}
 
 template <typename T>
 int answer(const T& value, T& out) {
-  if (hostFake.error == 0) out = value;
-  return hostFake.error;
+  return answer(hostFake.error, value, out);
 }
 
 }  // namespace
@@ -32,3 +43,36 @@ int host_setNice(int nice) {
   if (hostFake.error == 0) hostFake.niceValues.push_back(nice);
   return hostFake.error;
 }
+
+int hostnet_openRoute(unsigned int timeoutMs, ScopedFd& /*socket*/) {
+  return answer(hostNetFake.openError, timeoutMs, hostNetFake.timeoutMs);
+}
+int hostnet_writeRoute(int /*socket*/, const void* request, std::size_t length) {
+  hostNetFake.requests.emplace_back(static_cast<const char*>(request), length);
+  return hostNetFake.writeError;
+}
+int hostnet_readRoute(int /*socket*/, void* message, std::size_t size, std::size_t* length) {
+  if (hostNetFake.replies.empty()) return EAGAIN;
+  const std::string reply = hostNetFake.replies.front();
+  hostNetFake.replies.pop_front();
+  passed += hostNetFake.readTakes;
+  *length = std::min(size, reply.size());
+  std::memcpy(message, reply.data(), *length);
+  return 0;
+}
+int hostnet_interfaces(std::vector<HostInterface>& interfaces) {
+  return answer(hostNetFake.listError, hostNetFake.interfaces, interfaces);
+}
+int hostnet_linkAddresses(std::vector<HostLinkAddress>& addresses) {
+  return answer(hostNetFake.listError, hostNetFake.linkAddresses, addresses);
+}
+
+#if defined(__linux__)
+// The linker sends the calls of std::chrono::steady_clock::now here (see --wrap in CMakeLists.txt).
+extern "C" {
+std::int64_t __real__ZNSt6chrono3_V212steady_clock3nowEv();
+std::int64_t __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
+  return __real__ZNSt6chrono3_V212steady_clock3nowEv() + passed.count();
+}
+}
+#endif

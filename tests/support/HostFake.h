@@ -1,11 +1,14 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <vector>
 
 #include "osal/osal_host.h"
+#include "osal/osal_hostnet.h"
 
 /// A machine that answers what a test wants. A test program that links HostFake.cpp has it in place
 /// of the real machine. With `error` set, every answer is that one and writes nothing.
@@ -27,3 +30,18 @@ struct HostFake {
 };
 
 inline HostFake hostFake;
+
+/// Its network. Errors are errno values, 0 for none.
+struct HostNetFake {
+  int openError = 0;
+  unsigned int timeoutMs = 0;  ///< that the routing socket was opened with
+  int writeError = 0;
+  std::vector<std::string> requests;      ///< that were written, in order
+  std::deque<std::string> replies;        ///< to be read, in order; then reading times out
+  std::chrono::milliseconds readTakes{};  ///< the steady clock goes on by with each reading (Linux)
+  int listError = 0;
+  std::vector<HostInterface> interfaces;
+  std::vector<HostLinkAddress> linkAddresses;
+};
+
+inline HostNetFake hostNetFake;

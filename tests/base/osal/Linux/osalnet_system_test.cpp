@@ -10,20 +10,18 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
 
-#include "LogCapture.h"
+#include "Files.h"
+#include "Said.h"
 #include "TempFolder.h"
 #include "base/osal/osalnet.h"
 
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::MatchesRegex;
 
 // As long as a name may be; longer than the fixed part of a link-layer address has room for.
 constexpr const char* kInterface = "qd-test-veth-00";
@@ -31,26 +29,15 @@ constexpr const char* kInterface = "qd-test-veth-00";
 /// Runs a command of the shell and tells whether it succeeded.
 bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
 
-struct PathInfo {
-  int result = 0;
-  std::string hostAddress, gatewayName, gatewayAddress, interfaceKind, reserved, interfaceName;
-
-  bool operator==(const PathInfo&) const = default;
-};
-
-void PrintTo(const PathInfo& info, std::ostream* out) {
-  *out << info.result << " " << info.hostAddress << "|" << info.gatewayName << "|"
-       << info.gatewayAddress << "|" << info.interfaceKind << "|" << info.reserved << "|"
-       << info.interfaceName;
-}
-
-PathInfo pathInfo(const char* host) {
-  std::array<std::array<char, 1025>, 6> text;
-  for (auto& output : text) std::snprintf(output.data(), output.size(), "before");
-  const int result = getnetpathinfo(host, text[0].data(), text[1].data(), text[2].data(),
-                                    text[3].data(), text[4].data(), text[5].data());
-  return {result,         text[0].data(), text[1].data(), text[2].data(),
-          text[3].data(), text[4].data(), text[5].data()};
+/// Asks for a path, and tells the result and all outputs.
+std::string pathTo(const char* host) {
+  char texts[6][1025];
+  for (char* const text : texts) std::strcpy(text, "before");
+  const int result =
+      getnetpathinfo(host, texts[0], texts[1], texts[2], texts[3], texts[4], texts[5]);
+  std::string all = std::to_string(result);
+  for (const char* const text : texts) all += std::string("|") + text;
+  return all;
 }
 
 class OnAnOwnNetwork : public ::testing::Test {
@@ -65,9 +52,9 @@ class OnAnOwnNetwork : public ::testing::Test {
       return;
     }
     folder_ = new TempFolder;
-    std::ofstream(*folder_ / "hosts") << "127.0.0.1 localhost\n192.0.2.1 gateway.test\n"
-                                         "192.0.2.9 neighbour.test\n";
-    std::ofstream(*folder_ / "resolv.conf") << "nameserver 127.0.0.1\n";
+    writeFile(*folder_ / "hosts",
+              "127.0.0.1 localhost\n192.0.2.1 gateway.test\n192.0.2.9 neighbour.test\n");
+    writeFile(*folder_ / "resolv.conf", "nameserver 127.0.0.1\n");
     const auto bind = [](const char* name) {
       return ::mount((*folder_ / name).c_str(), (std::string("/etc/") + name).c_str(), nullptr,
                      MS_BIND, nullptr) == 0;
@@ -100,70 +87,38 @@ class OnAnOwnNetwork : public ::testing::Test {
     ASSERT_TRUE(run("ip route replace default via 192.0.2.1"));
   }
 
-  LogCapture log{QDLOG_OSAL, 5};
+  Said said{"OSAL:5;"};
 
  private:
   static inline std::string reason_;
   static inline TempFolder* folder_ = nullptr;
 };
 
-TEST_F(OnAnOwnNetwork, DistantHostIsReachedThroughTheGateway) {
-  const PathInfo expected{0,  "203.0.113.5", "gateway.test", "192.0.2.1", "Ethernet",
-                          "", kInterface};
-  EXPECT_EQ(pathInfo("203.0.113.5"), expected);
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:DBG Gateway = 192.0.2.1 (gateway.test)",
-                                       std::string("OSAL:DBG Interface = ") + kInterface));
-}
+TEST_F(OnAnOwnNetwork, TellsThePathsToHosts) {
+  const std::string through = "|gateway.test|192.0.2.1|";
+  const std::string name = kInterface;
+  EXPECT_EQ(pathTo("203.0.113.5"), "0|203.0.113.5" + through + "Ethernet||" + name);
+  EXPECT_EQ(said(), "DBG Gateway = 192.0.2.1 (gateway.test) | DBG Interface = " + name);
+  EXPECT_EQ(pathTo("neighbour.test"), "0|192.0.2.9" + through + "Ethernet||" + name);
+  EXPECT_EQ(pathTo("localhost"), "0|127.0.0.1" + through + "lo||lo");
+  said.clear();
+  EXPECT_EQ(pathTo("198.51.100.1"), "-1|198.51.100.1|||||");
+  EXPECT_EQ(said(), "ERR _sockRequest: error, socket read (113)");
+  EXPECT_EQ(pathTo("no-such-host.test"), "-1||||||");
+  EXPECT_TRUE(said().starts_with("ERR getnetpathinfo: error on gethostbyname ("));
 
-TEST_F(OnAnOwnNetwork, NeighbourGetsTheGatewayOfTheDefaultRoute) {
-  const PathInfo expected{0, "192.0.2.9", "gateway.test", "192.0.2.1", "Ethernet", "", kInterface};
-  EXPECT_EQ(pathInfo("neighbour.test"), expected);
-}
-
-TEST_F(OnAnOwnNetwork, OwnMachineIsReachedThroughLo) {
-  const PathInfo expected{0, "127.0.0.1", "gateway.test", "192.0.2.1", "lo", "", "lo"};
-  EXPECT_EQ(pathInfo("localhost"), expected);
-}
-
-TEST_F(OnAnOwnNetwork, GatewayMayHaveNoName) {
   ASSERT_TRUE(run("ip route replace default via 192.0.2.77"));
-  const PathInfo expected{0, "203.0.113.5", "", "192.0.2.77", "Ethernet", "", kInterface};
-  EXPECT_EQ(pathInfo("203.0.113.5"), expected);
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:DBG Gateway = 192.0.2.77 (NULL)",
-                                       std::string("OSAL:DBG Interface = ") + kInterface));
-}
-
-TEST_F(OnAnOwnNetwork, TheDefaultRouteIsTheBestOne) {
-  ASSERT_TRUE(run("ip route add default via 192.0.2.50 metric 50"));
+  EXPECT_EQ(pathTo("203.0.113.5"), "0|203.0.113.5||192.0.2.77|Ethernet||" + name);
+  EXPECT_EQ(said(), "DBG Gateway = 192.0.2.77 (NULL) | DBG Interface = " + name);
+  ASSERT_TRUE(run("ip route del default && ip route add default via 192.0.2.50 metric 50"));
   ASSERT_TRUE(run("ip route add default via 192.0.2.40 metric 40"));
-  ASSERT_TRUE(run("ip route del default via 192.0.2.1"));
-  const PathInfo info = pathInfo("neighbour.test");
-  ASSERT_TRUE(run("ip route del default via 192.0.2.50 && ip route del default via 192.0.2.40"));
-  EXPECT_EQ(info.gatewayAddress, "192.0.2.40");
-}
-
-TEST_F(OnAnOwnNetwork, UnreachableHostIsAFailure) {
-  const PathInfo expected{-1, "198.51.100.1", "", "", "", "", ""};
-  EXPECT_EQ(pathInfo("198.51.100.1"), expected);
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:ERR _sockRequest: error, socket read (113)"));
-}
-
-TEST_F(OnAnOwnNetwork, WithoutADefaultRouteNoPathIsComplete) {
-  ASSERT_TRUE(run("ip route del default"));
-  const PathInfo distant{-1, "203.0.113.5", "", "", "", "", ""};
-  EXPECT_EQ(pathInfo("203.0.113.5"), distant);
-  const PathInfo neighbour{-1, "192.0.2.9", "", "", "", "", ""};
-  EXPECT_EQ(pathInfo("192.0.2.9"), neighbour);
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:ERR _sockRequest: error, socket read (101)",
-                                       "OSAL:ERR _sockRequest: error, socket read (3)"));
-}
-
-TEST_F(OnAnOwnNetwork, NameThatDoesNotResolveIsAFailure) {
-  const PathInfo expected{-1, "", "", "", "", "", ""};
-  EXPECT_EQ(pathInfo("no-such-host.test"), expected);
-  EXPECT_THAT(
-      log.lines(),
-      ElementsAre(MatchesRegex("OSAL:ERR getnetpathinfo: error on gethostbyname \\([0-9]+\\)")));
+  EXPECT_EQ(pathTo("neighbour.test"), "0|192.0.2.9||192.0.2.40|Ethernet||" + name);
+  ASSERT_TRUE(run("ip route del default && ip route del default"));
+  said.clear();
+  EXPECT_EQ(pathTo("203.0.113.5"), "-1|203.0.113.5|||||");
+  EXPECT_EQ(said(), "ERR _sockRequest: error, socket read (101)");
+  EXPECT_EQ(pathTo("192.0.2.9"), "-1|192.0.2.9|||||");
+  EXPECT_EQ(said(), "ERR _sockRequest: error, socket read (3)");
 }
 
 TEST_F(OnAnOwnNetwork, HardwareAddressIsTheFirstOrTheOneOfEn0) {

@@ -1,0 +1,234 @@
+// What Linux tells in texts and datagrams, and what is made of it.
+
+#include <gtest/gtest.h>
+#include <linux/rtnetlink.h>
+#include <net/if_arp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <future>
+#include <thread>
+
+#include "Files.h"
+#include "TempFolder.h"
+#include "base/osal/Linux/keyfile.h"
+#include "base/osal/Linux/linkkind.h"
+#include "base/osal/Linux/netlink_route.h"
+#include "base/osal/Linux/smaps.h"
+#include "osal/osal_host.h"
+
+namespace {
+
+TEST(Keyfile, FindsAValueAndUnquotesIt) {
+  constexpr struct {
+    const char* text;
+    const char* value;
+  } kCases[] = {{"", "(none)"},
+                {"#KEY=1\n KEY=3\nKEYS=1\nKE=2\nKEY\n", "(none)"},
+                {"KEY=", ""},
+                {"OTHER=1\nKEY=12\nKEY=13\n", "12"},
+                {"KEY=12 \r\n", "12"},
+                {"KEY=\"Debian GNU/Linux 12 (bookworm)\"\n", "Debian GNU/Linux 12 (bookworm)"},
+                {"KEY='a \\ b'\n", "a \\ b"},
+                {"KEY=\"a \\\"b\\\" \\$c \\\\\"\n", "a \"b\" $c \\"},
+                {"KEY=\"open\n", "\"open"},
+                {"KEY=\"\n", "\""},
+                {"KEY=\"end\\\"\n", "end\\"}};
+  for (const auto& [text, value] : kCases) {
+    EXPECT_EQ(keyfile_find(text, "KEY").value_or("(none)"), value) << text;
+  }
+  const TempFolder folder;
+  const std::string path = folder / "file";
+  std::string value = "before";
+  EXPECT_EQ(keyfile_value(path.c_str(), "KEY", value), ENOENT);
+  writeFile(path, "KEY=\"two words\"\n" + std::string(200000, '#'));
+  EXPECT_EQ(keyfile_value(path.c_str(), "NONE", value), ENOENT);
+  EXPECT_EQ(value, "before");
+  EXPECT_EQ(keyfile_value(path.c_str(), "KEY", value), 0);
+  EXPECT_EQ(value, "two words");
+  EXPECT_EQ(keyfile_read(path.c_str(), value, 65537), 0);
+  EXPECT_EQ(value.size(), 65537U);
+}
+
+TEST(Smaps, ReadsRegionsAndSkipsWhatIsNone) {
+  constexpr const char* kText =
+      "nonsense\n\n"
+      "55d0c0a00000-55d0c0a21000 r-xp 00001000 fe:01 1234                       /usr/bin/x y\n"
+      "Size:                132 kB\n"
+      "Private_Dirty:         0 kB\n"
+      "55d0c0c21000-55d0c0c25000 rw-p 00021000 fe:01 1234                       /usr/bin/x y\n"
+      "Private_Clean:         4 kB\n"
+      "Private_Dirty:         8 kB\n"
+      "55d0c1000000-55d0c1100000 rw-p 00000000 00:00 0                          [heap]\n"
+      "Private_Dirty:         4 kB\n"
+      "7f0010000000-7f0010010000 rw-s 00000000 00:05 99                         /dev/shm/z\n"
+      "Private_Dirty:        64 kB\n"
+      "7f0020000000-7f0020200000 rw-p 00000000 00:00 0 \n"
+      "Private_Hugetlb:    2048 kB";
+  using enum HostShareMode;
+  const struct {
+    std::uint64_t size;
+    HostShareMode shareMode;
+    unsigned int pages;
+  } kExpected[] = {{0x21000, Other, 0},
+                   {0x4000, CopyOnWrite, 3},
+                   {0x100000, Private, 1},
+                   {0x10000, Other, 16},
+                   {0x200000, Private, 512}};
+  const std::vector<HostMemoryRegion> regions = smaps_parse(kText, 4096);
+  ASSERT_EQ(regions.size(), std::size(kExpected));
+  for (std::size_t i = 0; i < regions.size(); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(regions[i].size, kExpected[i].size);
+    EXPECT_EQ(regions[i].shareMode, kExpected[i].shareMode);
+    EXPECT_EQ(regions[i].privateResidentPages, kExpected[i].pages);
+  }
+}
+
+using Address = std::array<unsigned char, 4>;
+
+template <typename T>
+std::string raw(const T& value) {
+  return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
+std::string attribute(unsigned short type, const std::string& value) {
+  const rtattr prefix{static_cast<unsigned short>(sizeof prefix + value.size()), type};
+  std::string text = raw(prefix) + value;
+  text.resize(RTA_ALIGN(text.size()));
+  return text;
+}
+
+std::string number(unsigned short type, std::uint32_t value) { return attribute(type, raw(value)); }
+
+std::string message(unsigned short type, unsigned short flags, const std::string& body) {
+  nlmsghdr header{};
+  header.nlmsg_len = static_cast<std::uint32_t>(sizeof header + body.size());
+  header.nlmsg_type = type;
+  header.nlmsg_flags = flags;
+  header.nlmsg_seq = 9;
+  return raw(header) + body;
+}
+
+std::string route(unsigned char prefixLength, const std::string& attributes,
+                  unsigned short flags = NLM_F_MULTI, unsigned char type = RTN_UNICAST,
+                  unsigned char table = RT_TABLE_MAIN) {
+  rtmsg body{};
+  body.rtm_family = AF_INET;
+  body.rtm_dst_len = prefixLength;
+  body.rtm_type = type;
+  body.rtm_table = table;
+  return message(RTM_NEWROUTE, flags, raw(body) + attributes);
+}
+
+/// Such an attribute. Several paths: the first is 192.1.2.1 through `interface`.
+std::string paths(int interface, int tooLongBy = 0) {
+  std::string hops;
+  for (const char last : {'\1', '\2'}) {
+    rtnexthop hop{};
+    const std::string gateway = attribute(RTA_GATEWAY, std::string("\xC0\1\2") + last);
+    hop.rtnh_len =
+        static_cast<unsigned short>(static_cast<int>(sizeof hop + gateway.size()) + tooLongBy);
+    hop.rtnh_ifindex = interface++;
+    hops += raw(hop) + gateway;
+  }
+  return attribute(RTA_MULTIPATH, hops);
+}
+
+TEST(NetlinkRoute, TakesTheRouteThatCounts) {
+  const std::string done = message(NLMSG_DONE, NLM_F_MULTI, std::string(4, '\0'));
+  const std::string unreachable =
+      message(NLMSG_ERROR, 0, raw(-ENETUNREACH) + std::string(16, '\0'));
+  const std::string first = attribute(RTA_GATEWAY, "\xC0\1\2\1");
+  const std::string second = attribute(RTA_GATEWAY, "\xC0\1\2\2");
+  const std::string worse = route(0, number(RTA_OIF, 2) + first + number(RTA_PRIORITY, 600));
+  const std::string better = route(0, number(RTA_OIF, 3) + second + number(RTA_PRIORITY, 100));
+  const std::string others = route(24, number(RTA_OIF, 4)) +
+                             route(0, number(RTA_OIF, 5), NLM_F_MULTI, RTN_UNREACHABLE) +
+                             route(0, number(RTA_OIF, 6), NLM_F_MULTI, RTN_UNICAST, 100);
+  const struct {
+    std::string datagram;
+    bool complete;
+    int error;
+    unsigned int interface;
+    char lastOfGateway;  // 0: none
+  } kCases[] = {
+      {route(32, attribute(RTA_DST, "\xC6\1\2\3") + number(RTA_OIF, 3) + first, 0), true, 0, 3, 1},
+      {worse + better + others + done, true, 0, 3, 2},
+      {others + better + worse + done, true, 0, 3, 2},
+      {worse, false, 0, 2, 1},
+      {others + done, true, ESRCH, 0, 0},
+      {route(0, paths(7)) + done, true, 0, 7, 1},
+      {route(0, paths(7, 1000)) + done, true, 0, 0, 0},
+      {unreachable, true, ENETUNREACH, 0, 0},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(&c - kCases);
+    NetlinkRoute found;
+    const std::vector<unsigned char> datagram(c.datagram.begin(), c.datagram.end());
+    netlink_read(datagram, found);
+    EXPECT_EQ(found.complete, c.complete);
+    EXPECT_EQ(found.error, c.error);
+    EXPECT_EQ(found.sequence, 9U);
+    EXPECT_EQ(found.interface, c.interface);
+    EXPECT_EQ(found.gateway.value_or(Address{})[3], c.lastOfGateway);
+    EXPECT_EQ(found.destination[3], &c == kCases ? 3 : 0);
+  }
+  // The sanitizers look on: each prefix is a buffer of its own.
+  const std::string whole = worse + unreachable;
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    NetlinkRoute found;
+    const auto end = whole.begin() + static_cast<long>(length);
+    netlink_read(std::vector<unsigned char>(whole.begin(), end), found);
+    EXPECT_FALSE(found.complete) << length;
+  }
+}
+
+TEST(LinkKind, FollowsHardwareAndDeviceType) {
+  using enum HostInterfaceKind;
+  constexpr struct {
+    unsigned int hardware;
+    const char* device;
+    HostInterfaceKind kind;
+  } kCases[] = {{ARPHRD_ETHER, "", Ethernet},
+                {ARPHRD_ETHER, "wlan", Ieee80211},
+                {ARPHRD_ETHER, "bond", Bond},
+                {ARPHRD_ETHER, "bridge", Ethernet},
+                {ARPHRD_ETHER, "bluetooth", Bluetooth},
+                {ARPHRD_RAWIP, "wwan", Wwan},
+                {ARPHRD_PPP, "ppp", Ppp},
+                {ARPHRD_IEEE1394, "", FireWire},
+                {ARPHRD_LOOPBACK, "", Other},
+                {ARPHRD_TUNNEL, "", Other}};
+  for (const auto& [hardware, device, kind] : kCases) {
+    EXPECT_EQ(linkKind(hardware, device), kind) << hardware << device;
+  }
+}
+
+int niceOf(long thread) { return ::getpriority(PRIO_PROCESS, static_cast<id_t>(thread)); }
+
+/// Sets the lowest priority while there is a second thread, and exits with 0 when both have it.
+[[noreturn]] void lowerBothThreads() {
+  std::promise<long> started;
+  std::promise<void> end;
+  std::thread other([&] {
+    started.set_value(::syscall(SYS_gettid));
+    end.get_future().wait();
+  });
+  const long id = started.get_future().get();
+  const bool set = host_setNice(19) == 0 && niceOf(0) == 19 && niceOf(id) == 19;
+  end.set_value();
+  other.join();
+  std::_Exit(set ? 0 : 1);
+}
+
+TEST(HostMachine, PriorityIsTheWholeProcesss) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(lowerBothThreads(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
