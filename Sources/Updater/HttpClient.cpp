@@ -58,7 +58,7 @@ unsigned long long roomFor(std::FILE* file) {
   if (::fstatvfs(::fileno(file), &info) != 0 || info.f_blocks == 0) {
     return std::numeric_limits<unsigned long long>::max();  // it is not known
   }
-  const unsigned long long free = static_cast<unsigned long long>(info.f_bavail) * info.f_frsize;
+  const unsigned long long free = static_cast<unsigned long long>(info.f_bfree) * info.f_frsize;
   return free - free / 16;
 }
 
