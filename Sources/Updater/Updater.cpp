@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "Updater/agentUnit.h"
 #include "Updater/lockFile.h"
 #include "Updater/updateRules.h"
 #include "Updater/utilsPackage.h"
@@ -64,8 +65,8 @@ int Updater::doCheckAndUpdate(const std::string& url, const std::string& current
   static constexpr Step kSteps[] = {
       &Updater::identifySystem,  &Updater::checkAdministrator,   &Updater::parseInstalledVersion,
       &Updater::findTempDir,     &Updater::identifyArchitecture, &Updater::chooseParameters,
-      &Updater::compareVersions, &Updater::fetchDigest,          &Updater::querySize,
-      &Updater::obtainPackage,   &Updater::replaceAgent,
+      &Updater::compareVersions, &Updater::checkAgentUnit,       &Updater::fetchDigest,
+      &Updater::querySize,       &Updater::obtainPackage,        &Updater::replaceAgent,
   };
   serverUrl = url;
   UpdateRun run;
@@ -166,6 +167,13 @@ Updater::Stop Updater::compareVersions(UpdateRun& run) {
     return UpdateResult::Done;
   }
   return std::nullopt;
+}
+
+Updater::Stop Updater::checkAgentUnit(UpdateRun& /*run*/) {
+  if (!isInAgentUnit()) return std::nullopt;
+  // Stopping the agent would end this process, and nobody would start the agent again.
+  QDLOG(ROOT, ERR, "Cannot stop the agent from within its own unit");
+  return UpdateResult::Exception;
 }
 
 Updater::Stop Updater::fetchDigest(UpdateRun& run) {

@@ -90,6 +90,7 @@ class Updater {
   Stop identifyArchitecture(UpdateRun& run);
   Stop chooseParameters(UpdateRun& run);
   Stop compareVersions(UpdateRun& run);
+  Stop checkAgentUnit(UpdateRun& run);
   Stop fetchDigest(UpdateRun& run);
   Stop querySize(UpdateRun& run);
   Stop obtainPackage(UpdateRun& run);

@@ -292,6 +292,30 @@ TEST(Signals, BeforeTheStopEndTheRunAtOnce) {
   EXPECT_THAT(outcome.calls, IsEmpty());
 }
 
+// --- the agent's own unit
+
+TEST(AgentUnit, IsNotStoppedByWhomItWouldTakeAlong) {
+  QD_NEEDS_ROOT();
+  LinuxUpdate update;
+  const std::string groups = update.run.side("groups");
+  writeFile(groups, "0::/system.slice/qdagent.service\n");
+  update.run.command("busctl", "exit 1");
+  update.run.inChild = [&] {
+    const std::string own = "/proc/" + std::to_string(::getpid()) + "/cgroup";
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("", "/", "", MS_REC | MS_PRIVATE, "") != 0 ||
+        ::mount(groups.c_str(), own.c_str(), "", MS_BIND, "") != 0 ||
+        ::mount("tmpfs", "/sys/fs/cgroup", "tmpfs", 0, "") != 0) {
+      ::_exit(99);
+    }
+  };
+  const Outcome outcome = update.go();
+  if (outcome.ended == "exit 99") GTEST_SKIP() << "needs a mount namespace";
+  EXPECT_EQ(outcome.ended, "exit 11");
+  EXPECT_EQ(outcome.log.front(), "WRN Cannot leave the agent's unit : busctl ended with 1");
+  EXPECT_EQ(outcome.log.back(), "ERR Cannot stop the agent from within its own unit");
+  EXPECT_THAT(outcome.calls, ElementsAre(HasSubstr("busctl")));
+}
+
 // --- where the log is
 
 TEST(Log, IsInTheDataFolderOfTheInstance) {

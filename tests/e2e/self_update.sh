@@ -12,29 +12,38 @@ wait_for_record() {
   say "waited for: $1"
 }
 
-begin "the agent starts its own updater, which outlives the agent's stop"
-make_agent_deb 7.2.1.4 /qd/old.deb
-make_agent_deb 7.2.1.15 /qd/new.deb
-quiet dpkg -i /qd/old.deb
-systemctl start qdagent
-expect_agent active 7.2.1.4
-offer 7.2.1.15 /qd/new.deb
-mkdir /etc/qdagent
-printf '#!/bin/sh\ncat /proc/self/cgroup >/qd/cgroup\nexec /qd/update %s 7.2.1.4\n' \
-  "$(hex_address "$server_url")" >/etc/qdagent/update
-chmod 755 /etc/qdagent/update
-
-systemctl kill --kill-whom=main --signal=USR1 qdagent
-wait_for_record "NFY Agent Update done"
-expect "started within the service" "$(grep -o "/qdagent.service\$" /qd/cgroup | sort -u)" /qdagent.service
-expect "records" "$(log_records | sed -n '/Stopping/,$p')" "NFY Agent Stopping ....
+# The older agent, running, starts the update and is asked for what has become of it.
+update_itself() {
+  quiet dpkg -i /qd/old.deb
+  systemctl restart qdagent
+  expect_agent active 7.2.1.4
+  systemctl kill --kill-whom=main --signal=USR1 qdagent
+  wait_for_record "NFY Agent Update done"
+  expect "started within the service" "$(grep -o "/qdagent.service\$" /qd/cgroup | sort -u)" /qdagent.service
+  expect "records" "$(log_records | sed -n '/Stopping/,$p')" "NFY Agent Stopping ....
 NFY Agent Stopped
 NFY Upgrading agent ...'
 NFY Agent Installed
 NFY Agent Started
 NFY Agent Update done"
-expect "first record" "$(log_records | head -n 1)" "NFY Check Update"
-expect "warnings" "$(log_records | grep "^WRN")" ""
-expect "installed version" "$(agent_deb_version)" 7.2.1.15
-expect_agent active 7.2.1.15
+  expect "first record" "$(log_records | head -n 1)" "NFY Check Update"
+  expect "warnings" "$(log_records | grep "^WRN")" ""
+  expect "installed version" "$(agent_deb_version)" 7.2.1.15
+  expect_agent active 7.2.1.15
+}
+
+make_agent_deb 7.2.1.4 /qd/old.deb
+make_agent_deb 7.2.1.15 /qd/new.deb
+mkdir /etc/qdagent
+# shellcheck disable=SC2016
+printf '#!/bin/sh\ncat /proc/self/cgroup >/qd/cgroup\nexec /qd/update "$(cat /qd/address)" 7.2.1.4\n' >/etc/qdagent/update
+chmod 755 /etc/qdagent/update
+
+for bus in "a bus" "no bus"; do
+  begin "the agent starts its own updater, which outlives the agent's stop: with $bus to systemd"
+  offer 7.2.1.15 /qd/new.deb
+  hex_address "$server_url" >/qd/address
+  [ "$bus" = "a bus" ] || quiet systemctl stop dbus.socket dbus.service
+  update_itself
+done
 finish
