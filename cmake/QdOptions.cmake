@@ -37,6 +37,9 @@ target_include_directories(qd_settings INTERFACE
   ${PROJECT_SOURCE_DIR}/BASE/basestd/src
   ${PROJECT_SOURCE_DIR})
 target_compile_definitions(qd_settings INTERFACE _FILE_OFFSET_BITS=64)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_definitions(qd_settings INTERFACE _TIME_BITS=64)  # times beyond January 2038
+endif()
 target_compile_options(qd_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
   # g++ 12 takes joined strings for overlapping memory (its bug 105651).

@@ -6,6 +6,8 @@
 #include "logging/QDLog.h"
 #include "osal/osal_host.h"
 
+static_assert(sizeof(time_t) == 8, "times take 64 bits: build with _TIME_BITS=64");
+
 namespace {
 
 /// 31 December 1999, 23:00 UTC.
