@@ -130,17 +130,17 @@ TEST_F(OSAL_FileTest, AnInterruptedWaitForTheLockIsAFailure) {
 
 TEST_F(OSAL_FileTest, TellsWhatItDoes) {
   EXPECT_EQ(open(QD_OPENMODE_RWNOTEXISTING), 0);
+  const std::string dump =
+      "0000   30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66    0123456789abcdef";
   EXPECT_EQ(said(write("0123456789abcdef!")),
-            "0 INF Data written (17B) to file (fd) | DGB Data (17 B) = 0000   30 31 32 33 34 35 36 "
-            "37 38 39 61 62 63 64 65 66    0123456789abcdef");
+            "0 INF Data written (17B) to file (fd) | DGB Data (17 B) = " + dump);
   EXPECT_EQ(said(write("")), "0 INF Data written (0B) to file (fd) | DGB Data (0 B) = UNDEF");
-  EXPECT_EQ(said(file.seekSet(15)), "0 INF lseek/SEEK_SET at pos 15 on file (fd)");
+  EXPECT_EQ(said(file.seekSet(0)), "0 INF lseek/SEEK_SET at pos 0 on file (fd)");
   char buf[100];
   unsigned int length = sizeof buf;
   EXPECT_EQ(said(file.read(buf, &length, false)),
-            "0 INF Data read (2B) from file (fd) | DGB Data (2 B) = 0000   66 21" +
-                std::string(42, ' ') + "    f!");
-  EXPECT_EQ(std::string(buf, length), "f!");
+            "0 INF Data read (17B) from file (fd) | DGB Data (17 B) = " + dump);
+  EXPECT_EQ(std::string(buf, length), "0123456789abcdef!");
   EXPECT_EQ(said(file.read(buf, &length, false)),
             "0 INF Data read (0B) from file (fd) | DGB Data (0 B) = UNDEF");
   EXPECT_EQ(said(file.read(buf, &length, true)), "0");
@@ -199,6 +199,7 @@ TEST_F(OSAL_FileTest, TellsWhatFails) {
   EXPECT_EQ(size, 9U);
   EXPECT_EQ(said(file.close(false, false)), "0");
   EXPECT_EQ(said(file.writeFix(nullptr, 1)), "-1 ERR Arguments error");
+  EXPECT_EQ(file.open(bytes(missing), QD_OPENMODE_RDONLY, kBuffered, true), -1);
   EXPECT_EQ(said(write("")), "-1 ERR Invalid handle (writeFix)");
   EXPECT_EQ(said(file.truncate(0)), "-1 ERR Invalid handle (truncate)");
   EXPECT_EQ(said(file.seekSet(0)), "-1 ERR Invalid handle (seekSet)");

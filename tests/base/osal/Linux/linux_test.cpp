@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <linux/rtnetlink.h>
-#include <net/if_arp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -16,7 +15,6 @@
 #include "Files.h"
 #include "TempFolder.h"
 #include "base/osal/Linux/keyfile.h"
-#include "base/osal/Linux/linkkind.h"
 #include "base/osal/Linux/netlink_route.h"
 #include "base/osal/Linux/smaps.h"
 #include "osal/osal_host.h"
@@ -185,27 +183,6 @@ TEST(NetlinkRoute, TakesTheRouteThatCounts) {
     const auto end = whole.begin() + static_cast<long>(length);
     netlink_read(std::vector<unsigned char>(whole.begin(), end), found);
     EXPECT_FALSE(found.complete) << length;
-  }
-}
-
-TEST(LinkKind, FollowsHardwareAndDeviceType) {
-  using enum HostInterfaceKind;
-  constexpr struct {
-    unsigned int hardware;
-    const char* device;
-    HostInterfaceKind kind;
-  } kCases[] = {{ARPHRD_ETHER, "", Ethernet},
-                {ARPHRD_ETHER, "wlan", Ieee80211},
-                {ARPHRD_ETHER, "bond", Bond},
-                {ARPHRD_ETHER, "bridge", Ethernet},
-                {ARPHRD_ETHER, "bluetooth", Bluetooth},
-                {ARPHRD_RAWIP, "wwan", Wwan},
-                {ARPHRD_PPP, "ppp", Ppp},
-                {ARPHRD_IEEE1394, "", FireWire},
-                {ARPHRD_LOOPBACK, "", Other},
-                {ARPHRD_TUNNEL, "", Other}};
-  for (const auto& [hardware, device, kind] : kCases) {
-    EXPECT_EQ(linkKind(hardware, device), kind) << hardware << device;
   }
 }
 
