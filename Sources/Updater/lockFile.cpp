@@ -45,6 +45,7 @@ bool lockHolds(long long lockTime, long long now) { return lockTime >= now - kHe
 std::string lockTimeText(long long lockTime) {
   const auto seconds = static_cast<std::time_t>(lockTime / 1000);
   std::tm local{};
+  ::tzset();  // localtime_r itself need not look at the time zone setting
   if (::localtime_r(&seconds, &local) == nullptr) return {};
   char text[100];
   return {text, std::strftime(text, sizeof text, "%d-%m-%Y %H:%M:%S", &local)};

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -232,6 +233,17 @@ TEST(LockFile, IsWrittenWholeAndReadBack) {
     std::ofstream(path) << content;
     EXPECT_THROW(readLock(path), std::logic_error) << content;
   }
+}
+
+TEST(LockFile, ShowsItsTimeInTheZoneThatIsSet) {
+  const char* const former = std::getenv("TZ");
+  const std::string formerZone = former != nullptr ? former : "";
+  ::setenv("TZ", "UTC0", 1);
+  EXPECT_EQ(lockTimeText(1700000000999), "14-11-2023 22:13:20");
+  ::setenv("TZ", "EAST-2:30", 1);
+  EXPECT_EQ(lockTimeText(1700000000999), "15-11-2023 00:43:20");
+  formerZone.empty() ? ::unsetenv("TZ") : ::setenv("TZ", formerZone.c_str(), 1);
+  ::tzset();
 }
 
 TEST(LockFile, ThatCannotBeMadeDoesNotEndTheRun) {
