@@ -189,6 +189,7 @@ int HttpClient::head(const std::string& url, Headers& headers) {
   if (perform(request, url, "Failed to get  http status code [", status) != 0) return -1;
   return judge(url, status);
 }
+
 int HttpClient::download(const std::string& url, const std::string& path, Headers& headers) {
   if (!init()) return -1;
   headers.clear();
