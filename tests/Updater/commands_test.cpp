@@ -1,4 +1,4 @@
-// What runs other programs, and what holds the package meanwhile.
+// What runs other programs, and what holds the package and the lock meanwhile.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -9,8 +9,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
+#include <stdexcept>
 
+#include "Files.h"
 #include "LogCapture.h"
 #include "TempFolder.h"
 #include "Updater/PackageFile.h"
@@ -26,154 +27,93 @@ namespace {
 namespace fs = std::filesystem;
 using namespace utils;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 TEST(Exec, ReturnsTheStatusAndOnSuccessTheLines) {
   const struct {
     std::string command;
     int status;
     std::vector<std::string> lines;
-  } kCases[] = {
-      {"echo a; echo b", 0, {"a", "b"}},
-      {"printf x", 0, {"x"}},
-      {"printf 'a\\r\\n\\n b'", 0, {"a\r", "", " b"}},
-      {"true", 0, {}},
-      {"echo lost; exit 3", 3, {}},
-      {"echo lost; kill -9 $$", 9, {}},
-  };
+  } kCases[] = {{"printf 'a\\r\\n\\n b'", 0, {"a\r", "", " b"}},
+                {"true", 0, {}},
+                {"echo lost; exit 3", 3, {}},
+                {"echo lost; kill -9 $$", 9, {}}};
   for (const auto& [command, status, expected] : kCases) {
-    SCOPED_TRACE(command);
     std::string cmd = command;
-    std::vector<std::string> lines = {"before"};
-    EXPECT_EQ(exec(cmd, lines), status);
-    ASSERT_FALSE(lines.empty());
-    lines.erase(lines.begin());
-    EXPECT_EQ(lines, expected);
+    std::vector<std::string> lines;
+    EXPECT_EQ(exec(cmd, lines), status) << command;
+    EXPECT_EQ(lines, expected) << command;
   }
-}
-
-TEST(Exec, TakesMoreOutputThanAPipeHolds) {
-  std::string cmd = "seq 200000";
-  std::vector<std::string> lines;
-  EXPECT_EQ(exec(cmd, lines), 0);
-  ASSERT_EQ(lines.size(), 200000U);
-  EXPECT_EQ(lines.back(), "200000");
+  std::string more = "seq 20000";  // than a pipe holds
+  std::vector<std::string> lines = {"before"};
+  EXPECT_EQ(exec(more, lines), 0);
+  ASSERT_EQ(lines.size(), 20001U);
+  EXPECT_EQ(lines.front() + lines.back(), "before20000");
 }
 
 TEST(Execlog, LogsOutputThenErrorsAlsoWhenBothPipesFill) {
   const TempFolder folder;
-  const std::string script = folder / "both";
-  std::ofstream(script) << "#!/bin/sh\nseq 20000 >&2\nseq 20000\nexit 4\n";
+  std::string script = folder / "both";
+  writeFile(script, "#!/bin/sh\nseq 20001 40000 >&2\nseq 20000\nexit 4\n");
   fs::permissions(script, fs::perms::owner_all);
-  LogCapture log(QDLOG_ROOT, 0);
-  std::string cmd = script;
-  EXPECT_EQ(execlog(cmd), 4);
+  const LogCapture log(QDLOG_ROOT, 0);
+  EXPECT_EQ(execlog(script), 4);
   const std::vector<std::string> lines = log.lines();
   ASSERT_EQ(lines.size(), 40001U);
   EXPECT_EQ(lines[0], "ROOT:NFY exec : " + script);
   EXPECT_EQ(lines[1], "ROOT:NFY 1");
-  EXPECT_EQ(lines[20000], "ROOT:NFY 20000");
-  EXPECT_EQ(lines[20001], "ROOT:NFY 1");
-}
-
-TEST(Execlog, AProgramThatIsNotThereThrows) {
-  for (std::string cmd : {"/nowhere/program", "", "  "}) {
-    EXPECT_THROW(execlog(cmd), bp::process_error) << cmd;
+  EXPECT_EQ(lines[20001], "ROOT:NFY 20001");
+  for (std::string missing : {"/nowhere/program", "", "  "}) {
+    EXPECT_THROW(execlog(missing), bp::process_error) << missing;
   }
 }
 
 TEST(AttachOutput, FindsDeviceAndPackage) {
   const struct {
     std::vector<std::string> lines;
-    const char* device;
-    const char* package;
+    std::vector<std::string> found;
   } kCases[] = {
       {{"/dev/disk4\tGUID_partition_scheme", "/dev/disk4s1\tApple_HFS\t/Volumes/Kesa"},
-       "/dev/disk4s1",
-       "/Volumes/Kesa/Kesa_x64.pkg"},
-      {{"/dev/disk4 \t\t\t/Volumes/Two words  "}, "/dev/disk4", "/Volumes/Two words/Kesa_x64.pkg"},
-      {{"/dev/disk4\tApple_HFS\t"}, "/dev/disk4", ""},
-      {{"Apple_HFS\t/Volumes/Kesa"}, "", "/Volumes/Kesa/Kesa_x64.pkg"},
-      {{"/Volumes/a /dev/ b"}, "/Volumes/a /dev/ b", "/Volumes/a /dev/ b/Kesa_x64.pkg"},
-      {{"", "hdiutil: attach"}, "", ""},
+       {"ROOT:DBG Mounted device is /dev/disk4", "ROOT:DBG Mounted device is /dev/disk4s1",
+        "ROOT:DBG PKG path is /Volumes/Kesa/K.pkg"}},
+      {{"/dev/d \t\t\t/Volumes/Two words  "},
+       {"ROOT:DBG Mounted device is /dev/d", "ROOT:DBG PKG path is /Volumes/Two words/K.pkg"}},
+      {{"/Volumes/a /dev/ b"},
+       {"ROOT:DBG Mounted device is /Volumes/a /dev/ b",
+        "ROOT:DBG PKG path is /Volumes/a /dev/ b/K.pkg"}},
+      {{"", "hdiutil: attach", "Volumes/x"}, {}},
   };
-  for (const auto& [lines, device, package] : kCases) {
-    LogCapture log(QDLOG_ROOT, 5);
-    std::string foundDevice;
-    std::string foundPackage;
-    readAttachOutput(lines, "Kesa_x64", foundDevice, foundPackage);
-    EXPECT_EQ(foundDevice, device);
-    EXPECT_EQ(foundPackage, package);
+  for (const auto& [lines, found] : kCases) {
+    const LogCapture log(QDLOG_ROOT, 5);
+    std::string device;
+    std::string package;
+    readAttachOutput(lines, "K", device, package);
+    EXPECT_EQ(log.lines(), found);
+    EXPECT_EQ(device.empty(), found.empty());
+    if (!found.empty()) {
+      EXPECT_EQ("ROOT:DBG PKG path is " + package, found.back());
+    }
   }
-  LogCapture log(QDLOG_ROOT, 5);
-  std::string device;
-  std::string package;
-  readAttachOutput(kCases[0].lines, "Kesa_x64", device, package);
-  EXPECT_THAT(log.lines(), ElementsAre("ROOT:DBG Mounted device is /dev/disk4",
-                                       "ROOT:DBG Mounted device is /dev/disk4s1",
-                                       "ROOT:DBG PKG path is /Volumes/Kesa/Kesa_x64.pkg"));
-}
-
-TEST(ComputeMD5, IsLowerCaseAndOfNothingForAMissingFile) {
-  const TempFolder folder;
-  std::ofstream(folder / "abc") << "abc";
-  EXPECT_EQ(computeMD5(folder / "abc"), "900150983cd24fb0d6963f7d28e17f72");
-  EXPECT_EQ(computeMD5(folder / "missing"), "d41d8cd98f00b204e9800998ecf8427e");
-}
-
-TEST(PackageFile, IsCreatedForThisUserAlone) {
-  const TempFolder folder;
-  const std::string victim = folder / "victim";
-  std::ofstream(victim) << "precious";
-  const struct {
-    const char* what;
-    void (*prepare)(const std::string& path, const std::string& victim);
-  } kCases[] = {
-      {"nothing", [](const std::string&, const std::string&) {}},
-      {"link", [](const std::string& p, const std::string& v) { fs::create_symlink(v, p); }},
-      {"hard link", [](const std::string& p, const std::string& v) { fs::create_hard_link(v, p); }},
-      {"fifo", [](const std::string& p, const std::string&) { ::mkfifo(p.c_str(), 0666); }},
-      {"writable by others",
-       [](const std::string& p, const std::string&) {
-         std::ofstream(p) << "x";
-         fs::permissions(p, fs::perms(0666));
-       }},
-  };
-  for (const auto& [what, prepare] : kCases) {
-    SCOPED_TRACE(what);
-    const std::string path = folder / "package";
-    prepare(path, victim);
-    PackageFile package;
-    EXPECT_TRUE(package.acquire(path));
-    const fs::file_status status = fs::symlink_status(path);
-    EXPECT_TRUE(fs::is_regular_file(status));
-    EXPECT_EQ(status.permissions(), fs::perms(0600));
-    EXPECT_EQ(fs::file_size(path), 0U);
-    EXPECT_EQ(fs::file_size(victim), 8U);
-    package.remove();
-    EXPECT_FALSE(fs::exists(path));
-  }
-  fs::create_directory(folder / "directory");
-  EXPECT_FALSE(PackageFile().acquire(folder / "directory"));
 }
 
 TEST(PackageFile, IsHeldAgainstASecondRun) {
   const TempFolder folder;
   const std::string path = folder / "package";
   PackageFile first;
-  ASSERT_TRUE(first.acquire(path));
-  std::ofstream(path) << "content";
   PackageFile second;
+  ASSERT_TRUE(first.acquire(path));
+  writeFile(path, "content");
   EXPECT_FALSE(second.acquire(path));
-  EXPECT_EQ(fs::file_size(path), 7U);
+  EXPECT_EQ(content(path), "content");
   first.release();
   EXPECT_TRUE(second.acquire(path));
+  EXPECT_FALSE(PackageFile().acquire(folder.path()));
 }
 
 TEST(PackageFile, NoticesWhatHappensToItsPath) {
   const TempFolder folder;
   const std::string path = folder / "package";
   const std::string other = folder / "other";
+  EXPECT_FALSE(PackageFile().isStillThere()) << "before anything is remembered";
   const struct {
     const char* what;
     void (*change)(const std::string& path, const std::string& other);
@@ -184,8 +124,7 @@ TEST(PackageFile, NoticesWhatHappensToItsPath) {
       {"exchanged", [](const std::string& p, const std::string& o) { fs::rename(o, p); }, false,
        false},
       {"removed", [](const std::string& p, const std::string&) { fs::remove(p); }, false, false},
-      {"longer",
-       [](const std::string& p, const std::string&) { std::ofstream(p, std::ios::app) << "x"; },
+      {"rewritten", [](const std::string& p, const std::string&) { writeFile(p, "CONTENT"); },
        false, true},
       {"attributes", [](const std::string& p, const std::string&) { ::chmod(p.c_str(), 0400); },
        false, true},
@@ -197,16 +136,15 @@ TEST(PackageFile, NoticesWhatHappensToItsPath) {
        false, false},
   };
   for (const auto& [what, change, untouched, stillThere] : kCases) {
-    SCOPED_TRACE(what);
     PackageFile package;
     ASSERT_TRUE(package.acquire(path));
-    std::ofstream(path) << "content";
-    std::ofstream(other) << "content";
+    writeFile(path, "content");
+    writeFile(other, "content");
     package.remember();
     ::usleep(20000);  // more than the file system's clock tick
     change(path, other);
-    EXPECT_EQ(package.isUntouched(), untouched);
-    EXPECT_EQ(package.isStillThere(), stillThere);
+    EXPECT_EQ(package.isUntouched(), untouched) << what;
+    EXPECT_EQ(package.isStillThere(), stillThere) << what;
     package.remove();
     fs::remove(other);
   }
@@ -216,22 +154,25 @@ TEST(LockFile, IsWrittenWholeAndReadBack) {
   const TempFolder folder;
   const std::string path = folder / "lock";
   ASSERT_TRUE(writeLock(path, 1700000000123));
-  EXPECT_EQ(readLock(path), 1700000000123);
-  EXPECT_EQ(fs::file_size(path), 14U);
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 1);
-  EXPECT_FALSE(writeLock(folder / "missing/lock", 1));
-
+  EXPECT_EQ(content(path), "1700000000123\n");
+  fs::create_directories(folder / "taken/by");
+  EXPECT_FALSE(writeLock(folder / "taken", 1));
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 2) << "nothing else is left";
   const struct {
-    const char* content;
+    const char* text;
     long long expected;
-  } kCases[] = {{"  12 \t\nx", 12}, {"123abc", 123}, {"-5\r\n", -5}, {"+7", 7}};
-  for (const auto& [content, expected] : kCases) {
-    std::ofstream(path) << content;
-    EXPECT_EQ(readLock(path), expected) << content;
+  } kCases[] = {{"1700000000123\n", 1700000000123},
+                {"  12 \t\nx", 12},
+                {"123abc", 123},
+                {"-5\r\n", -5},
+                {"+7", 7}};
+  for (const auto& [text, expected] : kCases) {
+    writeFile(path, text);
+    EXPECT_EQ(readLock(path), expected) << text;
   }
-  for (const char* const content : {"", "\n5", "abc", "99999999999999999999"}) {
-    std::ofstream(path) << content;
-    EXPECT_THROW(readLock(path), std::logic_error) << content;
+  for (const char* const text : {"", "\n5", "abc", "99999999999999999999"}) {
+    writeFile(path, text);
+    EXPECT_THROW(readLock(path), std::logic_error) << text;
   }
 }
 
@@ -250,7 +191,7 @@ TEST(LockFile, ThatCannotBeMadeDoesNotEndTheRun) {
   const char* const former = std::getenv("TMPDIR");
   const std::string formerFolder = former != nullptr ? former : "/tmp";
   ::setenv("TMPDIR", "/proc", 1);  // where nobody makes files
-  LogCapture log(QDLOG_ROOT, 5);
+  const LogCapture log(QDLOG_ROOT, 5);
   EXPECT_TRUE(Updater(false).checkLockFile());
   ::setenv("TMPDIR", formerFolder.c_str(), 1);
   EXPECT_THAT(log.lines(), ElementsAre("ROOT:NFY Lock file is [/proc/upgrade_ovt.lock]",
@@ -258,27 +199,24 @@ TEST(LockFile, ThatCannotBeMadeDoesNotEndTheRun) {
 }
 
 TEST(SignalDelay, DeliversTheSignalAtItsEndAndLeavesIgnoredOnesAlone) {
+  const auto raiseInside = [](int signal) {
+    const SignalDelay delay;
+    raise(signal);
+    std::fputs("still here", stderr);
+  };
   EXPECT_EXIT(
       {
-        {
-          const SignalDelay delay;
-          raise(SIGTERM);
-          std::fputs("still here", stderr);
-        }
-        std::fputs("never reached", stderr);
+        raiseInside(SIGTERM);
         _exit(0);
       },
       testing::KilledBySignal(SIGTERM), "^still here$");
   EXPECT_EXIT(
       {
         signal(SIGHUP, SIG_IGN);
-        {
-          const SignalDelay delay;
-          raise(SIGHUP);
-        }
+        raiseInside(SIGHUP);
         _exit(5);
       },
-      testing::ExitedWithCode(5), "");
+      testing::ExitedWithCode(5), "^still here$");
 }
 
 }  // namespace

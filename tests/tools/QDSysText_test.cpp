@@ -1,15 +1,20 @@
+// Strings, numbers and the encodings of bytes.
+
+#include "tools/QDSys.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
-#include <clocale>
+#include <cctype>
+#include <cstdio>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
-#include "LogCapture.h"
-#include "Refusal.h"
-#include "tools/QDSys.h"
+#include "ToolsTest.h"
 
 namespace {
 
@@ -30,8 +35,64 @@ std::size_t __wrap_strlen(const char* text) {
 
 namespace {
 
-TEST(QDSysText, RefusesNullArguments) {
-  unsigned char room[4] = {};
+/// What `convert(out, size)` puts into a buffer of exactly `size` bytes, or its message.
+template <typename Convert>
+std::string converted(std::size_t size, Convert convert) {
+  std::vector<unsigned char> out(size + 1, '#');
+  int length = 0;
+  const std::string message =
+      refusal([&] { length = convert(out.data(), static_cast<unsigned int>(size)); });
+  EXPECT_EQ(out[size], '#');
+  return message == "nothing" ? std::string(out.begin(), out.begin() + length) : message;
+}
+
+std::string toHex(const std::string& data, std::size_t size, bool lowerCase = false) {
+  return converted(size, [&](unsigned char* out, unsigned int n) {
+    return QDSys::convertBinToHex(data.data(), static_cast<unsigned int>(data.size()), out, n,
+                                  lowerCase);
+  });
+}
+
+std::string fromHex(const std::string& hex, unsigned int length, std::size_t size) {
+  const std::vector<unsigned char> exact(hex.c_str(), hex.c_str() + hex.size() + 1);
+  return converted(size, [&](unsigned char* out, unsigned int n) {
+    return QDSys::convertHexToBin(exact.data(), length, out, n);
+  });
+}
+
+std::string fromHexWithEnd(const std::string& hex, std::size_t size) {
+  return converted(size, [&](unsigned char* out, unsigned int n) {
+    const auto length = static_cast<unsigned int>(hex.size());
+    return QDSys::convertHexStrNullToBin(bytes(hex), length, out, n) + 1;
+  });
+}
+
+std::string encoded(const std::string& text, std::size_t size) {
+  return converted(size, [&](unsigned char* out, unsigned int n) {
+    return QDSys::encodeURLfromUTF8(bytes(text), out, n);
+  });
+}
+
+std::string decoded(const std::string& text, std::size_t size) {
+  return converted(size, [&](unsigned char* out, unsigned int n) {
+    return QDSys::decodeURLtoUTF8(bytes(text), out, n);
+  });
+}
+
+std::string decodedInPlace(std::string text) {
+  auto* const buffer = reinterpret_cast<unsigned char*>(text.data());
+  const auto size = static_cast<unsigned int>(text.size() + 1);
+  return text.substr(0, static_cast<std::size_t>(QDSys::decodeURLtoUTF8(buffer, buffer, size)));
+}
+
+std::string printed(const char* format, int byte) {
+  std::array<char, 8> text{};
+  std::snprintf(text.data(), text.size(), format, byte);
+  return text.data();
+}
+
+TEST(QDSysText, RefusesNullArgumentsAndWhatIsTooLong) {
+  unsigned char out[4] = {};
   const unsigned char* const s = bytes("s");
   const char* const noFormat = nullptr;
   const struct {
@@ -40,177 +101,236 @@ TEST(QDSysText, RefusesNullArguments) {
   } kCases[] = {
       {[] { QDSys::strlen(nullptr); }, "strlen: Arg is NULL"},
       {[&] { QDSys::memcpy(nullptr, s, 1); }, "memcpy: First arg is NULL"},
-      {[&] { QDSys::memcpy(room, nullptr, 1); }, "memcpy: Second arg is NULL"},
-      {[] { QDSys::memcpy(nullptr, nullptr, 0); }, "memcpy: First arg is NULL"},
-      {[&] { QDSys::strIsEqual(nullptr, s); }, "strIsEqual: First arg is NULL"},
       {[&] { QDSys::strIsEqual(s, nullptr); }, "strIsEqual: Second arg is NULL"},
-      {[&] { QDSys::strIsNEqual(nullptr, s, 0); }, "strIsNEqual: First arg is NULL"},
       {[&] { QDSys::strIsNEqual(s, nullptr, 0); }, "strIsNEqual: Second arg is NULL"},
-      {[&] { QDSys::strncpy(nullptr, s, 4, true); }, "strncpy: First arg is NULL"},
-      {[&] { QDSys::strncpy(room, nullptr, 4, true); }, "strncpy: Second arg is NULL"},
-      {[&] { QDSys::snprintf(reinterpret_cast<char*>(room), 4, noFormat); },
-       "snprintf: format is NULL"},
+      {[&] { QDSys::strncpy(out, nullptr, 4, true); }, "strncpy: Second arg is NULL"},
+      {[&] { QDSys::snprintf(nullptr, 0, noFormat); }, "snprintf: format is NULL"},
       {[] { QDSys::snprintf(nullptr, 4, "x"); }, "snprintf: buf is NULL"},
-      {[&] { QDSys::encodeURLfromUTF8(nullptr, room, 4); }, "encodeURLfromUTF8: First arg is NULL"},
+      {[&] { QDSys::snprintf(nullptr, 0, "%ls", L"\u20ac"); }, "osal_vsnprintf failed"},
+      {[&] { QDSys::encodeURLfromUTF8(nullptr, out, 4); }, "encodeURLfromUTF8: First arg is NULL"},
       {[&] { QDSys::decodeURLtoUTF8(s, nullptr, 4); }, "decodeURLtoUTF8: Second arg is NULL"},
-      {[&] { QDSys::convertBinToHex(nullptr, 1, room, 4, true); },
-       "convertBinToHex: First arg is NULL"},
+      {[&] { QDSys::convertBinToHex(s, 1, static_cast<char*>(nullptr), 4, true); },
+       "convertBinToHex: Second arg is NULL"},
       {[&] { QDSys::convertHexToBin(s, 2, nullptr, 4); }, "convertHexToBin: Second arg is NULL"},
-      {[&] { QDSys::convertHexStrNullToBin(nullptr, 0, room, 4); },
+      {[&] { QDSys::convertHexStrNullToBin(nullptr, 0, out, 4); },
        "convertHexStrNullToBin: First arg is NULL"},
-      {[&] { QDSys::QDRand(nullptr, 4); }, "random: First arg is NULL"},
+      {[] { QDSys::QDRand(nullptr, 4); }, "random: First arg is NULL"},
+      {[&] { nextLength = 0x100000000, QDSys::strlen(s); }, "strlen: too long"},
   };
-  for (const auto& [operation, message] : kCases) {
-    SCOPED_TRACE(message);
-    EXPECT_EQ(refusal(operation), refused(message));
-  }
-}
-
-TEST(QDSysText, MeasuresStringsBelow4GiB) {
-  EXPECT_EQ(QDSys::strlen(bytes("")), 0U);
-  EXPECT_EQ(QDSys::strlen(bytes("abc")), 3U);
-  EXPECT_EQ(refusal([&] {
-              nextLength = 0x100000000;
-              QDSys::strlen(bytes("huge"));
-            }),
-            refused("strlen: too long"));
+  for (const auto& [operation, message] : kCases) EXPECT_EQ(refusal(operation), refused(message));
   nextLength = 0xFFFFFFFF;
-  EXPECT_EQ(QDSys::strlen(bytes("large")), 0xFFFFFFFFU);
+  EXPECT_EQ(QDSys::strlen(s), 0xFFFFFFFFU);
 }
 
-TEST(QDSysText, Compares) {
-  constexpr struct {
-    const char* a;
-    const char* b;
-    unsigned int n;
-    bool equal;
-    bool equalUpToN;
-  } kCases[] = {
-      {"abc", "abc", 3, true, true},   {"abc", "abd", 2, false, true},
-      {"abc", "abd", 3, false, false}, {"abc", "ab", 3, false, false},
-      {"abc", "ab", 2, false, true},   {"", "", 5, true, true},
-      {"x", "y", 0, false, true},      {"\xff", "\x7f", 1, false, false},
+TEST(QDSysText, ComparesAndCopies) {
+  const auto equal = [](const char* a, const char* b, unsigned int n) {
+    return std::pair(QDSys::strIsEqual(bytes(a), bytes(b)),
+                     QDSys::strIsNEqual(bytes(a), bytes(b), n));
   };
-  for (const auto& [a, b, n, equal, equalUpToN] : kCases) {
-    SCOPED_TRACE(testing::Message() << a << ", " << b << ", " << n);
-    EXPECT_EQ(QDSys::strIsEqual(bytes(a), bytes(b)), equal);
-    EXPECT_EQ(QDSys::strIsNEqual(bytes(a), bytes(b), n), equalUpToN);
-  }
-}
+  EXPECT_EQ(equal("abc", "abc", 3), std::pair(true, true));
+  EXPECT_EQ(equal("abc", "abd", 2), std::pair(false, true));
+  EXPECT_EQ(equal("abc", "ab", 3), std::pair(false, false));
 
-TEST(QDSysText, CopiesStrings) {
+  const auto copied = [](const char* text, unsigned int size, bool strict) {
+    return converted(5, [&](unsigned char* out, unsigned int length) {
+      QDSys::strncpy(out, bytes(text), size, strict);
+      return static_cast<int>(length);
+    });
+  };
   const std::string overflow = refused("strncpy: Cannot copy string (overflow)");
+  for (const bool strict : {false, true}) {
+    EXPECT_EQ(copied("ab", 4, strict), std::string("ab\0\0#", 5));
+    EXPECT_EQ(copied("abc", 4, strict), std::string("abc\0#", 5));
+    EXPECT_EQ(copied("abcd", 4, strict), strict ? overflow : "abcd#");
+    EXPECT_EQ(copied("", 0, strict), strict ? overflow : "#####");
+  }
+  char text[4] = {'#', '#', '#', '#'};
+  QDSys::snprintf(text, 3, "%d", 12345);
+  EXPECT_EQ(std::string(text, 4), std::string("12\0#", 4));
+}
+
+TEST(QDSysText, ParsesNumbersThatFit) {
   const struct {
-    const char* source;
-    unsigned int size;
-    std::string refused;
-    std::string strictResult;  // "#": untouched
-    std::string laxResult;
+    int base;
+    const char* text;
+    std::optional<unsigned long long> value;
   } kCases[] = {
-      {"", 0, overflow, "#####", "#####"},
-      {"a", 0, overflow, "#####", "#####"},
-      {"", 1, "nothing", std::string("\0####", 5), std::string("\0####", 5)},
-      {"a", 1, overflow, "#####", "a####"},
-      {"ab", 4, "nothing", std::string("ab\0\0#", 5), std::string("ab\0\0#", 5)},
-      {"abc", 4, "nothing", std::string("abc\0#", 5), std::string("abc\0#", 5)},
-      {"abcd", 4, overflow, "#####", "abcd#"},
-      {"abcde", 4, overflow, "#####", "abcd#"},
+      {10, "0", 0},
+      {10, "00000000018446744073709551615", ~0ULL},
+      {10, "18446744073709551616", {}},
+      {10, "", {}},
+      {10, nullptr, {}},
+      {10, "12a", {}},
+      {10, "-1", {}},
+      {10, " 1", {}},
+      {10, "/", {}},
+      {10, ":", {}},
+      {16, "0123456789abcdef", 0x0123456789abcdef},
+      {16, "00FFFFFFFFFFFFFFFF", ~0ULL},
+      {16, "10000000000000000", {}},
+      {16, "0x10", {}},
+      {16, "g", {}},
+      {16, "@", {}},
+      {16, "`", {}},
   };
-  for (const auto& [source, size, refusedWith, strictResult, laxResult] : kCases) {
-    SCOPED_TRACE(testing::Message() << source << ", " << size);
-    std::string target = "#####";
-    auto* const to = reinterpret_cast<unsigned char*>(target.data());
-    EXPECT_EQ(refusal([to, source = source, size = size] {
-                QDSys::strncpy(to, bytes(source), size, true);
-              }),
-              refusedWith);
-    EXPECT_EQ(target, strictResult);
-    target = "#####";
-    QDSys::strncpy(to, bytes(source), size, false);
-    EXPECT_EQ(target, laxResult);
+  for (const auto& [base, text, value] : kCases) {
+    SCOPED_TRACE(text == nullptr ? "null" : text);
+    bool ok = !value;
+    unsigned long long number = 99;
+    EXPECT_EQ(base == 10 ? QDSys::atoll(text, &ok) : QDSys::atoll16(text, &ok), value.value_or(0));
+    EXPECT_EQ(base == 10 ? QDSys::atoll(text, number) : QDSys::atoll16(text, number),
+              value.has_value());
+    EXPECT_EQ(number, value.value_or(0));
+    EXPECT_EQ(ok, value.has_value());
   }
 }
 
-TEST(QDSysText, PrintsWhatFits) {
-  std::array<char, 4> text{'#', '#', '#', '#'};
-  QDSys::snprintf(text.data(), 3, "%d", 12345);
-  EXPECT_EQ(std::string(text.data(), 4), std::string("12\0#", 4));
-  QDSys::snprintf(text.data(), 4, "%s", "abc");
-  EXPECT_STREQ(text.data(), "abc");
-  QDSys::snprintf(nullptr, 0, "%d", 1);
-
-  ASSERT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C");
-  EXPECT_EQ(refusal([&] { QDSys::snprintf(text.data(), 4, "%ls", L"\u20ac"); }),
-            refused("osal_vsnprintf failed"));
+TEST(QDSysHex, ConvertsWhatFits) {
+  const std::string binShort = refused("convertBinToHex: Buffer too short");
+  const std::string hexShort = refused("convertHexToBin: Buffer too short");
+  const std::string tooSmall = refused("convertHexStrNullToBin: Buffer too small");
+  EXPECT_EQ(toHex("\x0A\xFF", 4), "0AFF");
+  EXPECT_EQ(toHex("\x0A\xFF", 3), binShort);
+  EXPECT_EQ(toHex("", 0), "");
+  EXPECT_EQ(fromHex("12zz34", 6, 3), "\x12");
+  EXPECT_EQ(fromHex("123", 3, 1), "\x12");
+  EXPECT_EQ(fromHex("1", 1, 0), "");
+  EXPECT_EQ(fromHex("1234", 4, 1), hexShort);
+  EXPECT_EQ(fromHex("12", 32, 16), "\x12");  // ends before its length: no byte behind is read
+  EXPECT_EQ(fromHex("123", 32, 16), "\x12");
+  EXPECT_EQ(fromHexWithEnd("6162", 3), std::string("ab\0", 3));
+  EXPECT_EQ(fromHexWithEnd("6162", 2), tooSmall);
+  EXPECT_EQ(fromHexWithEnd("6162", 1), hexShort);
+  unsigned char out[4] = {};
+  EXPECT_EQ(QDSys::convertBinToHexStrNull(nullptr, 0, out, 2), 2);
+  EXPECT_STREQ(reinterpret_cast<char*>(out), "00");
+  for (const unsigned int n : {0x80000000U, 0x40000000U}) {  // digits that 32 bits cannot count
+    EXPECT_EQ(refusal([&] { QDSys::convertBinToHex("a", n, out, 0xFFFFFFFF, false); }), binShort);
+  }
+  EXPECT_EQ(refusal([&] { QDSys::convertHexToBin(out, 0xFFFFFFFF, out, 0x7FFFFFFE); }), hexShort);
 }
 
-constexpr unsigned long long kMax = 18446744073709551615ULL;
-
-struct Number {
-  const char* text;
-  bool valid;
-  unsigned long long value;
-};
-
-constexpr Number kDecimals[] = {
-    {"0", true, 0},
-    {"007", true, 7},
-    {"1234567890", true, 1234567890},
-    {"18446744073709551615", true, kMax},
-    {"18446744073709551616", false, 0},
-    {"18446744073709551620", false, 0},
-    {"20000000000000000000", false, 0},
-    {"184467440737095516150", false, 0},
-    {"00000000018446744073709551615", true, kMax},
-    {"", false, 0},
-    {nullptr, false, 0},
-    {"12a", false, 0},
-    {"a", false, 0},
-    {"-1", false, 0},
-    {"+1", false, 0},
-    {" 1", false, 0},
-    {"1 ", false, 0},
-    {"/", false, 0},
-    {":", false, 0},
-};
-
-constexpr Number kHexadecimals[] = {
-    {"0", true, 0},
-    {"ffffffffffffffff", true, kMax},
-    {"FFFFFFFFFFFFFFFF", true, kMax},
-    {"0123456789abcdef", true, 0x0123456789abcdef},
-    {"0000ABCDEFabcdef", true, 0xABCDEFabcdef},
-    {"00ffffffffffffffff", true, kMax},
-    {"10000000000000000", false, 0},
-    {"fffffffffffffffff", false, 0},
-    {"0x10", false, 0},
-    {"g", false, 0},
-    {"G", false, 0},
-    {"@", false, 0},
-    {"`", false, 0},
-    {"", false, 0},
-    {nullptr, false, 0},
-};
-
-TEST(QDSysText, ParsesNumbers) {
-  for (const auto& [text, valid, value] : kDecimals) {
-    SCOPED_TRACE(text == nullptr ? "null" : text);
-    bool ok = !valid;
-    EXPECT_EQ(QDSys::atoll(text, &ok), value);
-    EXPECT_EQ(ok, valid);
-    unsigned long long number = 99;
-    EXPECT_EQ(QDSys::atoll(text, number), valid);
-    EXPECT_EQ(number, value);
+TEST(QDSysHex, AgreesWithPrintfForEveryByteAndTakesNothingButDigits) {
+  std::string data;
+  std::string upper;
+  std::string lower;
+  for (int byte = 0; byte < 256; ++byte) {
+    data += static_cast<char>(byte);
+    upper += printed("%02X", byte);
+    lower += printed("%02x", byte);
+    EXPECT_EQ(fromHex(data.back() + std::string("1"), 2, 1).size(), std::isxdigit(byte) ? 1U : 0U);
+    EXPECT_EQ(fromHex(std::string("1") + data.back(), 2, 1).size(), std::isxdigit(byte) ? 1U : 0U);
   }
-  for (const auto& [text, valid, value] : kHexadecimals) {
-    SCOPED_TRACE(text == nullptr ? "null" : text);
-    bool ok = !valid;
-    EXPECT_EQ(QDSys::atoll16(text, &ok), value);
-    EXPECT_EQ(ok, valid);
-    unsigned long long number = 99;
-    EXPECT_EQ(QDSys::atoll16(text, number), valid);
-    EXPECT_EQ(number, value);
+  EXPECT_EQ(toHex(data, 512), upper);
+  EXPECT_EQ(toHex(data, 512, true), lower);
+  EXPECT_EQ(fromHex(upper, 512, 256), data);
+  EXPECT_EQ(fromHex(lower, 512, 256), data);
+}
+
+TEST(QDSysUrl, EncodesEveryByteWithFourBytesToSpare) {
+  for (const auto& [text, smallest, expected] :
+       std::initializer_list<std::tuple<const char*, std::size_t, const char*>>{
+           {"", 1, ""}, {"ab", 5, "ab"}, {" a", 7, "%20a"}, {"\xC3\xA9", 7, "%C3%A9"}}) {
+    EXPECT_EQ(encoded(text, smallest), expected);
+    EXPECT_EQ(encoded(text, smallest - 1), refused("encodeURLfromUTF8: Buffer too short"));
   }
+  for (int c = 1; c < 256; ++c) {
+    const bool stays = c < 128 && (std::isalnum(c) != 0 || std::strchr("-./_~", c) != nullptr);
+    const std::string text(1, static_cast<char>(c));
+    EXPECT_EQ(encoded(text, 4), stays ? text : printed("%%%02X", c));
+  }
+}
+
+TEST(QDSysUrl, DecodesUpperCaseEscapesOnlyWhereverTheyLie) {
+  std::vector<std::pair<std::string, std::string>> cases = {{"", ""},
+                                                            {"%41%4a", "A%4a"},
+                                                            {"%4A%4g", "J%4g"},
+                                                            {"100%", "100%"},
+                                                            {"%4", "%4"},
+                                                            {"%%41", "%A"},
+                                                            {"a+b", "a+b"},
+                                                            {"%G1", "%G1"},
+                                                            {"%2541", "%41"},
+                                                            {"%C3%A9", "\xC3\xA9"},
+                                                            {"%/0%:0%@0", "%/0%:0%@0"}};
+  for (std::size_t before = 0; before < 8230; before += before == 99 ? 8031 : 1) {
+    // Of all bytes this one is the furthest from "%", which it must not hide.
+    const std::string start(before, '\xDA');
+    cases.emplace_back(start + "%4%%42%zz%43 and some more characters\xDA%C3%A9",
+                       start + "%4%B%zzC and some more characters\xDA\xC3\xA9");
+  }
+  for (const auto& [text, expected] : cases) {
+    EXPECT_EQ(decoded(text, expected.size() + 1), expected);
+    EXPECT_EQ(decoded(text, expected.size()), refused("decodeURLtoUTF8: Buffer too short"));
+    EXPECT_EQ(decodedInPlace(text), expected);
+  }
+}
+
+std::string fixed(const std::string& text) {
+  std::string out = "what was there before";
+  const char* const result = QDSys::fixedUTF8(bytes(text), out);
+  EXPECT_EQ(result, out.c_str());
+  return out;
+}
+
+/// The rules as a definition: how many bytes a lead byte announces, what number the sequence spells
+/// and whether this number needs that many bytes and is a character.
+std::string simplyFixed(const std::string& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size();) {
+    const auto byte = [&](std::size_t at) {
+      return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U;
+    };
+    std::size_t announced = 0;
+    while (byte(i) >= 0xC0 && announced < 7 && (byte(i) << (announced + 1) & 0x80) != 0) {
+      ++announced;
+    }
+    if (announced > 5) announced = 0;  // FE and FF announce nothing
+    unsigned long number = announced == 0 ? byte(i) : byte(i) & (0x3FU >> announced);
+    std::size_t length = 1;
+    for (; length <= announced && (byte(i + length) & 0xC0) == 0x80; ++length) {
+      number = number << 6 | (byte(i + length) & 0x3F);
+    }
+    constexpr std::array<unsigned long, 6> kSmallest = {0, 0x80, 0x800, 0x10000, ~0UL, ~0UL};
+    const bool good = length == announced + 1 && number >= kSmallest[announced] &&
+                      !(announced == 0 && number >= 0x80) && number <= 0x10FFFF &&
+                      !(number >= 0xD800 && number <= 0xDFFF) &&
+                      !(number >= 0xFDD0 && number <= 0xFDEF) && (number & 0xFFFE) != 0xFFFE;
+    out += good ? text.substr(i, length) : "\xEF\xBF\xBD";
+    i += length;
+  }
+  return out;
+}
+
+/// Checks every combination of one byte out of each list, alone and with characters around it.
+void checkAll(const std::string& start, const std::vector<std::vector<int>>& lists,
+              std::size_t depth = 0) {
+  if (depth == lists.size()) {
+    for (const std::string& text : {start, "0123456" + start + "\xC3\xA9 and some more"}) {
+      ASSERT_EQ(fixed(text), simplyFixed(text)) << testing::PrintToString(start);
+    }
+    return;
+  }
+  for (const int byte : lists[depth]) checkAll(start + static_cast<char>(byte), lists, depth + 1);
+}
+
+TEST(QDSysUtf8, ReplacesWhatTheDefinitionCallsIllFormedAlsoInPlace) {
+  std::vector<int> all;
+  for (int byte = 1; byte < 256; ++byte) all.push_back(byte);
+  const std::vector<int> edges = {0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xAF,
+                                  0xB0, 0xB6, 0xB7, 0xB8, 0xBD, 0xBE, 0xBF, 0xC0};
+  const std::vector<int> few = {0x41, 0x80, 0xBF, 0xC3};
+  checkAll("", {all});
+  checkAll("", {all, all});
+  checkAll("", {{0xC2, 0xDF, 0xE0, 0xE1, 0xEC, 0xED, 0xEE, 0xEF}, edges, edges});
+  checkAll("", {{0xEF, 0xF0, 0xF1, 0xF3, 0xF4, 0xF5, 0xF7}, edges, edges, edges});
+  checkAll("", {{0xF8, 0xFB, 0xFC, 0xFD, 0xFE, 0xFF}, few, few, few, few, few, few});
+  EXPECT_EQ(simplyFixed("\xE2\x82\xACx\xED\xA0\x80\xFF"), "\xE2\x82\xACx\xEF\xBF\xBD\xEF\xBF\xBD");
+
+  std::string text = "a\xC0\x80z";
+  EXPECT_STREQ(QDSys::fixedUTF8(bytes(text), text), "a\xEF\xBF\xBDz");
+  EXPECT_STREQ(QDSys::fixedUTF8(bytes(text) + 4, text), "z");
+  EXPECT_EQ(refusal([&] { QDSys::fixedUTF8(nullptr, text); }), refused("fixedUTF8: Arg is NULL"));
 }
 
 }  // namespace

@@ -1,89 +1,79 @@
+// Threads, and the mutexes that never report.
+
 #include "tools/QDThread.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <array>
+#include <cerrno>
 #include <chrono>
-#include <cstdint>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 
-#include "LogCapture.h"
-#include "MaskAddresses.h"
+#include "PosixFaults.h"
+#include "ToolsTest.h"
 #include "osal/osal_process.h"
 #include "osal/osal_semaphore.h"
-#include "tools/QDException.h"
+#include "sysdef/qdTunablesBaseValues.h"
+#include "tools/QDMutexSilent.h"
 
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// What a launched thread saw, and the sign that it is done with it.
+void* nothing(void*, void*) { return nullptr; }
+
+void launch(QDThread::Function fn, unsigned int stackSize = 0, void* data = nullptr,
+            unsigned int size = 0, void* ctx = nullptr) {
+  QDThread::launchThread(fn, stackSize, data, size, "t", QDThread::QD_QOS_DEFAULT, ctx);
+}
+
+/// What a launched thread saw, and the signs when it may look and that it is done with it.
 struct Seen {
-  Seen() { done.init(0); }
-  OSAL_Semaphore start;  // when a test initialises it, the thread waits for it
+  Seen() {
+    start.init(0);
+    done.init(0);
+  }
+  OSAL_Semaphore start;
   OSAL_Semaphore done;
   void* data = nullptr;
-  std::array<std::uint64_t, 2> block{};
+  int value = 0;
 };
 
-void* look(void* data, void* ctx) {
-  Seen& seen = *static_cast<Seen*>(ctx);
-  seen.start.wait();
-  seen.data = data;
-  if (data != nullptr) seen.block = *static_cast<std::array<std::uint64_t, 2>*>(data);
-  seen.done.post();
-  return nullptr;
-}
-
-/// Waits, but not for ever, until the log has as many lines.
-void awaitLines(const LogCapture& log, std::size_t count) {
-  for (int i = 0; i < 10'000 && log.lines().size() < count; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+TEST(QDThread, GetsACopyOfTheBlockOrTheBlockItself) {
+  for (const bool copied : {false, true}) {
+    Seen seen;
+    int block = 1;
+    const auto look = [](void* data, void* ctx) -> void* {
+      Seen& s = *static_cast<Seen*>(ctx);
+      s.start.wait();
+      s.data = data;
+      s.value = *static_cast<int*>(data);
+      s.done.post();
+      return nullptr;
+    };
+    launch(look, 0, &block, copied ? sizeof block : 0, &seen);
+    block = 2;
+    seen.start.post();
+    seen.done.wait();
+    EXPECT_EQ(seen.data != &block, copied);
+    EXPECT_EQ(seen.value, copied ? 1 : 2);
   }
-}
-
-TEST(QDThread, GivesTheThreadACopyOfTheBlock) {
-  Seen seen;
-  ASSERT_EQ(seen.start.init(0), 0);
-  std::array<std::uint64_t, 2> block{1, 2};
-  QDThread::launchThread(look, 0, &block, sizeof block, "copy", QDThread::QD_QOS_DEFAULT, &seen);
-  block = {3, 4};
-  seen.start.post();
-  seen.done.wait();
-  EXPECT_NE(seen.data, &block);
-  EXPECT_THAT(seen.block, ElementsAre(1, 2));
-}
-
-TEST(QDThread, PassesABlockWithoutSizeAsItIs) {
-  Seen seen;
-  ASSERT_EQ(seen.start.init(0), 0);
-  std::array<std::uint64_t, 2> block{1, 2};
-  QDThread::launchThread(look, 0, &block, 0, "share", QDThread::QD_QOS_EFFICIENCY, &seen);
-  block = {3, 4};
-  seen.start.post();
-  seen.done.wait();
-  EXPECT_EQ(seen.data, &block);
-  EXPECT_THAT(seen.block, ElementsAre(3, 4));
 }
 
 TEST(QDThread, AbsorbsWhatTheThreadThrows) {
-  LogCapture log(QDLOG_THRD, 9);
-  const QDThread::Function throwing[] = {
-      [](void*, void*) -> void* { throw std::runtime_error("out"); },
-      [](void*, void*) -> void* { throw QDException(1); },
-      [](void*, void*) -> void* { throw 7; },
-  };
+  const LogCapture log(QDLOG_THRD, 9);
   int block = 1;
-  for (const QDThread::Function fn : throwing) {
-    QDThread::launchThread(fn, 0, &block, sizeof block, "t", QDThread::QD_QOS_DEFAULT, nullptr);
+  launch([](void*, void*) -> void* { throw std::runtime_error("out"); }, 0, &block, sizeof block);
+  launch([](void*, void*) -> void* { throw QDException(1); });
+  launch([](void*, void*) -> void* { throw 7; });
+  for (int i = 0; i < 10'000 && log.lines().size() < 3; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  awaitLines(log, 3);
-  constexpr auto kLine = "THRD:ERR Exception occured during thread execution";
-  EXPECT_THAT(log.lines(), ElementsAre(kLine, kLine, kLine));
+  EXPECT_EQ(log.lines(),
+            std::vector<std::string>(3, "THRD:ERR Exception occured during thread execution"));
 }
 
 /// A sink that fails, and tells that it was asked.
@@ -99,61 +89,104 @@ class ThrowingSink : public QDLogCb {
 };
 
 TEST(QDThread, SurvivesALogThatFailsToo) {
-  LogCapture restoresTheSink("");
+  const LogCapture restoresTheSink("");
   ThrowingSink sink;
   QDLog::getLogger()->setLogCb(&sink);
-  QDThread::launchThread([](void*, void*) -> void* { throw 7; }, 0, nullptr, 0, "t",
-                         QDThread::QD_QOS_DEFAULT, nullptr);
+  launch([](void*, void*) -> void* { throw 7; });
   EXPECT_EQ(sink.asked.timedwait(10'000), 1);
 }
 
-/// Tells on the way out that the thread was unwound.
-struct TellsUnwinding {
-  OSAL_Semaphore& done;
-  ~TellsUnwinding() { done.post(); }
-};
-
 TEST(QDThread, LetsACancelledThreadUnwind) {
-  LogCapture log(QDLOG_THRD, 9);
-  const QDThread::Function ending[] = {
-      [](void*, void* ctx) -> void* {
-        const TellsUnwinding tells{static_cast<Seen*>(ctx)->done};
-        pthread_cancel(pthread_self());
-        pthread_testcancel();
-        return nullptr;
-      },
-      [](void*, void* ctx) -> void* {
-        const TellsUnwinding tells{static_cast<Seen*>(ctx)->done};
-        pthread_exit(nullptr);
-      },
+  struct TellsUnwinding {
+    OSAL_Semaphore& done;
+    ~TellsUnwinding() { done.post(); }
   };
-  Seen seen;
-  int block = 1;
-  for (const QDThread::Function fn : ending) {
-    QDThread::launchThread(fn, 0, &block, sizeof block, "c", QDThread::QD_QOS_DEFAULT, &seen);
+  const LogCapture log(QDLOG_THRD, 9);
+  for (const bool cancelled : {false, true}) {
+    Seen seen;
+    seen.value = cancelled ? 1 : 0;
+    launch(
+        [](void*, void* ctx) -> void* {
+          Seen& s = *static_cast<Seen*>(ctx);
+          const TellsUnwinding tells{s.done};
+          if (s.value == 0) pthread_exit(nullptr);
+          pthread_cancel(pthread_self());
+          pthread_testcancel();
+          return nullptr;
+        },
+        0, nullptr, 0, &seen);
     EXPECT_EQ(seen.done.timedwait(10'000), 1);
   }
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST(QDThread, TellsWhyThereIsNoThread) {
-  LogCapture log("OSAL:2;EXCP:5;");
-  int block = 1;
-  try {
-    QDThread::launchThread(look, 1, &block, sizeof block, "t", QDThread::QD_QOS_DEFAULT, nullptr);
-    FAIL() << "a stack of one page was enough";
-  } catch (const QDException& e) {
-    EXPECT_EQ(e.code(), 1);
+TEST(QDThread, TakesTheStackSizeOrTheTunableOne) {
+  const std::uint32_t former = BASE_DEFAULT_THREAD_STACK;
+  BASE_DEFAULT_THREAD_STACK = 3U << 20;
+  for (const unsigned int stackSize : {0U, 2U << 20}) {
+    launch(nothing, stackSize);
+    EXPECT_EQ(takeAskedStackSize(), stackSize == 0 ? 3U << 20 : stackSize);
   }
-  EXPECT_THAT(maskAddresses(log.lines()),
-              ElementsAre("OSAL:EL2 Cannot set stack size thread attribute (22)",
-                          "EXCP:ERR NET: launchThread: Cannot launch thread", "EXCP:ERR ECT - @"));
+  BASE_DEFAULT_THREAD_STACK = former;
 }
 
-TEST(QDThread, TellsTheCallingThread) {
+TEST(QDThread, TellsWhyThereIsNone) {
+  constexpr struct {
+    const char* function;
+    const char* text;
+  } kCases[] = {{"operator new", "launchThread: Memory allocation error"},
+                {"operator new[]", "launchThread: Memory allocation error"},
+                {"pthread_create", "launchThread: Cannot launch thread"},
+                {"pthread_attr_setstacksize", "launchThread: Cannot launch thread"}};
+  for (const auto& [function, text] : kCases) {
+    int block = 1;
+    EXPECT_EQ(refusal([&, name = function] {
+                const PosixFault fault(name, EAGAIN);
+                launch(nothing, 0, &block, sizeof block);
+              }),
+              refused(text))
+        << function;
+  }
   unsigned long long id = 0;
   osal_getThreadID(&id);
   EXPECT_EQ(QDGetCurrentThreadId(), id);
+}
+
+TEST(QDMutexSilent, ExcludesAndWithoutItsMutexLocksNothing) {
+  QDMutexSilent mutex;
+  int counter = 0;
+  const auto count = [&] {
+    for (int i = 0; i < 10'000; ++i) {
+      const std::lock_guard guard(mutex);
+      ++counter;
+    }
+  };
+  std::thread other(count);
+  count();
+  other.join();
+  EXPECT_EQ(counter, 20'000);
+
+  testing::internal::CaptureStderr();
+  {
+    const PosixFault fault("pthread_mutex_init", EAGAIN);
+    QDMutexSilent unusable;
+    unusable.lock();
+    unusable.lock();
+    unusable.unlock();
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "OSAL_Mutex::initMutex - Cannot initialize mutex (11)\n");
+}
+
+TEST(QDMutexSilentUq, MakesSingletonsPossibleWhileItExists) {
+  QDLog* const logger = QDLog::getLogger();
+  { const QDMutexSilentUq ended; }
+  EXPECT_EQ(QDLog::getLogger(), logger) << "an existing logger stays";
+  QDLog::destroyLogger();
+  EXPECT_EQ(QDLog::getLogger(), nullptr);
+  QDLOG(ROOT, NFY, "nobody takes this");
+  QDSingletonMutex::ready = true;  // the process's own still exists
+  EXPECT_NE(QDLog::getLogger(), nullptr);
 }
 
 }  // namespace
