@@ -7,9 +7,8 @@
 #include <filesystem>
 #include <string>
 
-#include "Files.h"
 #include "PosixFaults.h"
-#include "TempFolder.h"
+#include "ToolsTest.h"
 
 namespace {
 
@@ -99,6 +98,19 @@ TEST(FileQDLogCb, FollowsALinkOnlyInAFolderOfItsOwn) {
       EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
     }
   }
+}
+
+TEST(FileQDLogCb, BeginsALineAtTheLeftAlsoBehindOneThatWasCutOff) {
+  const TempFolder folder;
+  const std::string path = folder / "agent.log";
+  FileQDLogCb sink(path, false);
+  {
+    const Limit limit(RLIMIT_FSIZE, 60);
+    writeRecord(sink, std::string(50, 'x'));
+  }
+  writeRecord(sink, "next");
+  EXPECT_EQ(content(path).substr(59, 3), "x\n[");
+  EXPECT_EQ(fs::file_size(path), 60U + 1U + kFrame + 5U);
 }
 
 TEST(FileQDLogCb, LosesTheLineThatMemoryHasNoRoomFor) {
