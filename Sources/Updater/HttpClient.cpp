@@ -38,6 +38,20 @@ std::size_t writeLimitedCb(void* data, std::size_t size, std::size_t nmemb,
   return HttpClient::readFileResponseCb(data, size, nmemb, target.file);
 }
 
+/// The headers being received, and whether those of the latest response are complete.
+struct ReceivedHeaders {
+  HttpClient::Headers& headers;
+  bool ended = false;
+};
+
+std::size_t readHeaderCb(void* data, std::size_t size, std::size_t nmemb, void* userdata) noexcept {
+  auto& received = *static_cast<ReceivedHeaders*>(userdata);
+  const std::string_view line(static_cast<const char*>(data), size * nmemb);
+  if (line.starts_with("HTTP/")) received.ended = false;
+  if (line == "\r\n" || line == "\n") received.ended = true;
+  return HttpClient::readHeadersCb(data, size, nmemb, &received.headers);
+}
+
 std::size_t discardCb(void*, std::size_t size, std::size_t nmemb, void*) noexcept {
   return size * nmemb;
 }
@@ -101,8 +115,12 @@ std::size_t storedBytes(const HttpClient::Headers& headers) {
 /// handle again, so that none outlives it.
 class HttpClient::Request {
  public:
-  Request(HttpClient& client, const std::string& url) : client_(client), options_(client.handle) {
+  Request(HttpClient& client, const std::string& url, Headers& headers)
+      : client_(client), options_(client.handle), received_{headers} {
+    headers.clear();
     options_.set(CURLOPT_URL, url.c_str());
+    options_.set(CURLOPT_HEADERFUNCTION, &readHeaderCb);
+    options_.set(CURLOPT_HEADERDATA, &received_);
   }
   Request(const Request&) = delete;
   Request& operator=(const Request&) = delete;
@@ -122,14 +140,18 @@ class HttpClient::Request {
   void set(CURLoption option, Value value) {
     options_.set(option, value);
   }
-  /// Not even tried when an option was refused.
+  /// Not even tried when an option was refused. A connection that ends within the headers is no
+  /// answer, whatever status they began with.
   CURLcode perform() {
-    return options_.code() == CURLE_OK ? curl_easy_perform(client_.handle) : options_.code();
+    if (options_.code() != CURLE_OK) return options_.code();
+    const CURLcode code = curl_easy_perform(client_.handle);
+    return code == CURLE_OK && !received_.ended ? CURLE_PARTIAL_FILE : code;
   }
 
  private:
   HttpClient& client_;
   Options options_;
+  ReceivedHeaders received_;
 };
 
 HttpClient::~HttpClient() { cleanup(); }
@@ -163,15 +185,12 @@ void HttpClient::cleanup() {
 
 int HttpClient::get(const std::string& url, std::string& body, Headers& headers) {
   if (!init()) return -1;
-  headers.clear();
   body.clear();
-  Request request(*this, config + url);
+  Request request(*this, config + url, headers);
   request.set(CURLOPT_NOBODY, 0L);
   request.set(CURLOPT_HTTPGET, 1L);
   request.set(CURLOPT_WRITEFUNCTION, &readResponsCb);
   request.set(CURLOPT_WRITEDATA, &body);
-  request.set(CURLOPT_HEADERFUNCTION, &readHeadersCb);
-  request.set(CURLOPT_HEADERDATA, &headers);
   long status = 0;
   if (perform(request, url, "Faild to get  http status code [", status) != 0) return -1;
   return judge(url, status);
@@ -179,12 +198,9 @@ int HttpClient::get(const std::string& url, std::string& body, Headers& headers)
 
 int HttpClient::head(const std::string& url, Headers& headers) {
   if (!init()) return -1;
-  headers.clear();
-  Request request(*this, config + url);
+  Request request(*this, config + url, headers);
   request.set(CURLOPT_NOBODY, 1L);
   request.set(CURLOPT_WRITEFUNCTION, &discardCb);
-  request.set(CURLOPT_HEADERFUNCTION, &readHeadersCb);
-  request.set(CURLOPT_HEADERDATA, &headers);
   long status = 0;
   if (perform(request, url, "Failed to get  http status code [", status) != 0) return -1;
   return judge(url, status);
@@ -197,13 +213,11 @@ int HttpClient::download(const std::string& url, const std::string& path, Header
   if (file == nullptr) return -1;
   LimitedFile target{file.get(), std::min(downloadLimit, roomFor(file.get()))};
   int lastPercent = 0;
-  Request request(*this, config + url);
+  Request request(*this, config + url, headers);
   request.set(CURLOPT_NOBODY, 0L);
   request.set(CURLOPT_HTTPGET, 1L);
   request.set(CURLOPT_WRITEFUNCTION, &writeLimitedCb);
   request.set(CURLOPT_WRITEDATA, &target);
-  request.set(CURLOPT_HEADERFUNCTION, &readHeadersCb);
-  request.set(CURLOPT_HEADERDATA, &headers);
   request.set(CURLOPT_NOPROGRESS, 0L);
   request.set(CURLOPT_XFERINFOFUNCTION, &progressCb);
   request.set(CURLOPT_XFERINFODATA, &lastPercent);
