@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -215,6 +217,52 @@ TEST(VerifiedPackage, SwappedAfterItsCheckIsNotInstalled) {
       EXPECT_TRUE(content(update.run.side("calls.installed")) == goodPackage());
     }
   }
+}
+
+/// Puts everything in the way that another user can, over and over. Plain system calls only.
+[[noreturn]] void disturb(const std::vector<std::string>& names, const std::string& canary) {
+  const std::string own = names.front() + ".own";
+  for (;;) {
+    for (const std::string& name : names) {
+      const int fd = ::open(name.c_str(), O_RDWR | O_CREAT | O_NONBLOCK, 0666);
+      if (fd >= 0 && ::write(fd, "evil", 4) == 4) ::fchmod(fd, 0644);
+      if (fd >= 0) ::close(fd);
+      ::unlink(name.c_str());
+      if (::symlink(canary.c_str(), own.c_str()) == 0) ::rename(own.c_str(), name.c_str());
+      if (::link(name.c_str(), own.c_str()) == 0) ::rename(own.c_str(), name.c_str());
+      ::mkfifo(name.c_str(), 0666);
+      ::unlink(name.c_str());
+      ::unlink(own.c_str());
+    }
+  }
+}
+
+TEST(VerifiedPackage, IsInstalledOrNothingIsWhateverAnotherUserDoes) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to be another user, too";
+  constexpr int kRuns = 12;
+  LinuxUpdate update;
+  const std::string canary = update.run.side("canary");
+  writeFile(canary, kCanaryText);
+  writeFile(update.run.side("good"), goodPackage());
+  update.run.command("dpkg",
+                     "cmp \"$2\" '" + update.run.side("good") + "' || echo evil >> \"$calls\"");
+  std::vector<std::string> names;
+  for (const auto& [name, mode] : kOurFiles) names.push_back(update.run.temp(name));
+  const pid_t neighbour = ::fork();
+  if (neighbour == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::setgid(kNobody) != 0 || ::setuid(kNobody) != 0) ::_exit(1);
+    disturb(names, canary);
+  }
+  for (int run = 0; run < kRuns; ++run) {
+    const Outcome outcome = update.go();
+    EXPECT_THAT(outcome.ended, testing::AnyOf("exit 0", "exit 2", "exit 6", "exit 7", "exit 11"));
+    EXPECT_THAT(outcome.calls, Not(Contains("evil")));
+    EXPECT_EQ(content(canary), kCanaryText);
+    ::unlink(update.run.temp("upgrade_ovt.lock").c_str());
+  }
+  ::kill(neighbour, SIGKILL);
+  ::waitpid(neighbour, nullptr, 0);
 }
 
 TEST(VerifiedPackage, IsLockedUntilItIsInstalled) {

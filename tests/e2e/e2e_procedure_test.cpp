@@ -6,8 +6,11 @@
 #include <array>
 #include <chrono>
 #include <ctime>
+#include <filesystem>
 
 #include "Scenario.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -287,6 +290,24 @@ WRN Re-download setup file because current one has a wrong hash: {D} vs 01234567
 WRN Re-download setup file because current one has a wrong hash: {D} vs 0123456789abcdef0123456789abcdef
 ERR Invalid setup md5)",
        .files = "{locked}"},
+      {.name = "DigestOfAnotherForm",
+       .script = digestIs("MD5 (setup.deb) = 0123456789abcdef0123456789abcdef\n"),
+       .ended = "exit 7",
+       .log = R"(
+{opening}
+{legacy}
+{available}
+NFY Downloaded md5 is MD5
+{size}
+{downloaded}
+WRN Re-download setup file because current one has a wrong hash: {D} vs MD5
+{downloaded}
+WRN Re-download setup file because current one has a wrong hash: {D} vs MD5
+{downloaded}
+WRN Re-download setup file because current one has a wrong hash: {D} vs MD5
+ERR Invalid setup md5)",
+       .requests = "{HEAD}\n{GET}\n{GET}\n{GET}",
+       .files = "{locked}"},
       {.name = "WrongDigestOnce",
        .script = {{"GET /linux/{A}/setup.deb",
                    {ok("X" + goodPackage().substr(1)), ok(goodPackage())}}},
@@ -520,6 +541,14 @@ const std::vector<Scenario>& lockScenarios() {
        .log = kLockUnreadable,
        .files = "{locked}"},
       {.name = "Empty", .prepare = lockHolds(""), .log = kLockUnreadable, .files = "{locked}"},
+      {.name = "LineWithoutEnd",
+       .prepare =
+           [](UpdateRun& run, Texts&) {
+             writeFile(run.temp("upgrade_ovt.lock"), "");
+             fs::resize_file(run.temp("upgrade_ovt.lock"), std::uintmax_t{1} << 40);
+           },
+       .log = kLockUnreadable,
+       .files = "{locked}"},
       {.name = "NotRoot",
        .prepare = [](UpdateRun& run, Texts&) { run.user = kNobody; },
        .ended = "exit 1",

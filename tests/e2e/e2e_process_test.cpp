@@ -170,6 +170,9 @@ std::vector<Start> starts() {
       {"no frontend chosen", [](UpdateRun&) {}, "echo \"$DEBIAN_FRONTEND\"", "noninteractive\n"},
       {"frontend chosen", [](UpdateRun& run) { run.env["DEBIAN_FRONTEND"] = "readline"; },
        "echo \"$DEBIAN_FRONTEND\"", "readline\n"},
+      {"a shell's start-up files",
+       [](UpdateRun& run) { run.env["ENV"] = run.env["BASH_ENV"] = "/nowhere"; },
+       "echo \"${ENV-none} ${BASH_ENV-none}\"", "none none\n"},
       {"group of its own", [](UpdateRun&) {},
        "read -r _ _ _ _ group _ < /proc/$$/stat; echo $group", "{pid}\n"},
       {"nothing of ours is passed on",
@@ -242,9 +245,12 @@ TEST(Start, EchoThatNobodyReadsDoesNoHarm) {
     const ScopedFd pipe(ends[1]);
     const ScopedFd device(::open("/dev/full", O_WRONLY | O_CLOEXEC));
     update.run.stdoutFd = full ? device.get() : pipe.get();
+    update.run.command("dpkg", "echo noise; exit 0");
+    update.run.command("systemctl", "echo noise; exit 0");
     const Outcome outcome = update.go("-D");
     expectUpdated(outcome, update.run);
     EXPECT_EQ(outcome.log.back(), "NFY Agent Update done");
+    EXPECT_THAT(outcome.log, Not(Contains(HasSubstr("ERR Fail to"))));
   }
 }
 

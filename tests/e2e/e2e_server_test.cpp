@@ -9,6 +9,7 @@
 
 #include "Nginx.h"
 #include "Scenario.h"
+#include "Updater/HttpClient.h"
 
 namespace fs = std::filesystem;
 using testing::Contains;
@@ -89,6 +90,8 @@ TEST(Nginx, PackageOfTwoGibibytesNeedsNoMemory) {
 
 // --- requests and progress
 
+const std::string kVersion = "/linux/{A}/version_long.txt";
+
 TEST(Requests, NameTheProgramAndAskForNoEncoding) {
   QD_NEEDS_ROOT();
   LinuxUpdate update;
@@ -125,6 +128,15 @@ TEST(Progress, IsLoggedInTens) {
                                        "NFY Loading 100%"));
 }
 
+TEST(Requests, GoThroughTheProxyOfTheEnvironment) {
+  QD_NEEDS_ROOT();
+  const std::string address = "http://updates.invalid";
+  LinuxUpdate update({{address + kVersion, {ok("7.2.0.1")}}});
+  update.run.env["http_proxy"] = update.server.url();
+  const Outcome outcome = update.run.run({hexAddress(address), "7.2.0.1"});
+  EXPECT_THAT(outcome.log, Contains("NFY Current version is up to date. Nothing to do"));
+}
+
 // --- faulty and hostile answers
 
 Answer endless() { return {.body = std::string(1 << 20, '7'), .length = "", .endless = true}; }
@@ -141,7 +153,6 @@ Answer manyHeaders(int count, const std::string& length) {
   return answer;
 }
 
-const std::string kVersion = "/linux/{A}/version_long.txt";
 const std::string kDigest = "/linux/{A}/setup.deb.md5";
 const std::string kHead = "HEAD /linux/{A}/setup.deb";
 const std::string kGet = "GET /linux/{A}/setup.deb";
@@ -235,6 +246,38 @@ std::vector<Fault> faults() {
         {"/p", {sizeTold("")}}},
        "exit 6",
        "NFY File size for {F}/setup.deb is 7 bytes"},
+      {"TwoSizes",
+       {{kHead, {raw("Content-Length: 7\r\nContent-Length: 20000")}}},
+       "exit 0",
+       "NFY File size for {F}/setup.deb is 20000 bytes"},
+      {"SizeOfAnEarlyAnswerCountsWhenTheLastHasNone",
+       {{kHead,
+         {Answer{.raw = "HTTP/1.1 103 Early Hints\r\nContent-Length: 99\r\n\r\n"
+                        "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n"}}}},
+       "exit 6",
+       "NFY File size for {F}/setup.deb is 99 bytes"},
+      {"SizesInAList",
+       {{kHead, {sizeTold("5, 5")}}},
+       "exit 6",
+       "NFY File size for {F}/setup.deb is 5 bytes"},
+      {"SizeWithExponent",
+       {{kHead, {sizeTold("2e4")}}},
+       "exit 6",
+       "NFY File size for {F}/setup.deb is 2 bytes"},
+      {"HeaderWithNul",
+       {{kVersion, {raw(std::string("X-Text: a\0b", 11), "7.2.1.15")}}},
+       "exit 2",
+       "ERR Request {F}/version_long.txt failed : [8] -> Weird server reply"},
+      {"StatusOfZeros",
+       {{kVersion, {Answer{.raw = "HTTP/1.1 000 OK\r\n\r\n7.2.1.15"}}}},
+       "exit 2",
+       "ERR Failed to download version:  [-1]"},
+      {"PathThatBreaksTheRequest",
+       {{kDefinition,
+         {ok(R"([{"name": "", "path": "/p HTTP/1.1\r\nX: y", "setup": "a.deb",)"
+             R"( "version": "v", "hash": "h", "os": 3, "arch": {N}, "enable": true}])")}}},
+       "exit 2",
+       "ERR Failed to download version:  [-1]"},
       {"NegativeSize",
        {{kHead, {sizeTold("-1")}}},
        "exit 2",
@@ -265,6 +308,25 @@ TEST(FaultyServer, EndsTheRunWithItsMessage) {
                 Contains(fillIn(record, {{"{F}", update.server.url() + packageFolder()}})));
     EXPECT_EQ(outcome.calls.size(), outcome.ended == "exit 0" ? 3U : 0U);
     EXPECT_LT(outcome.peakKiB, 2 * kSmallKiB);
+  }
+}
+
+TEST(Connection, CutAtAnyByteGivesNoAnswer) {
+  // Without a length only the end of the connection ends a body, and a cut can't be told from it.
+  const std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n7.2.1.15\n";
+  for (std::size_t size = 0; size < answer.size(); ++size) {
+    SCOPED_TRACE(size);
+    const std::string sent = answer.substr(0, size);
+    const ScriptedServer server(
+        {{"/", {size == 0 ? Answer{.length = "cut"} : Answer{.raw = sent}}}});
+    HttpClient client;
+    HttpClient::Headers headers;
+    std::string body;
+    EXPECT_EQ(client.get(server.url() + "/", body, headers), -1);
+    EXPECT_EQ(client.download(server.url() + "/", "/dev/null", headers), -1);
+    if (size < answer.find("\r\n\r\n") + 4) {
+      EXPECT_EQ(client.head(server.url() + "/", headers), -1);
+    }
   }
 }
 
