@@ -222,7 +222,7 @@ TEST_F(OSAL_FileTest, AShortWriteStaysInTheFileAndFails) {
   int first = 0;
   int second = 0;
   {
-    const FileSizeLimit limit(4);
+    const Limit limit(RLIMIT_FSIZE, 4);
     first = write("abcdef");
     second = write("abcdef");
   }

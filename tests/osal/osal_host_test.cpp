@@ -239,7 +239,7 @@ TEST_F(Commands, GiveTheirOutput) {
     EXPECT_EQ(resultOfCommand(command), std::string(size, 'x'));
     EXPECT_EQ(executeCommand(command), std::string(size, 'x'));
   }
-  const DescriptorLimit none(3);
+  const Limit none(RLIMIT_NOFILE, 3);
   EXPECT_EQ(resultOfCommand("echo a"), "");
   EXPECT_EQ(executeCommand("echo b"), "");
   EXPECT_EQ(said(),

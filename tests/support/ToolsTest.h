@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <signal.h>
-#include <sys/resource.h>
 
 #include <functional>
 #include <string>
 
 #include "Files.h"
+#include "Limits.h"
 #include "LogCapture.h"
 #include "MaskAddresses.h"
 #include "TempFolder.h"
@@ -61,28 +60,6 @@ class ToolsFolder : public testing::Test {
 
   const TempFolder folder{cheapBase()};
   const std::ptrdiff_t before = openDescriptors();
-};
-
-/// Lowers a resource limit (RLIMIT_...), for the object's life. Beyond a file size calls fail
-/// instead of ending the process.
-class Limit {
- public:
-  Limit(int resource, rlim_t most) : resource_(resource) {
-    ::getrlimit(resource_, &former_);
-    ::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{most, former_.rlim_max};
-    ::setrlimit(resource_, &limit);
-  }
-  Limit(const Limit&) = delete;
-  Limit& operator=(const Limit&) = delete;
-  ~Limit() {
-    ::setrlimit(resource_, &former_);
-    ::signal(SIGXFSZ, SIG_DFL);
-  }
-
- private:
-  int resource_;
-  rlimit former_{};
 };
 
 /// Runs `body` on a thread of its own with a stack of 64 KiB, to its end.
