@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -44,12 +45,16 @@ int execute(const char* command) noexcept {
   return std::system(command);
 }
 
-/// Runs `command` like system(), but does not take a momentary lack of processes or memory (-1) for
-/// an answer: an agent that is not started again is what must not happen.
+/// Whether system() found no shell, or the shell no command. A lack of processes or memory looks
+/// so, too: POSIX wants it told as a shell that ended with 127.
+bool neverRan(int r) noexcept { return r == -1 || (WIFEXITED(r) && WEXITSTATUS(r) == 127); }
+
+/// Runs `command` like system(), but does not take a momentary lack of processes or memory for an
+/// answer: an agent that is not started again is what must not happen.
 int systemPersistently(const char* command) noexcept {
   constexpr int kAttempts = 5;
   int r = execute(command);
-  for (int attempt = 1; r == -1 && attempt < kAttempts; ++attempt) {
+  for (int attempt = 1; neverRan(r) && attempt < kAttempts; ++attempt) {
     ::sleep(1);
     r = execute(command);
   }
