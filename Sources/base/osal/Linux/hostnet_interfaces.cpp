@@ -4,10 +4,10 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
+#include <string>
+#include <utility>
 
 #include "base/osal/Linux/keyfile.h"
 #include "base/osal/Linux/linkkind.h"
@@ -15,17 +15,25 @@
 
 namespace {
 
-HostInterfaceKind kindOf(const std::filesystem::path& folder) {
-  std::string type;
-  std::string deviceType;
-  keyfile_read((folder / "type").c_str(), type);
-  keyfile_value((folder / "uevent").c_str(), "DEVTYPE", deviceType);
-  return linkKind(static_cast<unsigned int>(std::strtoul(type.c_str(), nullptr, 10)), deviceType);
-}
-
 struct FreeAddresses {
   void operator()(struct ifaddrs* list) const noexcept { ::freeifaddrs(list); }
 };
+
+/// Calls `take` with the name and the link-layer address of each interface. Returns 0 or an errno
+/// value.
+template <typename Take>
+int forEachLink(Take take) {
+  struct ifaddrs* first = nullptr;
+  if (::getifaddrs(&first) != 0) return errno;
+  const std::unique_ptr<struct ifaddrs, FreeAddresses> list(first);
+  for (const struct ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
+    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_PACKET) continue;
+    struct sockaddr_ll link {};
+    std::memcpy(&link, entry->ifa_addr, sizeof link);
+    take(entry->ifa_name, link);
+  }
+  return 0;
+}
 
 }  // namespace
 
@@ -49,32 +57,26 @@ HostInterfaceKind linkKind(unsigned int hardwareType, std::string_view deviceTyp
 }
 
 int hostnet_interfaces(std::vector<HostInterface>& interfaces) {
-  std::error_code fault;
-  std::filesystem::directory_iterator folders("/sys/class/net", fault);
+  // Not by the folders of /sys, which may be those of another network namespace.
   std::vector<HostInterface> found;
-  for (const std::filesystem::directory_iterator none; !fault && folders != none;
-       folders.increment(fault)) {
-    found.push_back({folders->path().filename().string(), kindOf(folders->path())});
-  }
-  if (fault) return fault.value();
-  interfaces = std::move(found);
-  return 0;
+  const int error = forEachLink([&](const char* name, const struct sockaddr_ll& link) {
+    std::string deviceType;
+    keyfile_value((std::string("/sys/class/net/") + name + "/uevent").c_str(), "DEVTYPE",
+                  deviceType);
+    found.push_back({name, linkKind(link.sll_hatype, deviceType)});
+  });
+  if (error == 0) interfaces = std::move(found);
+  return error;
 }
 
 int hostnet_linkAddresses(std::vector<HostLinkAddress>& addresses) {
-  struct ifaddrs* first = nullptr;
-  if (::getifaddrs(&first) != 0) return errno;
-  const std::unique_ptr<struct ifaddrs, FreeAddresses> list(first);
   std::vector<HostLinkAddress> found;
-  for (const struct ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
-    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_PACKET) continue;
-    struct sockaddr_ll link {};
-    std::memcpy(&link, entry->ifa_addr, sizeof link);
-    HostLinkAddress address{entry->ifa_name, {}};
-    if (link.sll_halen != address.address.size()) continue;
+  const int error = forEachLink([&](const char* name, const struct sockaddr_ll& link) {
+    HostLinkAddress address{name, {}};
+    if (link.sll_halen != address.address.size()) return;
     std::memcpy(address.address.data(), link.sll_addr, address.address.size());
     found.push_back(address);
-  }
-  addresses = std::move(found);
-  return 0;
+  });
+  if (error == 0) addresses = std::move(found);
+  return error;
 }
