@@ -1,7 +1,8 @@
 #pragma once
 
 #include "osal/osal_dir.h"
-#include "tools/QDDirCallbacks.h"
+#include "tools/QDDirCallbacks.h"  // IWYU pragma: export
+#include "tools/QDDirRemoveCb.h"   // IWYU pragma: export
 #include "tools/QDMarkers.h"
 
 /// One open directory, and operations on directories by their paths. Failures are logged and

@@ -10,7 +10,6 @@
 #include "osal/osal_fs.h"
 #include "osal/osal_scoped.h"
 #include "tools/QDDir.h"
-#include "tools/QDDirRemoveCb.h"
 #include "tools/QDException.h"
 #include "tools/QDPathOps.h"
 
