@@ -81,9 +81,9 @@ FileQDLogCb::FileQDLogCb(const std::string& path, bool echo, bool shared)
 ScopedFd FileQDLogCb::openFile() const {
   ScopedFd file;
   if (_shared) {
-    osal_openOwnFile(_path.c_str(), OwnFileUse::Append, 0600, file);
+    osal_openOwnFile(_path.c_str(), OwnFileUse::Log, 0600, file);
   } else {
-    osal_openFixedFile(_path.c_str(), OwnFileUse::Append, 0666, file);
+    osal_openFixedFile(_path.c_str(), OwnFileUse::Log, 0666, file);
   }
   return file;
 }

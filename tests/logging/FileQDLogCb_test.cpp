@@ -100,6 +100,18 @@ TEST(FileQDLogCb, FollowsALinkOnlyInAFolderOfItsOwn) {
   }
 }
 
+TEST(FileQDLogCb, ALogThatTheGroupCouldWriteToIsKept) {
+  const TempFolder folder;
+  fs::permissions(folder.path(), fs::perms(0775));
+  const std::string path = folder / "agent.log";
+  std::ofstream(path) << "before\n";
+  fs::permissions(path, fs::perms(0664));
+  FileQDLogCb sink(path, false);
+  writeRecord(sink, "text");
+  EXPECT_EQ(fs::file_size(path), 7 + kFrame + 5);
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms(0644));
+}
+
 TEST(FileQDLogCb, BeginsALineAtTheLeftAlsoBehindOneThatWasCutOff) {
   const TempFolder folder;
   const std::string path = folder / "agent.log";

@@ -34,7 +34,8 @@ TEST_F(OwnFile, NeverTouchesWhatSomebodyPutInTheWay) {
                   },
                   0, 0}};
   for (const auto& [what, prepare, read, write] : kThings) {
-    for (const OwnFileUse use : {OwnFileUse::Read, OwnFileUse::Append, OwnFileUse::Overwrite}) {
+    for (const OwnFileUse use :
+         {OwnFileUse::Read, OwnFileUse::Append, OwnFileUse::Log, OwnFileUse::Overwrite}) {
       SCOPED_TRACE(text(what, ", use ", static_cast<int>(use)));
       fs::remove(path);
       prepare();

@@ -20,6 +20,7 @@ int accessFlags(OwnFileUse use) {
     case OwnFileUse::Read:
       return O_RDONLY;
     case OwnFileUse::Append:
+    case OwnFileUse::Log:
       return O_WRONLY | O_APPEND;
     case OwnFileUse::Overwrite:
       break;
@@ -27,11 +28,15 @@ int accessFlags(OwnFileUse use) {
   return O_RDWR;
 }
 
+constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
+
 /// What is only read may belong to anybody; what is written must be out of everybody else's reach.
+/// A log can be taken there: somebody who has it open already can do no more than forge lines.
 bool mayUse(const struct stat& info, OwnFileUse use) {
   if (!S_ISREG(info.st_mode)) return false;
-  return use == OwnFileUse::Read || (info.st_uid == ::geteuid() && info.st_nlink == 1 &&
-                                     (info.st_mode & (S_IWGRP | S_IWOTH)) == 0);
+  if (use == OwnFileUse::Read) return true;
+  if (info.st_uid != ::geteuid() || info.st_nlink != 1) return false;
+  return use == OwnFileUse::Log || (info.st_mode & kOthersWrite) == 0;
 }
 
 /// Empties the file and makes the descriptor an ordinary, waiting one.
@@ -62,7 +67,7 @@ int clearTheWay(int folder, const char* name, OwnFileUse use) {
 bool osal_folderIsShared(const char* folder) {
   struct stat info {};
   if (::stat(folder, &info) != 0) return true;
-  if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return true;
+  if ((info.st_mode & kOthersWrite) != 0) return true;
   return info.st_uid != 0 && info.st_uid != ::geteuid();
 }
 
@@ -78,6 +83,10 @@ int osal_openOwnFileAt(int folder, const char* name, OwnFileUse use, mode_t mode
       struct stat info {};
       if (::fstat(opened.get(), &info) != 0) return errno;
       if (mayUse(info, use)) {
+        // Where the file system has no permissions this is no reason to do without the log.
+        if (use == OwnFileUse::Log && (info.st_mode & kOthersWrite) != 0) {
+          ::fchmod(opened.get(), info.st_mode & 0755);
+        }
         error = prepare(opened.get(), use);
         if (error == 0) fd = std::move(opened);
         return error;

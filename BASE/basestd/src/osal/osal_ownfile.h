@@ -8,6 +8,7 @@
 enum class OwnFileUse {
   Read,       ///< read only, whoever owns the file; a missing file is not created
   Append,     ///< write at the end, created when missing
+  Log,        ///< as Append, but what the file holds is kept even if others could write to it
   Overwrite,  ///< read and write, emptied, created when missing
 };
 
@@ -19,7 +20,8 @@ bool osal_folderIsShared(const char* folder);
 ///
 /// It never follows a link, never waits for a FIFO, and never writes to a file that another user
 /// owns, that another user may write to or that has a second hard link: such a thing is unlinked
-/// where the folder allows it, and counts as missing. A new file is created exclusively with
+/// where the folder allows it, and counts as missing. Only a log that others may write to is kept,
+/// and taken out of their reach. A new file is created exclusively with
 /// permission bits `mode`. The descriptor is close-on-exec. Returns 0 with the file in `fd`, or an
 /// errno value.
 int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd);
