@@ -22,6 +22,7 @@ std::string localStamp() {
   char buffer[100];
   const std::time_t now = std::time(nullptr);
   std::tm local{};
+  ::tzset();  // which `localtime_r` alone need not do: the time zone setting may have changed
   if (::localtime_r(&now, &local) == nullptr) return {};
   return {buffer, std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local)};
 }

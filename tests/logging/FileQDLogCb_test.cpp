@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -110,6 +111,22 @@ TEST(FileQDLogCb, ALogThatTheGroupCouldWriteToIsKept) {
   writeRecord(sink, "text");
   EXPECT_EQ(fs::file_size(path), 7 + kFrame + 5);
   EXPECT_EQ(fs::status(path).permissions(), fs::perms(0644));
+}
+
+TEST(FileQDLogCb, FollowsTheTimeZoneSetting) {
+  const TempFolder folder;
+  const char* const before = std::getenv("TZ");
+  const std::string restored = before != nullptr ? before : "";
+  std::string hours;
+  for (const char* const zone : {"UTC0", "XXX-14"}) {
+    ::setenv("TZ", zone, 1);
+    const std::string path = folder / zone;
+    FileQDLogCb sink(path, false);
+    writeRecord(sink, "text");
+    hours += content(path).substr(12, 2);
+  }
+  EXPECT_NE(hours.substr(0, 2), hours.substr(2));
+  before != nullptr ? ::setenv("TZ", restored.c_str(), 1) : ::unsetenv("TZ");
 }
 
 TEST(FileQDLogCb, BeginsALineAtTheLeftAlsoBehindOneThatWasCutOff) {
