@@ -95,14 +95,14 @@ const char* tunableTypeName(QDTunableType type) {
 }  // namespace
 
 void QDLogBlob::print(std::ostringstream& out) const {
-  if (mode_ != kDump && mode_ != kString) return;
-  if (size_ == 0 || data_ == nullptr) {
+  if (mode != kDump && mode != kString) return;
+  if (size == 0 || data == nullptr) {
     out << "UNDEF";
     return;
   }
   useDumpDefaults(out);
   const FormatGuard guard(out);
-  if (mode_ == kDump) {
+  if (mode == kDump) {
     printDump(out);
   } else {
     printString(out);
@@ -110,18 +110,18 @@ void QDLogBlob::print(std::ostringstream& out) const {
 }
 
 void QDLogBlob::printDump(std::ostringstream& out) const {
-  const bool severalLines = size_ > kBytesPerLine;
+  const bool severalLines = size > kBytesPerLine;
   if (severalLines) out << '\n';
-  for (unsigned long long first = 0; first < size_; first += kBytesPerLine) {
+  for (unsigned long long first = 0; first < size; first += kBytesPerLine) {
     if (first > 0) out << '\n' << std::flush;
     printDumpLine(out, first);
   }
 }
 
 void QDLogBlob::printDumpLine(std::ostringstream& out, unsigned long long first) const {
-  const unsigned char* const bytes = data_ + offset_ + first;
+  const unsigned char* const bytes = data + offset + first;
   const auto count =
-      static_cast<std::size_t>(std::min<unsigned long long>(kBytesPerLine, size_ - first));
+      static_cast<std::size_t>(std::min<unsigned long long>(kBytesPerLine, size - first));
   out << std::hex << std::uppercase << std::setfill('0') << std::setw(4) << first << "   ";
   for (std::size_t i = 0; i < kBytesPerLine; ++i) {
     if (i < count) {
@@ -138,21 +138,21 @@ void QDLogBlob::printDumpLine(std::ostringstream& out, unsigned long long first)
 
 void QDLogBlob::printString(std::ostringstream& out) const {
   out << "0x" << std::hex << std::setfill('0');
-  for (unsigned long long i = 0; i < size_; ++i) {
-    out << std::setw(2) << static_cast<unsigned int>(data_[offset_ + i]);
+  for (unsigned long long i = 0; i < size; ++i) {
+    out << std::setw(2) << static_cast<unsigned int>(data[offset + i]);
   }
 }
 
 void QDLogHStr::print(std::ostringstream& out) const {
-  if (str_ == nullptr) {
+  if (str == nullptr) {
     out << "\"<null>\"";
     return;
   }
-  const char* const text = reinterpret_cast<const char*>(str_);
+  const char* const text = reinterpret_cast<const char*>(str);
   const std::size_t length = std::strlen(text);
-  if (length >= static_cast<unsigned long long>(head_) + tail_) {
-    out.write(text, head_) << "...";
-    out.write(text + length - tail_, tail_);
+  if (length >= static_cast<unsigned long long>(head) + tail) {
+    out.write(text, head) << "...";
+    out.write(text + length - tail, tail);
   } else {
     out << '"' << text << '"';
   }

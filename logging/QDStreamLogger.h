@@ -32,21 +32,21 @@ class QDLogBlob : public QDStreamLoggerImpl {
   static constexpr int kDump = 0;    ///< lines of 16 bytes in hexadecimal and ASCII
   static constexpr int kString = 1;  ///< "0x" and two lower-case digits a byte
 
-  /// Shows `size` bytes from `data + offset` on. Another `mode` than the two prints nothing.
-  QDLogBlob(const void* data, unsigned long long size, unsigned long long offset = 0,
-            int mode = kDump)
-      : data_(static_cast<const unsigned char*>(data)), size_(size), offset_(offset), mode_(mode) {}
+  /// Shows `count` bytes from `bytes + from` on. Another mode than the two prints nothing.
+  QDLogBlob(const void* bytes, unsigned long long count, unsigned long long from = 0,
+            int how = kDump)
+      : data(static_cast<const unsigned char*>(bytes)), size(count), offset(from), mode(how) {}
   void print(std::ostringstream& out) const override;
+
+  const unsigned char* data;
+  unsigned long long size;    ///< bytes to show
+  unsigned long long offset;  ///< of the first of them
+  int mode;
 
  private:
   void printDump(std::ostringstream& out) const;
   void printDumpLine(std::ostringstream& out, unsigned long long first) const;
   void printString(std::ostringstream& out) const;
-
-  const unsigned char* data_;
-  unsigned long long size_;
-  unsigned long long offset_;
-  int mode_;
 };
 
 /// A string that is abbreviated when it is long: `head` characters, "..." and `tail` characters
@@ -54,14 +54,13 @@ class QDLogBlob : public QDStreamLoggerImpl {
 /// caller's.
 class QDLogHStr : public QDStreamLoggerImpl {
  public:
-  QDLogHStr(const unsigned char* str, unsigned int head, unsigned int tail)
-      : str_(str), head_(head), tail_(tail) {}
+  QDLogHStr(const unsigned char* text, unsigned int first, unsigned int last)
+      : str(text), head(first), tail(last) {}
   void print(std::ostringstream& out) const override;
 
- private:
-  const unsigned char* str_;
-  unsigned int head_;
-  unsigned int tail_;
+  const unsigned char* str;
+  unsigned int head;  ///< characters
+  unsigned int tail;
 };
 
 /// A list of strings, joined by `separator`. Array and strings stay the caller's.
