@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -115,6 +116,9 @@ void FileQDLogCb::rollLogFiles() {
   const bool renamed = std::rename(_path.c_str(), qdLogBackupName(_path).c_str()) == 0;
   _file = openFile();  // without memory for it the former one stays in use
   _torn = false;
+  _rollAbove = kMaxFileSize;
   // A backup name that is taken for good must not cost a roll with every line.
-  _rollAbove = renamed || !_file ? kMaxFileSize : regularSize(_file.get()) + kRetryRollAfter;
+  if (!renamed && _file) {
+    _rollAbove = std::max(_rollAbove, regularSize(_file.get()) + kRetryRollAfter);
+  }
 }

@@ -77,6 +77,19 @@ TEST(FileQDLogCb, RollsWhenALineWouldCrossTheLimit) {
   EXPECT_EQ(fs::file_size(path), 5242880 + 2 * (kFrame + 4));
 }
 
+TEST(FileQDLogCb, ALogThatSomebodyRemovedGrowsToTheLimitAgain) {
+  const TempFolder folder;
+  const std::string path = folder / "agent_upd.log";
+  writeFile(path, std::string(5242880, 'x'));
+  FileQDLogCb sink(path, false);
+  fs::remove(path);
+  writeRecord(sink, "one");
+  fs::resize_file(path, 5242880 - kFrame - 3);
+  writeRecord(sink, "two");
+  EXPECT_FALSE(fs::exists(folder / "agent_upd.bak"));
+  EXPECT_EQ(fs::file_size(path), 5242881U);
+}
+
 TEST(FileQDLogCb, FollowsALinkOnlyInAFolderOfItsOwn) {
   const struct {
     bool shared;
@@ -105,7 +118,7 @@ TEST(FileQDLogCb, ALogThatTheGroupCouldWriteToIsKept) {
   const TempFolder folder;
   fs::permissions(folder.path(), fs::perms(0775));
   const std::string path = folder / "agent.log";
-  std::ofstream(path) << "before\n";
+  writeFile(path, "before\n");
   fs::permissions(path, fs::perms(0664));
   FileQDLogCb sink(path, false);
   writeRecord(sink, "text");
