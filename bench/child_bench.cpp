@@ -8,7 +8,7 @@
 #include <cstdio>
 
 #include "Updater/utilsExec.h"
-#include "bench/measure.h"
+#include "measure.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <array>
 #include <random>
 
-#include "bench/measure.h"
+#include "measure.h"
 #include "osal/osal_scoped.h"
 #include "tools/QDFile.h"
 #include "tools/QDHash.h"

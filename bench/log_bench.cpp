@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <ctime>
 
-#include "bench/measure.h"
 #include "logging/FileQDLogCb.h"
+#include "measure.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <mutex>
 #include <thread>
 
-#include "bench/measure.h"
+#include "measure.h"
 #include "osal/osal_threads.h"
 
 namespace {

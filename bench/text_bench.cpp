@@ -9,7 +9,7 @@
 #include <random>
 #include <string_view>
 
-#include "bench/measure.h"
+#include "measure.h"
 #include "tools/QDSys.h"
 
 namespace {

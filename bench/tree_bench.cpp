@@ -7,7 +7,7 @@
 
 #include <array>
 
-#include "bench/measure.h"
+#include "measure.h"
 #include "osal/osal_scoped.h"
 #include "tools/QDDir.h"
 
