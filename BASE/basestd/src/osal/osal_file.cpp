@@ -266,9 +266,13 @@ int OSAL_File::openUnbuffered(const unsigned char* path, QDOpenMode mode, unsign
     }
   }
   if ((options & OSAL_OPEN_LOCK) == 0) return 0;
-  return lock(path, (options & OSAL_OPEN_WAIT) != 0, silent);
+  const int result = lock(path, (options & OSAL_OPEN_WAIT) != 0, silent);
+  // What this call alone has made does not stay behind when the call fails.
+  if (result != 0 && mode == QD_OPENMODE_RWNOTEXISTING) ::unlink(chars(path));
+  return result;
 }
 
+/// Closes the file when it can't be locked.
 int OSAL_File::lock(const unsigned char* path, bool wait, bool silent) {
   if (::flock(fd, wait ? LOCK_EX : LOCK_EX | LOCK_NB) == 0) {
     if (!silent) {

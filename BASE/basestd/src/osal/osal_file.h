@@ -31,17 +31,14 @@ class OSAL_File : private qd_no_duplic {
   ///
   /// Nothing is emptied, except by OSAL_OPEN_BUFFERED in the modes that create: there, stdio's "w"
   /// empties an existing file, also with QD_OPENMODE_RWNOTEXISTING, and new files get 0666. An
-  /// object that is open already stays as it is.
+  /// object that is open already stays as it is. A new file whose lock is refused is removed again
+  /// with QD_OPENMODE_RWNOTEXISTING.
   int open(const unsigned char* path, QDOpenMode mode, unsigned short options, bool silent);
 
   /// Opens the file at `path` to write it anew, for a fixed name in a folder that other users may
   /// write to: by the rules of `osal_openOwnFile`, and the folder itself may not be a link either.
   /// What the file held is gone, a new one gets 0777 before the umask.
   int openOwn(const unsigned char* path, bool silent);
-
-  /// Locks the open file exclusively, as OSAL_OPEN_LOCK and, with `wait`, OSAL_OPEN_WAIT do; `path`
-  /// is for the messages. Closes the file when it cannot be locked.
-  int lock(const unsigned char* path, bool wait, bool silent);
 
   /// Reads at most `*len` bytes; `*len` becomes the number of bytes delivered, which may be smaller
   /// and is 0 at the end of the file. After a failure it is unchanged.
@@ -77,6 +74,7 @@ class OSAL_File : private qd_no_duplic {
   int openBuffered(const unsigned char* path, QDOpenMode mode, bool silent);
   int openUnbuffered(const unsigned char* path, QDOpenMode mode, unsigned short options,
                      bool silent);
+  int lock(const unsigned char* path, bool wait, bool silent);
   int writeBuffered(const void* data, unsigned int len);
   int flush();
 

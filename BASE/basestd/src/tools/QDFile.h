@@ -84,7 +84,6 @@ class QDFile : private qd_no_duplic {
 
  private:
   void requireOpen(const char* operation) const;
-  void createLocked(const unsigned char* path);
   void takePermissions(unsigned int bits, const unsigned char* path);
   void takeContent(QDFile& source);
   void takeBack(const unsigned char* path, const std::string& backup);

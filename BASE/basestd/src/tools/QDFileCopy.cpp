@@ -66,7 +66,7 @@ void QDFile::copy(const unsigned char* src, const unsigned char* dst, bool keepB
 
     QDFile target;
     try {
-      target.createLocked(dst);
+      target.open(dst, QD_OPENMODE_RWNOTEXISTING, OSAL_OPEN_LOCK);
       target.takePermissions(info.st_mode & kPermissions, dst);
       target.takeContent(source);
     } catch (...) {
@@ -76,12 +76,6 @@ void QDFile::copy(const unsigned char* src, const unsigned char* dst, bool keepB
     target.close();
     source.close();
   });
-}
-
-/// In two steps, so that `opened` tells that there is a new file also when its lock is refused.
-void QDFile::createLocked(const unsigned char* path) {
-  open(path, QD_OPENMODE_RWNOTEXISTING, 0);
-  if (file.lock(path, false, false) != 0) QD_THROW_ERROR("Cannot open file " << QDLogPath(path));
 }
 
 /// Before the content, which may not be for everybody. A file system without permissions is no
