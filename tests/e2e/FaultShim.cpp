@@ -39,14 +39,6 @@ Function* next(const char* name) {
 
 bool curlFails() { return armed && ++curlCalls == curlFailsAt; }
 
-bool memoryFails() {
-  if (!armed || ++allocations < memoryFailsAt || allocations >= memoryFailsAt + memoryFailures) {
-    return false;
-  }
-  errno = ENOMEM;
-  return true;
-}
-
 long offset() {
   if (armed && ++readings == clockJumpsAt) clockOffset += clockJump;
   return armed ? clockOffset : 0;
@@ -100,16 +92,6 @@ CURLcode curl_easy_getinfo(CURL* handle, CURLINFO info, ...) {
   return next<CURLcode(CURL*, CURLINFO, ...)>("curl_easy_getinfo")(handle, info, value);
 }
 
-#if !defined(__SANITIZE_ADDRESS__)  // which has an allocator of its own
-void* malloc(std::size_t size) { return memoryFails() ? nullptr : __libc_malloc(size); }
-void* calloc(std::size_t count, std::size_t size) {
-  return memoryFails() ? nullptr : __libc_calloc(count, size);
-}
-void* realloc(void* block, std::size_t size) {
-  return memoryFails() ? nullptr : __libc_realloc(block, size);
-}
-#endif
-
 int clock_gettime(clockid_t clock, timespec* time) {
   const int result = next<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
   if (clock == CLOCK_REALTIME) time->tv_sec += offset();
@@ -124,3 +106,23 @@ std::time_t time(std::time_t* result) {
 }
 
 }  // extern "C"
+
+#if !defined(__SANITIZE_ADDRESS__)  // which has an allocator of its own
+static bool memoryFails() {
+  if (!armed || ++allocations < memoryFailsAt || allocations >= memoryFailsAt + memoryFailures) {
+    return false;
+  }
+  errno = ENOMEM;
+  return true;
+}
+
+extern "C" {
+void* malloc(std::size_t size) { return memoryFails() ? nullptr : __libc_malloc(size); }
+void* calloc(std::size_t count, std::size_t size) {
+  return memoryFails() ? nullptr : __libc_calloc(count, size);
+}
+void* realloc(void* block, std::size_t size) {
+  return memoryFails() ? nullptr : __libc_realloc(block, size);
+}
+}  // extern "C"
+#endif
