@@ -64,11 +64,10 @@ void QDLog::_init() {
   for (auto& level : _levels) level.store(kDefaultLevel, std::memory_order_relaxed);
 }
 
-QDLog* QDLog::getLogger() {
-  QDLog* logger = _singleton.load(std::memory_order_acquire);
-  if (logger != nullptr || !QDSingletonMutex::ready) return logger;
+QDLog* QDLog::createLogger() {
+  if (!QDSingletonMutex::ready) return nullptr;
   const std::lock_guard guard(QDSingletonMutex::_mutex);
-  logger = _singleton.load(std::memory_order_acquire);
+  QDLog* logger = _singleton.load(std::memory_order_acquire);
   if (logger == nullptr) {
     logger = new (std::nothrow) QDLog;
     _singleton.store(logger, std::memory_order_release);

@@ -84,7 +84,10 @@ class QDLog : private qd_no_duplic {
 
   /// The logger, created on first use; null when there is none and none can be created: there is no
   /// memory for it, or the process is ending.
-  static QDLog* getLogger();
+  static QDLog* getLogger() {
+    QDLog* const logger = _singleton.load(std::memory_order_acquire);
+    return logger != nullptr ? logger : createLogger();
+  }
 
   /// Deletes the logger, but no sink. For the end of a process that checks for leaks.
   static void destroyLogger();
@@ -120,6 +123,7 @@ class QDLog : private qd_no_duplic {
  private:
   static constexpr int kDefaultLevel = 2;
 
+  static QDLog* createLogger();
   void _init();
   void applyLevels(const char* config);
 

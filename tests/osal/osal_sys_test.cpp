@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -74,6 +75,22 @@ TEST(OsalMemory, SumsWhatIsSharedWithNobody) {
   EXPECT_EQ(osal_privateBytes({{1000, Other, 1, 5}}, 4096), 0U);
   EXPECT_EQ(osal_privateBytes({{1ULL << 40, Private, 9, 1}, {7, Private, 1, 0}}, 4096),
             (1ULL << 40) + 7);
+}
+
+TEST(OsalProcess, AForkedChildHasIdsOfItsOwn) {
+  unsigned int parent = 0;
+  osal_getPid(&parent);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    unsigned int pid = 0;
+    unsigned long long thread = 0;
+    osal_getPid(&pid);
+    osal_getThreadID(&thread);
+    ::_exit(pid == static_cast<unsigned int>(::getpid()) && thread != parent ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(OsalProcess, TellsAndNamesTheCallingThread) {

@@ -3,25 +3,52 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstring>
 
 #if !defined(__APPLE__)
 #include <sys/syscall.h>
 #endif
 
+namespace {
+
+struct Ids {
+  unsigned int process;
+  unsigned long long thread;  // 0 before the system was asked
+};
+
+Ids askSystem() {
+  const auto process = static_cast<unsigned int>(::getpid());
+#if defined(__APPLE__)
+  std::uint64_t thread = 0;
+  if (pthread_threadid_np(nullptr, &thread) == 0) return {process, thread};
+  return {process, reinterpret_cast<unsigned long long>(pthread_self())};
+#else
+  return {process, static_cast<unsigned long long>(::syscall(SYS_gettid))};
+#endif
+}
+
+/// What the system answered this thread. Every log record takes both ids, and asking for them
+/// costs as much as writing it.
+thread_local Ids ids{};
+
+/// The child of a fork has new ids. Where that cannot be noticed, the system is always asked.
+const bool forksAreNoticed = pthread_atfork(nullptr, nullptr, [] { ids = {}; }) == 0;
+
+Ids ownIds() {
+  if (ids.thread == 0 || !forksAreNoticed) ids = askSystem();
+  return ids;
+}
+
+}  // namespace
+
 int osal_getPid(unsigned int* pid) {
-  if (pid != nullptr) *pid = static_cast<unsigned int>(::getpid());
+  if (pid != nullptr) *pid = ownIds().process;
   return 0;
 }
 
 int osal_getThreadID(unsigned long long* id) {
-  if (id == nullptr) return 0;
-#if defined(__APPLE__)
-  if (pthread_threadid_np(nullptr, id) == 0) return 0;
-  *id = reinterpret_cast<unsigned long long>(pthread_self());
-#else
-  *id = static_cast<unsigned long long>(::syscall(SYS_gettid));
-#endif
+  if (id != nullptr) *id = ownIds().thread;
   return 0;
 }
 

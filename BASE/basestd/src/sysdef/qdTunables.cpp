@@ -1,11 +1,15 @@
 #include "sysdef/qdTunables.h"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
 #include <limits>
-#include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "sysdef/qdTunableTypes.h"
@@ -19,16 +23,17 @@ constexpr unsigned int kMaxValue = qdtunable::kMaxValue;
 
 /// The first value that a text has for each key of a table. Other keys are not kept, so that a text
 /// full of them costs no memory.
-using Values = std::map<std::string_view, std::optional<std::string>>;
+using Values = std::unordered_map<std::string_view, std::optional<std::string>>;
 
 /// A text between double quotes.
 struct Quoted {
-  const char* text;
-  explicit Quoted(const std::string& string) : text(string.c_str()) {}
+  std::string_view text;
 };
 
 QDStreamLogger& operator<<(QDStreamLogger& out, const Quoted& quoted) {
-  return out << '"' << quoted.text << '"';
+  out << '"';
+  out.write(quoted.text.data(), static_cast<std::streamsize>(quoted.text.size()));
+  return out << '"';
 }
 
 /// How every message about the value of one record starts.
@@ -42,91 +47,99 @@ QDStreamLogger& operator<<(QDStreamLogger& out, const About& about) {
 
 // --- Reading the text ----------------------------------------------------------------------------
 
-bool isLineEnd(unsigned char c) { return c == '\n' || c == '\r'; }
-
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-bool isKeyCharacter(unsigned char c) {
-  return (c >= 'A' && c <= 'Z') || isDigit(static_cast<char>(c)) || c == '_';
-}
-
-bool isValueCharacter(unsigned char c) { return c != '\0' && !isLineEnd(c); }
+constexpr auto kIsKeyCharacter = [] {
+  std::array<bool, 256> is{};
+  for (unsigned char c = 'A'; c <= 'Z'; ++c) is[c] = true;
+  for (unsigned char c = '0'; c <= '9'; ++c) is[c] = true;
+  is['_'] = true;
+  return is;
+}();
 
 const unsigned char* skipSpaces(const unsigned char* at) {
   while (*at == ' ') ++at;
   return at;
 }
 
-/// The start of the next line that is not empty, or the end of the text.
-const unsigned char* skipLine(const unsigned char* at) {
-  while (isValueCharacter(*at)) ++at;
-  while (isLineEnd(*at)) ++at;
+const unsigned char* skipLineEnds(const unsigned char* at) {
+  while (*at == '\n' || *at == '\r') ++at;
   return at;
 }
 
-/// How many characters from `at` on belong to its run; looks at no more than `limit`.
-unsigned int runLength(const unsigned char* at, bool (*belongs)(unsigned char),
-                       unsigned int limit) {
+/// The end of the line at `at`, which the end of the text is, too.
+const unsigned char* endOfLine(const unsigned char* at) {
+  return at + std::strcspn(reinterpret_cast<const char*>(at), "\r\n");
+}
+
+/// How many characters of a key are at `at`; looks at no more than one too many.
+unsigned int keyLengthAt(const unsigned char* at) {
   unsigned int length = 0;
-  while (length < limit && belongs(at[length])) ++length;
+  while (length <= kMaxKey && kIsKeyCharacter[at[length]]) ++length;
   return length;
 }
 
-/// The `length` characters at `at`; nothing, after logging, when the copy is refused.
-std::optional<std::string> copied(const unsigned char* at, unsigned int length, const char* what) {
+/// Copies the `length` characters at `at`. Returns false, after logging, when that is refused.
+bool copy(void* to, const unsigned char* at, unsigned int length, const char* what) {
   try {
-    std::string copy(length, '\0');
-    QDSys::memcpy(copy.data(), at, length);
-    return copy;
+    QDSys::memcpy(to, at, length);
+    return true;
   } catch (const QDException& e) {
     qdTraceException(e, "ECSP");
     QDLOG(PRFS, ERR, "Tunables - cannot read " << what << " -> skip line");
-    return std::nullopt;
+    return false;
   }
 }
 
-/// Keeps the value of one line, if it holds a pair and its key is wanted and new.
-void readLine(const unsigned char* at, Values& values) {
+/// Keeps the value of the line from `at` to `end`, if it holds a pair and its key is wanted and
+/// new.
+void readLine(const unsigned char* at, const unsigned char* end, Values& values) {
   at = skipSpaces(at);
   if (at[0] == '/' && at[1] == '/') {
     QDLOG(PRFS, INF, "Tunables - // comment found -> skip line");
     return;
   }
-  const unsigned int keyLength = runLength(at, isKeyCharacter, kMaxKey + 1);
+  const unsigned int keyLength = keyLengthAt(at);
   if (keyLength == 0 || keyLength > kMaxKey) {
     QDLOG(PRFS, ERR, "Tunables - bad read name -> skip line : " << QDLogBlob(at, keyLength));
     return;
   }
-  const std::optional<std::string> key = copied(at, keyLength, "name");
-  if (!key) return;
+  std::array<char, kMaxKey> name;
+  if (!copy(name.data(), at, keyLength, "name")) return;
+  const std::string_view key(name.data(), keyLength);
 
   at = skipSpaces(at + keyLength);
   if (*at != '=') {
     QDLOG(PRFS, ERR,
           "Tunables - cannot find '=' ('0x" << QDStreamLogger::Hex << static_cast<unsigned int>(*at)
-                                            << QDStreamLogger::Dec
-                                            << "') for key = " << Quoted(*key) << " -> skip line");
+                                            << QDStreamLogger::Dec << "') for key = " << Quoted{key}
+                                            << " -> skip line");
     return;
   }
   at = skipSpaces(at + 1);
-  const unsigned int valueLength = runLength(at, isValueCharacter, kMaxValue + 1);
+  const auto valueLength =
+      static_cast<unsigned int>(std::min<std::ptrdiff_t>(end - at, kMaxValue + 1));
   if (valueLength > kMaxValue) {
     QDLOG(PRFS, ERR,
           "Tunables - read value too long -> skip line : " << QDLogBlob(at, valueLength));
     return;
   }
-  std::optional<std::string> value = copied(at, valueLength, "value");
-  if (!value) return;
-  QDLOG(PRFS, DBG, "Tunables - value found for key = " << Quoted(*key) << " -> " << Quoted(*value));
-  const auto wanted = values.find(*key);
-  if (wanted != values.end() && !wanted->second) wanted->second = std::move(value);
+  QDLOG(PRFS, DBG,
+        "Tunables - value found for key = "
+            << Quoted{key} << " -> " << Quoted{{reinterpret_cast<const char*>(at), valueLength}});
+  const auto wanted = values.find(key);
+  if (wanted == values.end() || wanted->second) return;
+  std::string value(valueLength, '\0');
+  if (copy(value.data(), at, valueLength, "value")) wanted->second = std::move(value);
 }
 
 Values readValues(const unsigned char* text, std::span<const QDTunablesS> table) {
   Values values;
   for (const QDTunablesS& record : table) values.try_emplace(record.name);
-  for (const unsigned char* line = text; *line != '\0'; line = skipLine(line)) {
-    readLine(line, values);
+  for (const unsigned char* line = text; *line != '\0';) {
+    const unsigned char* const end = endOfLine(line);
+    readLine(line, end, values);
+    line = skipLineEnds(end);
   }
   return values;
 }
@@ -141,7 +154,7 @@ std::uint64_t readNumber(const QDTunablesS& record, const std::string& value) {
     if (!isDigit(c)) break;
     if (number >= kRoomForADigit) {
       QDLOG(PRFS, ERR,
-            About{record} << "Value too big for u64 (" << Quoted(value) << ") ; truncate to "
+            About{record} << "Value too big for u64 (" << Quoted{value} << ") ; truncate to "
                           << number);
       break;
     }
@@ -186,7 +199,7 @@ void applyU64(const QDTunablesS& record, const std::string& value) {
 void applyBool(const QDTunablesS& record, const std::string& value) {
   if (value != "true" && value != "false") {
     QDLOG(PRFS, ERR,
-          About{record} << "Value (BOOL) cannot be updated (bad value) : " << Quoted(value));
+          About{record} << "Value (BOOL) cannot be updated (bad value) : " << Quoted{value});
     return;
   }
   const bool on = value == "true";
@@ -199,12 +212,12 @@ void applyStr(const QDTunablesS& record, const std::string& value) {
     QDSys::strncpy(static_cast<unsigned char*>(record.value),
                    reinterpret_cast<const unsigned char*>(value.c_str()), sizeof(qdtunable::STR),
                    true);
-    QDLOG(PRFS, INF, About{record} << "Value (STR) updated to : " << Quoted(value));
+    QDLOG(PRFS, INF, About{record} << "Value (STR) updated to : " << Quoted{value});
   } catch (const QDException& e) {
     qdTraceException(e, "ECSP");
     QDLOG(PRFS, ERR,
           About{record} << "Error updating with string (inconsistant truncated value) : "
-                        << Quoted(value));
+                        << Quoted{value});
   }
 }
 
