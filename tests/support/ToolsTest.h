@@ -9,7 +9,6 @@
 #include "Files.h"
 #include "Limits.h"
 #include "LogCapture.h"
-#include "MaskAddresses.h"
 #include "TempFolder.h"
 #include "tools/QDException.h"
 
