@@ -6,14 +6,25 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include "Files.h"
 #include "Said.h"
 #include "TempFolder.h"
-#include "Text.h"
 
 namespace fs = std::filesystem;
+
+/// Its arguments, streamed one after the other.
+template <typename... Parts>
+std::string text(const Parts&... parts) {
+  std::ostringstream out;
+  (out << ... << parts);
+  return out.str();
+}
+
+/// A system error code as messages show it.
+inline std::string code(int error) { return '(' + std::to_string(error) + ')'; }
 
 /// A fresh folder, "~" in records, and the rule that no descriptor stays open. "(fd)" in records is
 /// the descriptor that the next opened file gets.

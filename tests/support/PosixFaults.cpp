@@ -1,10 +1,8 @@
 #include "PosixFaults.h"
 
 #include <pthread.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 
-#include <cerrno>
 #include <cstddef>
 #include <new>
 #include <optional>
@@ -23,12 +21,6 @@ struct Armed {
 thread_local Armed armed;
 thread_local std::optional<timeval> fakeTime;
 thread_local std::size_t stackSize = 0;
-
-struct FileSize {
-  off_t size;
-  blkcnt_t blocks;
-};
-thread_local std::optional<FileSize> fakeFileSize;
 
 /// The code that this call of `function` has to report; 0: it is a call like any other.
 int faultOf(std::string_view function) {
@@ -53,12 +45,6 @@ std::size_t takeAskedStackSize() { return std::exchange(stackSize, 0); }
 FakeClock::FakeClock(long seconds, long micros) { fakeTime = timeval{seconds, micros}; }
 
 FakeClock::~FakeClock() { fakeTime.reset(); }
-
-FakeFileSize::FakeFileSize(long long size, long long blocks) {
-  fakeFileSize = FileSize{size, blocks};
-}
-
-FakeFileSize::~FakeFileSize() { fakeFileSize.reset(); }
 
 // A function that fails instead of doing its work, and one that fails after it.
 #define FAILS_INSTEAD(name, parameters, arguments)               \
@@ -123,30 +109,6 @@ int __wrap_gettimeofday(timeval* now, void* zone) {
   if (!fakeTime) return __real_gettimeofday(now, zone);
   *now = *fakeTime;
   return 0;
-}
-
-int __real_close(int fd);
-int __wrap_close(int fd) {
-  const int fault = faultOf("close");
-  const int result = __real_close(fd);
-  if (fault == 0) return result;
-  errno = fault;
-  return -1;
-}
-
-// The name that the C library gives to the fstat of 64-bit file sizes.
-int __real_fstat64(int fd, struct stat* info);
-int __wrap_fstat64(int fd, struct stat* info) {
-  if (const int fault = faultOf("fstat"); fault != 0) {
-    errno = fault;
-    return -1;
-  }
-  const int result = __real_fstat64(fd, info);
-  if (fakeFileSize) {
-    info->st_size = fakeFileSize->size;
-    info->st_blocks = fakeFileSize->blocks;
-  }
-  return result;
 }
 
 }  // extern "C"

@@ -6,7 +6,7 @@
 /// Makes one call of a POSIX function on this thread fail with `code`: the next one, or the one
 /// after `skip` more. Afterwards, and after the object's end, all calls succeed again.
 ///
-/// Functions that end something (unlock, destroy, detach, close) do their work all the same and
+/// Functions that end something (unlock, destroy, detach) do their work all the same and
 /// only report the failure; "operator new" and "operator new[]" throw. For programs linked with
 /// `qd_posix_faults`, which lists the functions.
 class PosixFault {
@@ -27,15 +27,6 @@ class FakeClock {
   FakeClock(const FakeClock&) = delete;
   FakeClock& operator=(const FakeClock&) = delete;
   ~FakeClock();
-};
-
-/// Makes `fstat` tell this size and these blocks on this thread for the object's life.
-class FakeFileSize {
- public:
-  FakeFileSize(long long size, long long blocks);
-  FakeFileSize(const FakeFileSize&) = delete;
-  FakeFileSize& operator=(const FakeFileSize&) = delete;
-  ~FakeFileSize();
 };
 
 /// The stack size, in bytes, that this thread asked for a new thread since the last call; 0 when it

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 
-#include "PosixFaults.h"
 #include "Said.h"
 #include "sysdef/qdTunableTypes.h"
 
@@ -18,15 +17,13 @@ struct Table {
   std::uint32_t wide = 5;
   std::uint64_t big = 16;
   qdtunable::STR server = "old";
-  static constexpr unsigned int kCount = 8;
+  static constexpr unsigned int kCount = 6;
   const QDTunablesS records[kCount] = {{0, 99, QD_TUNABLE_TYPE_U32, &mode, "QD_SERVER_MODE"},
                                        {1, 65535, QD_TUNABLE_TYPE_U32, &port, "QD_HTTP_PORT"},
                                        {0, UINT64_MAX, QD_TUNABLE_TYPE_U32, &wide, "QD_WIDE"},
                                        {10, UINT64_MAX, QD_TUNABLE_TYPE_U64, &big, "QD_BIG"},
                                        {0, 0, QD_TUNABLE_TYPE_BOOL, &flag, "QD_FLAG"},
-                                       {0, 0, QD_TUNABLE_TYPE_STR, &server, "QD_FESERVER"},
-                                       {0, 0, QD_TUNABLE_TYPE_UNDEF, nullptr, "QD_UNDEF"},
-                                       {0, 0, static_cast<QDTunableType>(9), nullptr, "QD_NINE"}};
+                                       {0, 0, QD_TUNABLE_TYPE_STR, &server, "QD_FESERVER"}};
 
   /// What is not as it was.
   [[nodiscard]] std::string changes() const {
@@ -63,43 +60,28 @@ TEST(QDTunables, ReadsAPairFromEachLine) {
     dump += "\n00" + std::to_string(row) +
             "0   4B 4B 4B 4B 4B 4B 4B 4B 4B 4B 4B 4B 4B 4B 4B 4B    KKKKKKKKKKKKKKKK";
   }
+  dump += "\n0040   4B                                                 K";
   const std::pair<std::string, std::string> kCases[] = {
-      {"", ""},
-      {"KEY=1", found + R"("KEY" -> "1")"},
       {"KEY=1\r\n\r\n\n", found + R"("KEY" -> "1")"},
       {"  KEY  =  a b  ", found + R"("KEY" -> "a b  ")"},
-      {"KEY=   \n", found + R"("KEY" -> "")"},
       {"KEY==1=", found + R"("KEY" -> "=1=")"},
-      {"KEY=\t1 // no comment", found + "\"KEY\" -> \"\t1 // no comment\""},
-      {"_0Z=\xC3\xA9", found + "\"_0Z\" -> \"\xC3\xA9\""},
       {std::string(64, 'K') + "=1", found + "\"" + std::string(64, 'K') + "\" -> \"1\""},
-      {std::string(65, 'K') + "=1",
-       badName + dump + "\n0040   4B                                                 K"},
+      {std::string(65, 'K') + "=1", badName + dump},
+      {std::string(66, 'K') + "=1", badName + dump},  // of which 65 are looked at
       {"KEY=" + longest, found + "\"KEY\" -> \"" + longest + "\""},
-      {"  //\n\n//", comment + " | " + comment},
-      {"#comment", badName + "UNDEF"},
-      {"/ comment", badName + "UNDEF"},
+      {"  //\n", comment},
       {"qd_http_port=1", badName + "UNDEF"},
-      {"=1", badName + "UNDEF"},
-      {"\tKEY=1", badName + "UNDEF"},
-      {"   \n", badName + "UNDEF"},
       {"\nKEY=1", badName + "UNDEF | " + found + R"("KEY" -> "1")"},
-      {"KEY: 1", noEquals + "3a') for key = \"KEY\" -> skip line"},
       {"KEY", noEquals + "0') for key = \"KEY\" -> skip line"},
       {"KEY  \n=1", noEquals + "a') for key = \"KEY\" -> skip line | " + badName + "UNDEF"},
-      {"KEY\xFF=1", noEquals + "ff') for key = \"KEY\" -> skip line"},
   };
   for (const auto& [text, said] : kCases) {
     SCOPED_TRACE(text.substr(0, 80));
     EXPECT_EQ(outcome(text, 5).first, said);
   }
-  for (const std::size_t length : {8193U, 20'000U}) {
-    const auto [said, changes] =
-        outcome("QD_FESERVER=" + std::string(length, 'v') + "\nQD_FLAG=true", 3);
-    EXPECT_TRUE(said.starts_with("ERR T: read value too long -> skip line : \n0000   76 76"));
-    EXPECT_TRUE(said.ends_with("\n2000   76                                                 v"));
-    EXPECT_EQ(changes, "flag 1 ") << "the next line counts";
-  }
+  const auto [said, changes] = outcome("QD_FESERVER=" + longest + "v\nQD_FLAG=true", 3);
+  EXPECT_TRUE(said.starts_with("ERR T: read value too long -> skip line : \n0000   76 76"));
+  EXPECT_EQ(changes, "flag 1 ") << "the next line counts";
 }
 
 TEST(QDTunables, EveryLineEndGivesTheSame) {
@@ -138,47 +120,25 @@ TEST(QDTunables, AppliesValues) {
   } kCases[] = {
       {"QD_HTTP_PORT=8080 # note", port + "8080", "port 8080 "},
       {"QD_HTTP_PORT=0012abc", port + "12", "port 12 "},
-      {"QD_HTTP_PORT=1", port + "1", "port 1 "},
       {"QD_HTTP_PORT=0", low + port + "1", "port 1 "},
-      {"QD_HTTP_PORT=", low + port + "1", "port 1 "},
-      {"QD_HTTP_PORT=abc", low + port + "1", "port 1 "},
-      {"QD_HTTP_PORT=+5", low + port + "1", "port 1 "},
-      {"QD_HTTP_PORT=-5", low + port + "1", "port 1 "},
-      {"QD_HTTP_PORT=65535", port + "65535", "port 65535 "},
       {"QD_HTTP_PORT=4294967297",
        "WRN T: \"QD_HTTP_PORT\" " + big("65535", "4294967297") + " | " + port + "65535",
        "port 65535 "},
-      {"QD_SERVER_MODE=99", mode + "99", "mode 99 "},
       {"QD_SERVER_MODE=100", "WRN T: \"QD_SERVER_MODE\" " + big("99", "100") + " | " + mode + "99",
        "mode 99 "},
-      {"QD_WIDE=4294967295", wide + "4294967295", "wide 4294967295 "},
       {"QD_WIDE=4294967296",
        "ERR T: \"QD_WIDE\" -> Value too big for u32 (4294967296) ; set to max u32 | " + wide +
            "4294967295",
        "wide 4294967295 "},
-      {"QD_BIG=10", large + "10", "big 10 "},
       // One digit more fits as long as the number before it is below 2^60.
       {"QD_BIG=11529215046068469759", large + "11529215046068469759", "big 11529215046068469759 "},
       {"QD_BIG=11529215046068469760",
        noU64 + "11529215046068469760\") ; truncate to 1152921504606846976 | " + large +
            "1152921504606846976",
        "big 1152921504606846976 "},
-      {"QD_BIG=18446744073709551615 B",
-       noU64 + "18446744073709551615 B\") ; truncate to 1844674407370955161 | " + large +
-           "1844674407370955161",
-       "big 1844674407370955161 "},
       {"QD_FLAG=true", flag + "true", "flag 1 "},
-      {"QD_FLAG=false", flag + "false", ""},
-      {"QD_FLAG=True", noFlag + "\"True\"", ""},
       {"QD_FLAG=true ", noFlag + "\"true \"", ""},
-      {"QD_FLAG=1", noFlag + "\"1\"", ""},
-      {"QD_FESERVER=  a b  ", str + "\"a b  \"", "server a b  "},
-      {"QD_FESERVER=", str + "\"\"", "server "},
       {"QD_FESERVER=" + longest, str + "\"" + longest + "\"", "server " + longest},
-      {"QD_NINE=1\nQD_UNDEF=1",
-       "ERR T: unmanaged type = QD_TUNABLE_TYPE_UNDEF | "
-       "ERR T: unmanaged type = QD_TUNABLE_TYPE_UNKNOWN_9",
-       ""},
       // In table order; the first occurrence of a key counts, and unknown keys do not.
       {"QD_FLAG=maybe\nQD_UNKNOWN=1\nQD_HTTP_POR=2\nQD_HTTP_PORT=1\nQD_HTTP_PORT=2\nQD_FLAG=true",
        port + "1 | " + noFlag + "\"maybe\"", "port 1 "},
@@ -190,25 +150,6 @@ TEST(QDTunables, AppliesValues) {
     EXPECT_EQ(said, c.said);
     EXPECT_EQ(changes, c.changes);
   }
-}
-
-TEST(QDTunables, WhatCannotBeStoredIsReported) {
-  const QDTunablesS nowhere{0, 0, QD_TUNABLE_TYPE_STR, nullptr, "KEY"};
-  Said said("PRFS:4;EXCP:5;");
-  QDTunables::tunablesUpdate(bytes("KEY=x"), &nowhere, 1);
-  EXPECT_EQ(said(),
-            "EXCP:ERR NET: strncpy: First arg is NULL | EXCP:ERR ECSP - @ | ERR Tunables - "
-            "\"KEY\" -> Error updating with string (inconsistant truncated value) : \"x\"");
-  QDTunables::tunablesUpdate(bytes("KEY=2"), nullptr, 0);
-  EXPECT_EQ(said(), "");
-#if defined(__linux__)
-  std::uint32_t value = 1;
-  const QDTunablesS number{0, 9, QD_TUNABLE_TYPE_U32, &value, "KEY"};
-  const PosixFault wantOfMemory("operator new", 1);
-  QDTunables::tunablesUpdate(bytes("KEY=2"), &number, 1);
-  EXPECT_EQ(said(), "ERR Tunables - unexpected error while updating");
-  EXPECT_EQ(value, 1U);
-#endif
 }
 
 }  // namespace
