@@ -4,7 +4,6 @@
 #include <sys/time.h>
 
 #include <cstddef>
-#include <new>
 #include <optional>
 #include <utility>
 
@@ -15,7 +14,6 @@ namespace {
 struct Armed {
   std::string_view function;
   int code = 0;
-  int skip = 0;
 };
 
 thread_local Armed armed;
@@ -25,20 +23,15 @@ thread_local std::size_t stackSize = 0;
 /// The code that this call of `function` has to report; 0: it is a call like any other.
 int faultOf(std::string_view function) {
   if (armed.function != function) return 0;
-  if (armed.skip-- > 0) return 0;
   armed.function = {};
   return armed.code;
 }
 
 }  // namespace
 
-PosixFault::PosixFault(std::string_view function, int code, int skip) {
-  armed = {function, code, skip};
-}
+PosixFault::PosixFault(std::string_view function, int code) { armed = {function, code}; }
 
 PosixFault::~PosixFault() { armed = {}; }
-
-bool PosixFault::hit() { return armed.function.empty(); }
 
 std::size_t takeAskedStackSize() { return std::exchange(stackSize, 0); }
 
@@ -63,19 +56,9 @@ FakeClock::~FakeClock() { fakeTime.reset(); }
 
 extern "C" {
 
-FAILS_INSTEAD(pthread_mutex_init, (pthread_mutex_t * m, const pthread_mutexattr_t* a), (m, a))
-FAILS_INSTEAD(pthread_mutex_lock, (pthread_mutex_t * m), (m))
-FAILS_AFTERWARDS(pthread_mutex_unlock, (pthread_mutex_t * m), (m))
-FAILS_AFTERWARDS(pthread_mutex_destroy, (pthread_mutex_t * m), (m))
-FAILS_INSTEAD(pthread_condattr_init, (pthread_condattr_t * a), (a))
-FAILS_AFTERWARDS(pthread_condattr_destroy, (pthread_condattr_t * a), (a))
-FAILS_INSTEAD(pthread_cond_init, (pthread_cond_t * c, const pthread_condattr_t* a), (c, a))
-FAILS_INSTEAD(pthread_cond_wait, (pthread_cond_t * c, pthread_mutex_t* m), (c, m))
 FAILS_INSTEAD(pthread_cond_timedwait, (pthread_cond_t * c, pthread_mutex_t* m, const timespec* t),
               (c, m, t))
-FAILS_INSTEAD(pthread_cond_signal, (pthread_cond_t * c), (c))
 FAILS_INSTEAD(pthread_cond_broadcast, (pthread_cond_t * c), (c))
-FAILS_AFTERWARDS(pthread_cond_destroy, (pthread_cond_t * c), (c))
 FAILS_INSTEAD(pthread_attr_init, (pthread_attr_t * a), (a))
 FAILS_INSTEAD(pthread_attr_getstacksize, (const pthread_attr_t* a, size_t* s), (a, s))
 
@@ -91,18 +74,6 @@ FAILS_INSTEAD(pthread_create,
               (pthread_t * t, const pthread_attr_t* a, void* (*fn)(void*), void* arg),
               (t, a, fn, arg))
 FAILS_AFTERWARDS(pthread_detach, (pthread_t t), (t))
-
-void* __real__Znwm(std::size_t size);
-void* __wrap__Znwm(std::size_t size) {
-  if (faultOf("operator new") != 0) throw std::bad_alloc();
-  return __real__Znwm(size);
-}
-
-void* __real__Znam(std::size_t size);
-void* __wrap__Znam(std::size_t size) {
-  if (faultOf("operator new[]") != 0) throw std::bad_alloc();
-  return __real__Znam(size);
-}
 
 int __real_gettimeofday(timeval* now, void* zone);
 int __wrap_gettimeofday(timeval* now, void* zone) {

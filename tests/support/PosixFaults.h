@@ -3,21 +3,17 @@
 #include <cstddef>
 #include <string_view>
 
-/// Makes one call of a POSIX function on this thread fail with `code`: the next one, or the one
-/// after `skip` more. Afterwards, and after the object's end, all calls succeed again.
+/// Makes the next call of a POSIX function on this thread fail with `code`. Afterwards, and after
+/// the object's end, all calls succeed again.
 ///
-/// Functions that end something (unlock, destroy, detach) do their work all the same and
-/// only report the failure; "operator new" and "operator new[]" throw. For programs linked with
-/// `qd_posix_faults`, which lists the functions.
+/// Functions that end something (destroy, detach) do their work all the same and only report the
+/// failure. For the program linked with the functions wrapped.
 class PosixFault {
  public:
-  PosixFault(std::string_view function, int code, int skip = 0);
+  PosixFault(std::string_view function, int code);
   PosixFault(const PosixFault&) = delete;
   PosixFault& operator=(const PosixFault&) = delete;
   ~PosixFault();
-
-  /// Whether the call has come.
-  [[nodiscard]] static bool hit();
 };
 
 /// Makes `gettimeofday` tell this time on this thread for the object's life.
