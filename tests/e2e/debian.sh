@@ -24,12 +24,7 @@ whole_update() {
   started=$(date +%s%3N)
   update 7.2.1.4
   expect "status" $status 0
-  expect "records" "$(log_records | sed -n '/Stopping/,$p')" "NFY Agent Stopping ....
-NFY Agent Stopped
-NFY Upgrading agent ...'
-NFY Agent Installed
-NFY Agent Started
-NFY Agent Update done"
+  expect_commands_succeeded
   expect "installed version" "$(agent_deb_version)" 7.2.1.15
   expect_agent active 7.2.1.15
   expect_lock_of_run_since "$started"

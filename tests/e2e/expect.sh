@@ -55,3 +55,13 @@ log_records() {
 
 # expect_agent STATE VERSION: the service's state and the running version.
 expect_agent() { expect "agent" "$(agent_state) $(agent_running_version)" "$1 $2"; }
+
+# The records from the stop on, when every command has succeeded.
+expect_commands_succeeded() {
+  expect "records" "$(log_records | sed -n '/Stopping/,$p')" "NFY Agent Stopping ....
+NFY Agent Stopped
+NFY Upgrading agent ...'
+NFY Agent Installed
+NFY Agent Started
+NFY Agent Update done"
+}

@@ -30,12 +30,7 @@ plain_update() {
   expect "package kind" "$(log_records | grep 'distrib is')" "NFY distrib is [rpm]"
   expect "install command" "$(log_records | grep 'install cmd')" \
     "NFY install cmd = rpm -U /tmp/qdagent_7.2.1.15.rpm"
-  expect "records" "$(log_records | sed -n '/Stopping/,$p')" "NFY Agent Stopping ....
-NFY Agent Stopped
-NFY Upgrading agent ...'
-NFY Agent Installed
-NFY Agent Started
-NFY Agent Update done"
+  expect_commands_succeeded
   expect "installed version" "$(agent_rpm_version)" 7.2.1.15
   expect_agent active 7.2.1.15
 }
