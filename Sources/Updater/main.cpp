@@ -65,7 +65,7 @@ class LogEnd {
   LogEnd(const LogEnd&) = delete;
   LogEnd& operator=(const LogEnd&) = delete;
   ~LogEnd() {
-    logger_->setLogCb(nullptr);
+    if (logger_ != nullptr) logger_->setLogCb(nullptr);
     delete g_QDLogCb;
     g_QDLogCb = nullptr;
   }
