@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "osal/osal_condition.h"
 
 /// A latched notification that one wait consumes.
@@ -31,6 +33,6 @@ class OSAL_Event {
   int destroyEvent();
 
  private:
-  bool notified_ = false;
+  std::atomic<bool> notified_{false};  // written under the mutex
   OSAL_Condition condition_{"OSAL_Event", "mutex"};
 };

@@ -33,6 +33,7 @@ int OSAL_Semaphore::init(unsigned int count) {
 }
 
 int OSAL_Semaphore::wait() {
+  if (count_ == 0) OSAL_Condition::giveWay();
   OSAL_Condition::Lock lock(condition_, "wait");
   if (!lock) return -1;
   int result = 0;
@@ -55,6 +56,7 @@ int OSAL_Semaphore::timedwait(unsigned int ms) {
   QDLOG(OSAL, DBG,
         "OSAL_Semaphore::timedwait (ts.tv_sec = " << deadline.tv_sec
                                                   << " ; ts.tv_nsec = " << deadline.tv_nsec << ")");
+  if (count_ == 0) OSAL_Condition::giveWay();
   OSAL_Condition::Lock lock(condition_, "timedwait");
   if (!lock) {
     condition_.unlock("timedwait");

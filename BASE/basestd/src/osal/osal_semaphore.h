@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "osal/osal_condition.h"
 
 /// A counting semaphore with at most 32,767 units.
@@ -37,6 +39,6 @@ class OSAL_Semaphore {
   int destroySemaphore();
 
  private:
-  int count_ = 0;
+  std::atomic<int> count_{0};  // written under the mutex
   OSAL_Condition condition_{"OSAL_Semaphore", "mx"};
 };
