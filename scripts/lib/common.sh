@@ -30,6 +30,17 @@ make_work_folder() {
   chmod 755 "$work" # the web server's workers read below it
 }
 
+# The same in memory, where there is room for 5 GiB.
+make_work_folder_in_memory() {
+  local free
+  free=$(df --output=avail /dev/shm 2>/dev/null | tail -n 1)
+  if [ "${free:-0}" -gt $((5 << 20)) ]; then
+    TMPDIR=/dev/shm make_work_folder "$1"
+  else
+    make_work_folder "$1"
+  fi
+}
+
 remove_work_folder() {
   [ -z "${work:-}" ] || rm -rf --one-file-system "$work"
   work=
