@@ -41,6 +41,7 @@ int OSAL_Dir::openDir(const unsigned char* folder, bool warnOnly) {
   path[length] = '/';
   path[length + 1] = '\0';
   pathLength = length + 1;
+  searchable = false;
   QDLOG(OSAL, INF, "Directory opened (" << dir << ") -> " << QDLogPath(folder));
   return 0;
 }
@@ -74,7 +75,7 @@ int OSAL_Dir::readDir(void* name, unsigned int size, QDFileType* type, bool warn
     return -1;
   }
   std::memcpy(out, entry->d_name, length + 1);
-  if (type != nullptr) *type = typeOf(out);
+  if (type != nullptr) *type = typeOf(*entry);
   QDLOG(OSAL, INF, "Read directory (" << dir << ") -> " << out);
   return 0;
 }
@@ -100,13 +101,15 @@ int OSAL_Dir::closeDir(bool mustBeOpen, bool warnOnly) {
   return 0;
 }
 
-QDFileType OSAL_Dir::typeOf(const char* entry) {
-  const std::size_t length = std::strlen(entry);
+QDFileType OSAL_Dir::typeOf(const dirent& entry) {
+  const std::size_t length = std::strlen(entry.d_name);
   const std::size_t room = sizeof path - 1 - pathLength;
-  std::memcpy(path + pathLength, entry, std::min(length, room));
+  std::memcpy(path + pathLength, entry.d_name, std::min(length, room));
   path[pathLength + std::min(length, room)] = '\0';
   if (length > room) return QD_FILETYPE_UNKNOWN;  // the path that was cut names something else
+  // What the listing calls a file is one; asking for each would take most of a walk's time.
+  if (searchable && entry.d_type == DT_REG) return QD_FILETYPE_REG;
   QDFileType type = QD_FILETYPE_UNKNOWN;
-  static_cast<void>(osal_getFileType(reinterpret_cast<unsigned char*>(path), &type, false));
+  searchable = osal_getFileType(reinterpret_cast<unsigned char*>(path), &type, false) == 0;
   return type;
 }

@@ -41,5 +41,7 @@ class OSAL_Dir : private qd_no_duplic {
   std::size_t pathLength = 0;    ///< of the directory's path with its slash
 
  private:
-  [[nodiscard]] QDFileType typeOf(const char* entry);
+  [[nodiscard]] QDFileType typeOf(const dirent& entry);
+
+  bool searchable = false;  // an entry's status could be read: this directory does not forbid it
 };

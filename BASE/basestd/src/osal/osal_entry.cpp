@@ -89,7 +89,7 @@ int osal_reachFolderAt(int folder, const char* name, const unsigned char* path, 
   return openFolder(folder, name, kReach, path, fd);
 }
 
-int osal_listFolder(int folder, std::vector<std::string>& names) {
+int osal_listFolder(int folder, std::vector<OSAL_Entry>& entries) {
   // The stream takes its descriptor with it when it is closed.
   ScopedFd copy(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
   const std::unique_ptr<DIR, CloseDir> dir(copy ? ::fdopendir(copy.get()) : nullptr);
@@ -98,7 +98,8 @@ int osal_listFolder(int folder, std::vector<std::string>& names) {
     static_cast<void>(copy.release());
     for (errno = 0; const dirent* const entry = ::readdir(dir.get()); errno = 0) {
       const std::string_view name = entry->d_name;
-      if (name != "." && name != "..") names.emplace_back(name);
+      if (name == "." || name == "..") continue;
+      entries.push_back({std::string(name), entryTypeOf(DTTOIF(entry->d_type))});
     }
     error = errno;
   }

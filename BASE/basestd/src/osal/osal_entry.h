@@ -23,9 +23,16 @@ int osal_openFolderAt(int folder, const char* name, const unsigned char* path, S
 /// relative one starts (AT_FDCWD: the current directory).
 int osal_reachFolderAt(int folder, const char* name, const unsigned char* path, ScopedFd& fd);
 
-/// Adds the names of the entries of the open directory, "." and ".." left out. After a failure
-/// those that could be read are there.
-int osal_listFolder(int folder, std::vector<std::string>& names);
+/// An entry of a directory, of the type that the listing says: QD_FILETYPE_UNKNOWN where it says
+/// none.
+struct OSAL_Entry {
+  std::string name;
+  QDFileType type;
+};
+
+/// Adds the entries of the open directory, "." and ".." left out. After a failure those that could
+/// be read are there.
+int osal_listFolder(int folder, std::vector<OSAL_Entry>& entries);
 
 /// Removes an empty directory. A missing one is success, and `*missing` is true.
 int osal_rmdirAt(int folder, const char* name, const unsigned char* path, bool* missing);

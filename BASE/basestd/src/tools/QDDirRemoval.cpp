@@ -36,9 +36,9 @@ class Removal : private qd_no_duplic {
   struct Folder {
     ScopedFd fd;  // closed while the removal works far below
     Id id;
-    std::size_t prefix;              // length of the folder's path with its slash
-    std::vector<std::string> names;  // all of its entries, read before the first is removed
-    std::size_t next = 0;            // the entry to be removed next
+    std::size_t prefix;               // length of the folder's path with its slash
+    std::vector<OSAL_Entry> entries;  // all of them, read before the first is removed
+    std::size_t next = 0;             // the entry to be removed next
   };
 
   void enterParentOfRoot();
@@ -47,7 +47,7 @@ class Removal : private qd_no_duplic {
   void leave();
   void reopen(Folder& folder, const ScopedFd& child) const;
   void limitOpenFolders();
-  [[nodiscard]] std::vector<std::string> list(const ScopedFd& folder) const;
+  [[nodiscard]] std::vector<OSAL_Entry> list(const ScopedFd& folder) const;
   [[nodiscard]] QDFileType typeOf(const std::string& name) const;
   [[nodiscard]] const unsigned char* path() const;
 
@@ -76,7 +76,7 @@ void Removal::run() {
   enterParentOfRoot();
   for (;;) {
     const Folder& folder = folders_.back();
-    if (folder.next < folder.names.size()) {
+    if (folder.next < folder.entries.size()) {
       removeNextEntry();
     } else if (folders_.size() > 1) {
       leave();
@@ -95,18 +95,19 @@ void Removal::enterParentOfRoot() {
     fail(false, "Cannot check if directory exists : ", path());
   }
   const Id id = idOf(fd);
-  folders_.push_back({std::move(fd), id, prefix, {name}});
+  folders_.push_back({std::move(fd), id, prefix, {}});
   const QDFileType type = typeOf(name);
   if (type == QD_FILETYPE_NOTEXISTS) fail(false, "Not exists : ", path());
   if (type != QD_FILETYPE_DIR) fail(false, "Exists and is not a directory : ", path());
+  folders_.back().entries.push_back({name, type});
 }
 
 void Removal::removeNextEntry() {
   Folder& folder = folders_.back();
-  const std::string name = std::move(folder.names[folder.next++]);
+  auto [name, type] = std::move(folder.entries[folder.next++]);
   path_.resize(folder.prefix);
   path_ += name;
-  QDFileType type = typeOf(name);
+  if (type == QD_FILETYPE_UNKNOWN) type = typeOf(name);
   if (type == QD_FILETYPE_DIR) {
     if (enter(name)) return;
     type = typeOf(name);  // it may have become something else meanwhile
@@ -121,10 +122,10 @@ void Removal::removeNextEntry() {
 bool Removal::enter(const std::string& name) {
   ScopedFd fd;
   if (osal_openFolderAt(folders_.back().fd.get(), name.c_str(), path(), fd) != 0) return false;
-  std::vector<std::string> names = list(fd);
+  std::vector<OSAL_Entry> entries = list(fd);
   const Id id = idOf(fd);
   path_ += '/';
-  folders_.push_back({std::move(fd), id, path_.size(), std::move(names)});
+  folders_.push_back({std::move(fd), id, path_.size(), std::move(entries)});
   limitOpenFolders();
   return true;
 }
@@ -155,17 +156,17 @@ void Removal::limitOpenFolders() {
   }
 }
 
-std::vector<std::string> Removal::list(const ScopedFd& folder) const {
-  std::vector<std::string> names;
+std::vector<OSAL_Entry> Removal::list(const ScopedFd& folder) const {
+  std::vector<OSAL_Entry> entries;
   try {
     qdTraced([&] {
-      if (osal_listFolder(folder.get(), names) != 0) QD_THROW_ERROR("Cannot read directory");
+      if (osal_listFolder(folder.get(), entries) != 0) QD_THROW_ERROR("Cannot read directory");
     });
   } catch (const QDException& exception) {
     qdTraceException(exception, "ECSP");
     QDLOG(SCAN, ERR, "Error reading directory : " << QDLogPath(path()));
   }
-  return names;
+  return entries;
 }
 
 /// What cannot be examined is of unknown type.

@@ -36,15 +36,22 @@ class Walk : private qd_no_duplic {
 
  private:
   struct Entry {
-    std::string name;
+    std::size_t name;  // where it starts in the listing's names
     QDFileType type;
+  };
+  struct Listing {
+    std::string names;  // each with a NUL
+    std::vector<Entry> entries;
   };
   using Id = std::pair<dev_t, ino_t>;  // which directory it is, whatever its path
   struct Folder {
     Id id;
     std::size_t prefix;  // length of the folder's path with its slash
-    std::vector<Entry> entries;
+    Listing listing;
     std::size_t next = 0;  // the entry to be handled next
+    [[nodiscard]] const char* name(const Entry& entry) const {
+      return listing.names.c_str() + entry.name;
+    }
   };
 
   [[nodiscard]] static Id idOf(const std::string& path);
@@ -52,7 +59,7 @@ class Walk : private qd_no_duplic {
   void checkFolder(const unsigned char* folder) const;
   [[nodiscard]] bool isBeingWalked(const Id& id) const;
   void enter(const Id& id);
-  [[nodiscard]] std::vector<Entry> list() const;
+  [[nodiscard]] Listing list() const;
   bool handleNextEntry();
   bool leave();
   bool process(QDFileType type);
@@ -86,10 +93,11 @@ bool Walk::run(const unsigned char* path) {
 
 bool Walk::handleNextEntry() {
   Folder& folder = folders_.back();
-  if (folder.next == folder.entries.size()) return leave();
-  const auto& [name, type] = folder.entries[folder.next++];
+  if (folder.next == folder.listing.entries.size()) return leave();
+  const Entry& entry = folder.listing.entries[folder.next++];
+  const QDFileType type = entry.type;
   path_.resize(folder.prefix);
-  path_ += name;
+  path_ += folder.name(entry);
   if (!options_.childrenFirst && !process(type)) return false;
   if (options_.recursive && type == QD_FILETYPE_DIR) {
     checkFolder(bytesOf(path_));
@@ -107,7 +115,7 @@ bool Walk::leave() {
   if (folders_.empty() || !options_.childrenFirst) return true;
   const Folder& parent = folders_.back();
   path_.resize(parent.prefix);
-  path_ += parent.entries[parent.next - 1].name;
+  path_ += parent.name(parent.listing.entries[parent.next - 1]);
   return process(QD_FILETYPE_DIR);
 }
 
@@ -136,27 +144,29 @@ bool Walk::isBeingWalked(const Id& id) const {
 }
 
 void Walk::enter(const Id& id) {
-  std::vector<Entry> entries = list();
+  Listing listing = list();
   if (path_.back() != '/') path_ += '/';
-  folders_.push_back({id, path_.size(), std::move(entries)});
+  folders_.push_back({id, path_.size(), std::move(listing)});
 }
 
-std::vector<Walk::Entry> Walk::list() const {
+Walk::Listing Walk::list() const {
   const auto folder = std::make_unique<QDDir>(options_.warnOnly);  // too large for a small stack
   folder->_open(bytesOf(path_));
-  std::vector<Entry> entries;
+  Listing listing;
   try {
     QDFileType type{};
     while (const unsigned char* const name = folder->read(&type)) {
-      const std::string text = reinterpret_cast<const char*>(name);
-      if (!isDot(text)) entries.push_back({text, type});
+      const std::string_view text = reinterpret_cast<const char*>(name);
+      if (isDot(text)) continue;
+      listing.entries.push_back({listing.names.size(), type});
+      listing.names.append(text).push_back('\0');
     }
   } catch (const QDException& exception) {
     qdTraceException(exception, "ECSP");
     QDLOG(SCAN, ERR, "Error reading directory : " << QDLogPath(bytesOf(path_)));
   }
   folder->_close();
-  return entries;
+  return listing;
 }
 
 }  // namespace
