@@ -11,6 +11,7 @@
 #include <boost/process/v1/child.hpp>
 #include <boost/process/v1/exception.hpp>
 #include <boost/process/v1/io.hpp>
+#include <boost/process/v1/pipe.hpp>
 #include <boost/process/v1/search_path.hpp>
 namespace bp = boost::process::v1;
 #else
@@ -19,6 +20,7 @@ namespace bp = boost::process::v1;
 #include <boost/process/child.hpp>
 #include <boost/process/exception.hpp>
 #include <boost/process/io.hpp>
+#include <boost/process/pipe.hpp>
 #include <boost/process/search_path.hpp>
 namespace bp = boost::process;
 #endif

@@ -2,11 +2,14 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/read.hpp>
-#include <sstream>
+#include <iterator>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "Updater/boostProcess.h"
 #include "logging/QDLog.h"
@@ -15,10 +18,43 @@ namespace utils {
 
 namespace {
 
+constexpr int kReadBlock = 65536;  // what a pipe holds
+
 int waitFor(bp::child& child) {
   if (child.id() <= 0) return -1;
   child.wait();
   return exitStatusOf(child.native_exit_code());
+}
+
+/// Cuts a text that comes in pieces into lines.
+class Lines {
+ public:
+  void add(std::string_view piece) {
+    for (std::size_t end = 0; (end = piece.find('\n')) != std::string_view::npos;) {
+      whole_.push_back(std::exchange(begun_, {}).append(piece.substr(0, end)));
+      piece.remove_prefix(end + 1);
+    }
+    begun_.append(piece);
+  }
+
+  /// All of them; a last one without an end counts.
+  std::vector<std::string> take() {
+    if (!begun_.empty()) whole_.push_back(std::exchange(begun_, {}));
+    return std::move(whole_);
+  }
+
+ private:
+  std::vector<std::string> whole_;
+  std::string begun_;
+};
+
+std::vector<std::string> readLines(bp::pipe& pipe) {
+  Lines lines;
+  std::vector<char> block(kReadBlock);
+  while (const int count = pipe.read(block.data(), kReadBlock)) {
+    lines.add({block.data(), static_cast<std::size_t>(count)});
+  }
+  return lines.take();
 }
 
 }  // namespace
@@ -30,19 +66,20 @@ int exitStatusOf(int waitStatus) {
 }
 
 std::vector<std::string> splitLines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
+  Lines lines;
+  lines.add(text);
+  return lines.take();
 }
 
 int exec(std::string& cmd, std::vector<std::string>& lines) {
-  bp::ipstream output;
+  bp::pipe output;
   bp::child child(bp::search_path("sh"), bp::args({"-c", cmd}), bp::std_out > output);
-  std::vector<std::string> read;
-  for (std::string line; std::getline(output, line);) read.push_back(line);
+  std::vector<std::string> read = readLines(output);
   const int status = waitFor(child);
-  if (status == 0) lines.insert(lines.end(), read.begin(), read.end());
+  if (status == 0) {
+    if (lines.empty()) lines.swap(read);
+    std::move(read.begin(), read.end(), std::back_inserter(lines));
+  }
   return status;
 }
 
