@@ -1,14 +1,16 @@
 #include "logging/FileQDLogCb.h"
 
-#include <sys/stat.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <new>
+#include <string_view>
 
 #include "osal/osal_ownfile.h"
 
@@ -19,24 +21,14 @@ constexpr unsigned long long kRetryRollAfter = 0x100000;
 constexpr std::size_t kShortNameLength = 32;
 constexpr std::size_t kExtensionLength = 4;
 
-std::string localStamp() {
-  char buffer[100];
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  ::tzset();  // which `localtime_r` alone need not do: the time zone setting may have changed
-  if (::localtime_r(&now, &local) == nullptr) return {};
-  return {buffer, std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local)};
-}
-
-/// Size of a regular file; 0 for what does not grow, such as a terminal.
-unsigned long long regularSize(int fd) {
-  struct stat info {};
-  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return 0;
-  return static_cast<unsigned long long>(info.st_size);
+/// Size of the file; 0 for what has none, such as a terminal.
+unsigned long long sizeOf(int fd) {
+  const off_t end = ::lseek(fd, 0, SEEK_END);
+  return end < 0 ? 0 : static_cast<unsigned long long>(end);
 }
 
 /// Writes `text`, usually with one call. Returns how many of its bytes were written.
-std::size_t writeAll(int fd, const std::string& text) {
+std::size_t writeAll(int fd, std::string_view text) {
   std::size_t done = 0;
   while (done < text.size()) {
     const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
@@ -70,6 +62,24 @@ std::string qdLogLine(const char* stamp, const char* module, const char* level, 
   return text;
 }
 
+const std::string& QDLogClock::now() {
+  const std::time_t second = std::time(nullptr);
+  const char* const zone = std::getenv("TZ");
+  const bool sameZone = zone != nullptr ? _zone == zone : !_zone.has_value();
+  if (second == _second && sameZone) return _text;
+  std::tm local{};
+  ::tzset();  // which `localtime_r` alone need not do: the time zone setting may have changed
+  char buffer[100];
+  std::size_t length = 0;
+  if (::localtime_r(&second, &local) != nullptr) {
+    length = std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local);
+  }
+  _text.assign(buffer, length);
+  _zone = zone != nullptr ? std::optional<std::string>(zone) : std::nullopt;
+  _second = second;
+  return _text;
+}
+
 std::string qdLogBackupName(const std::string& path) {
   const std::size_t cut = path.size() < kExtensionLength ? 0 : kExtensionLength;
   return path.substr(0, path.size() - cut) + ".bak";
@@ -93,21 +103,21 @@ ScopedFd FileQDLogCb::openFile() const {
 void FileQDLogCb::log(unsigned int /*pid*/, unsigned long long /*threadId*/, const char* module,
                       const char* level, const char* file, int line, const char* /*func*/,
                       const char* message) try {
-  const std::string text = qdLogLine(localStamp().c_str(), module, level, file, line, message);
-  if (_file && regularSize(_file.get()) + text.size() > _rollAbove) rollLogFiles();
-  const std::string textWithEnd = text + '\n';
-  if (_file) writeToFile(textWithEnd);
+  const std::string text =
+      '\n' + qdLogLine(_clock.now().c_str(), module, level, file, line, message) + '\n';
+  const std::string_view whole = std::string_view(text).substr(1);
+  if (_file && sizeOf(_file.get()) + whole.size() - 1 > _rollAbove) rollLogFiles();
+  // After a line that a full disk cut off, the next one still starts at the left margin.
+  if (_file) writeToFile(_torn ? text : whole);
   if (_echo) {
-    std::fwrite(textWithEnd.data(), 1, textWithEnd.size(), stdout);
+    std::fwrite(whole.data(), 1, whole.size(), stdout);
     std::fflush(stdout);
   }
 } catch (const std::bad_alloc&) {
   QDLog::reportMissed(qdLogShortFileName(file), line);
 }
 
-void FileQDLogCb::writeToFile(const std::string& line) {
-  // After a line that a full disk cut off, the next one still starts at the left margin.
-  const std::string text = _torn ? '\n' + line : line;
+void FileQDLogCb::writeToFile(std::string_view text) {
   const std::size_t written = writeAll(_file.get(), text);
   if (written > 0) _torn = written < text.size();
 }
@@ -119,6 +129,6 @@ void FileQDLogCb::rollLogFiles() {
   _rollAbove = kMaxFileSize;
   // A backup name that is taken for good must not cost a roll with every line.
   if (!renamed && _file) {
-    _rollAbove = std::max(_rollAbove, regularSize(_file.get()) + kRetryRollAfter);
+    _rollAbove = std::max(_rollAbove, sizeOf(_file.get()) + kRetryRollAfter);
   }
 }

@@ -1,9 +1,25 @@
 #pragma once
 
+#include <ctime>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "logging/QDLog.h"
 #include "osal/osal_scoped.h"
+
+/// The local time as the text of a log line. For one thread at a time.
+class QDLogClock {
+ public:
+  /// The time now, "2026-03-01 14:05:09"; empty for one that has no local time. Lives until the
+  /// next call. It is made anew when the second has changed, or the time zone.
+  const std::string& now();
+
+ private:
+  std::time_t _second = -1;
+  std::optional<std::string> _zone;  // the value of TZ, which may be missing
+  std::string _text;
+};
 
 /// Writes each record as one line to a file that rolls: the line that would make it larger than 5
 /// MiB starts it afresh, and one previous generation stays beside it under the ".bak" name.
@@ -27,8 +43,9 @@ class FileQDLogCb : public QDLogCb {
 
  private:
   [[nodiscard]] ScopedFd openFile() const;
-  void writeToFile(const std::string& line);
+  void writeToFile(std::string_view text);
 
+  QDLogClock _clock;
   ScopedFd _file;
   std::string _path;
   bool _echo;

@@ -32,6 +32,16 @@ TEST(FileQDLogCb, AppendsAndEchoes) {
   EXPECT_EQ(content(folder / "agent.log"), "before\n" + line);
 }
 
+TEST(FileQDLogCb, StampsWithTheTimeZoneOfTheMoment) {
+  QDLogClock clock;
+  ::setenv("TZ", "AAA11", 1);
+  const std::string west = clock.now();
+  ::setenv("TZ", "BBB-11", 1);
+  const std::string east = clock.now();
+  ::unsetenv("TZ");
+  EXPECT_NE(west.substr(0, 13), east.substr(0, 13));  // the date and the hour
+}
+
 TEST(FileQDLogCb, RollsWhenALineWouldCrossTheLimit) {
   const TempFolder folder;
   const std::string path = folder / "agent_upd.log";

@@ -108,7 +108,8 @@ QDFileType OSAL_Dir::typeOf(const dirent& entry) {
   path[pathLength + std::min(length, room)] = '\0';
   if (length > room) return QD_FILETYPE_UNKNOWN;  // the path that was cut names something else
   // What the listing calls a file is one; asking for each would take most of a walk's time.
-  if (searchable && entry.d_type == DT_REG) return QD_FILETYPE_REG;
+  const bool reachable = searchable && pathLength + length < kMaxPath;
+  if (reachable && entry.d_type == DT_REG) return QD_FILETYPE_REG;
   QDFileType type = QD_FILETYPE_UNKNOWN;
   searchable = osal_getFileType(reinterpret_cast<unsigned char*>(path), &type, false) == 0;
   return type;
