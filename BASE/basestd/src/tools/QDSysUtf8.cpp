@@ -1,26 +1,30 @@
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <boost/endian/conversion.hpp>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <string>
-#include <string_view>
 
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
+
+using boost::endian::load_little_u32;
+using boost::endian::load_little_u64;
 
 namespace {
 
 using Byte = unsigned char;
 
-constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD
+constexpr char kReplacement[8] = "\xEF\xBF\xBD";  // U+FFFD
+constexpr std::size_t kReplacementLength = 3;
+constexpr std::uint64_t kTopBits = 0x8080808080808080;
+constexpr std::size_t kReadsBeyond = 16;
 
 bool within(Byte byte, Byte first, Byte last) { return byte >= first && byte <= last; }
 
 bool isContinuation(Byte byte) { return (byte & 0xC0) == 0x80; }
-
-/// The functions below read behind the lead byte only as far as the bytes before are good, so a
-/// terminator stops them.
 
 bool isGoodThree(const Byte* p) {
   const Byte first = p[0] == 0xE0 ? 0xA0 : 0x80;
@@ -40,53 +44,101 @@ bool isGoodFour(const Byte* p) {
   return !isNonCharacter;
 }
 
+/// What a lead byte says about the bytes after it.
+struct Lead {
+  std::uint32_t mask = 0;  // with these bits set as in `good`, the sequence is good,
+  std::uint32_t good = 1;  // both in little-endian order
+  std::uint8_t goodLength = 0;
+  bool isParticular = false;   // further bits decide
+  std::uint8_t announced = 0;  // continuation bytes, also of what is no UTF-8 any more
+};
+
+constexpr Lead leadOf(Byte byte) {
+  Lead lead;
+  if (byte >= 0xC2 && byte <= 0xDF) lead = {0xC000, 0x8000, 2};
+  if (byte >= 0xE0 && byte <= 0xEF) lead = {0xC0C000, 0x808000, 3};
+  if (byte == 0xE0 || byte == 0xED || byte == 0xEF || (byte >= 0xF0 && byte <= 0xF4)) {
+    lead = {0, 1, 0, true};
+  }
+  if (byte >= 0xC0) lead.announced = static_cast<std::uint8_t>(std::countl_one(byte) - 1);
+  if (byte >= 0xFE) lead.announced = 0;
+  return lead;
+}
+
+constexpr std::array<Lead, 256> kLeads = [] {
+  std::array<Lead, 256> leads{};
+  for (std::size_t i = 0; i < leads.size(); ++i) leads[i] = leadOf(static_cast<Byte>(i));
+  return leads;
+}();
+
 /// Length of the sequence of several bytes at `p` that may stay, 0 when it may not.
 std::size_t goodLength(const Byte* p) {
-  const Byte lead = *p;
-  if (lead < 0xC2) return 0;
-  if (lead < 0xE0) return isContinuation(p[1]) ? 2 : 0;
-  if (lead < 0xF0) return isGoodThree(p) ? 3 : 0;
-  if (lead < 0xF5) return isGoodFour(p) ? 4 : 0;
-  return 0;
+  const Lead& lead = kLeads[*p];
+  if (lead.isParticular) {
+    if (*p < 0xF0) return isGoodThree(p) ? 3 : 0;
+    return isGoodFour(p) ? 4 : 0;
+  }
+  return (load_little_u32(p) & lead.mask) == lead.good ? lead.goodLength : 0;
+}
+
+/// Bytes with the top bits of `bits` clear, from the lowest on.
+std::size_t leadingClear(std::uint64_t bits) {
+  return static_cast<std::size_t>(std::countr_zero(bits)) / 8;
 }
 
 /// Length of what one replacement stands for.
 std::size_t badLength(const Byte* p) {
-  const Byte lead = *p;
-  std::size_t announced = 0;
-  if (within(lead, 0xC0, 0xDF)) announced = 1;
-  if (within(lead, 0xE0, 0xEF)) announced = 2;
-  if (within(lead, 0xF0, 0xF7)) announced = 3;
-  if (within(lead, 0xF8, 0xFB)) announced = 4;
-  if (within(lead, 0xFC, 0xFD)) announced = 5;
-  std::size_t length = 1;
-  while (length <= announced && isContinuation(p[length])) ++length;
-  return length;
+  const std::uint64_t others = (load_little_u64(p + 1) ^ kTopBits) & (kTopBits | kTopBits >> 1);
+  return 1 + std::min<std::size_t>(kLeads[*p].announced, leadingClear(others));
 }
 
-/// End of the run of ASCII characters at `p`, found eight at a time.
-const Byte* skipAscii(const Byte* p, const Byte* end) {
-  constexpr std::uint64_t kTopBits = 0x8080808080808080;
-  for (; end - p >= 8; p += 8) {
-    const std::uint64_t others = boost::endian::load_little_u64(p) & kTopBits;
-    if (others != 0) return p + std::countr_zero(others) / 8;
+/// The repaired text on its way to a string, by way of a block of its own.
+class Output {
+ public:
+  explicit Output(std::string& text) : text_(text) {}
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  /// Adds `length` bytes, at most `kMost`; so many are read.
+  void add(const void* bytes, std::size_t length) {
+    if (used_ + kMost > block_.size()) flush();
+    std::memcpy(block_.data() + used_, bytes, kMost);
+    used_ += length;
   }
-  while (p < end && *p < 0x80) ++p;
-  return p;
-}
 
-/// End of what can stay as it is from `p` on.
-const Byte* skipGood(const Byte* p, const Byte* end) {
-  while (p < end) {
-    if (*p < 0x80) {
-      p = skipAscii(p, end);
+  /// Takes the last `length` bytes back, which must be there since the last `add`.
+  void takeBack(std::size_t length) { used_ -= length; }
+
+  void flush() {
+    text_.append(block_.data(), used_);
+    used_ = 0;
+  }
+
+  static constexpr std::size_t kMost = 8;
+
+ private:
+  std::string& text_;
+  std::array<char, 4096> block_;
+  std::size_t used_ = 0;
+};
+
+/// Repairs what starts at `in`, up to `stop` or a few bytes further, and returns how many these
+/// are. Up to `kReadsBeyond` bytes behind `stop` are read.
+std::size_t repair(const Byte* in, const Byte* stop, Output& out) {
+  while (in < stop) {
+    const std::size_t ascii = leadingClear(load_little_u64(in) & kTopBits);
+    out.add(in, ascii);
+    in += ascii;
+    if (ascii == 8) continue;
+    if (const std::size_t length = goodLength(in); length > 0) {
+      out.add(in, length);
+      in += length;
     } else {
-      const std::size_t length = goodLength(p);
-      if (length == 0) break;
-      p += length;
+      out.add(kReplacement, kReplacementLength);
+      in += badLength(in);
     }
   }
-  return p;
+  return static_cast<std::size_t>(in - stop);
 }
 
 }  // namespace
@@ -99,15 +151,18 @@ const char* QDSys::fixedUTF8(const unsigned char* in, std::string& out) {
     return fixedUTF8(reinterpret_cast<const Byte*>(copy.c_str()), out);
   }
   const std::size_t length = std::strlen(reinterpret_cast<const char*>(in));
-  const Byte* const end = in + length;
   out.clear();
   out.reserve(length);
-  while (in < end) {
-    const Byte* const bad = skipGood(in, end);
-    out.append(reinterpret_cast<const char*>(in), static_cast<std::size_t>(bad - in));
-    if (bad == end) break;
-    out.append(kReplacement);
-    in = bad + badLength(bad);
+  Output output(out);
+  std::size_t done = 0;
+  if (length > kReadsBeyond) {
+    done = length - kReadsBeyond;
+    done += repair(in, in + done, output);
   }
+  // The rest, where more can be read behind it; a NUL goes for a character that stays.
+  std::array<Byte, 2 * kReadsBeyond> rest{};
+  std::copy(in + done, in + length, rest.begin());
+  output.takeBack(repair(rest.data(), rest.data() + (length - done), output));
+  output.flush();
   return out.c_str();
 }
