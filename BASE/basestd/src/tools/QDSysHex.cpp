@@ -1,6 +1,7 @@
 #include <array>
 #include <climits>
 #include <cstdint>
+#include <cstring>
 
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
@@ -16,17 +17,29 @@ constexpr char digit(std::uint8_t value, std::uint8_t letterGap) {
 
 constexpr std::uint8_t kNoDigit = 0xFF;
 
-constexpr std::array<std::uint8_t, 256> digitValues() {
-  std::array<std::uint8_t, 256> values{};
-  values.fill(kNoDigit);
-  for (std::uint8_t i = 0; i < 10; ++i) values['0' + i] = i;
-  for (std::uint8_t i = 0; i < 6; ++i) {
-    values['a' + i] = values['A' + i] = static_cast<std::uint8_t>(10 + i);
-  }
-  return values;
+/// The value of a digit, or `kNoDigit`. Arithmetic for the same reason.
+constexpr std::uint8_t valueOf(std::uint8_t character) {
+  const auto number = static_cast<std::uint8_t>(character - '0');
+  const auto letter = static_cast<std::uint8_t>((character | 0x20) - 'a');
+  const std::uint8_t ofLetter = letter < 6 ? static_cast<std::uint8_t>(letter + 10) : kNoDigit;
+  return number < 10 ? number : ofLetter;
 }
 
-constexpr std::array<std::uint8_t, 256> kDigitValues = digitValues();
+/// Converts `pairs` pairs, a constant for the compiler's sake. Returns whether all are digits.
+template <std::size_t pairs>
+bool convertBlock(const unsigned char* hex, unsigned char* to) {
+  std::array<std::uint8_t, 2 * pairs> values;
+  std::uint8_t all = 0;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    values[i] = valueOf(hex[i]);
+    all |= values[i];
+  }
+  if (all > 0xF) return false;
+  for (std::size_t i = 0; i < pairs; ++i) {
+    to[i] = static_cast<unsigned char>(values[2 * i] << 4 | values[2 * i + 1]);
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -59,20 +72,17 @@ int QDSys::convertBinToHexStrNull(const void* bin, unsigned int n, unsigned char
 
 int QDSys::convertHexToBin(const unsigned char* hex, unsigned int hexLen, void* bin,
                            unsigned int binSize) {
-  const unsigned int pairs = hexLen / 2;
-  if (pairs > binSize) QD_THROW_ERROR("convertHexToBin: Buffer too short");
-  if (pairs == 0) return 0;
+  if (hexLen / 2 > binSize) QD_THROW_ERROR("convertHexToBin: Buffer too short");
+  if (hexLen / 2 == 0) return 0;
   _checkArgs("convertHexToBin", hex, bin);
 
+  // Behind a terminator nothing may be read.
+  const std::size_t pairs = ::strnlen(reinterpret_cast<const char*>(hex), hexLen) / 2;
+  constexpr std::size_t kBlock = 32;
   auto* const to = static_cast<unsigned char*>(bin);
   std::size_t i = 0;
-  for (; i < pairs; ++i) {
-    const std::uint8_t high = kDigitValues[hex[2 * i]];
-    if (high == kNoDigit) break;  // maybe the terminator, behind which nothing may be read
-    const std::uint8_t low = kDigitValues[hex[2 * i + 1]];
-    if (low == kNoDigit) break;
-    to[i] = static_cast<unsigned char>(high << 4 | low);
-  }
+  while (i + kBlock <= pairs && convertBlock<kBlock>(hex + 2 * i, to + i)) i += kBlock;
+  while (i < pairs && convertBlock<1>(hex + 2 * i, to + i)) ++i;
   return static_cast<int>(i);
 }
 
