@@ -16,8 +16,7 @@ const QDTunablesS tunablesOVT[] = {
 namespace {
 
 void applyToAll(const unsigned char* text) {
-  QDTunables::tunablesUpdate(text, tunablesOVT, tunablesOVTCount);
-  QDTunablesBase::tunablesUpdate(text);
+  QDTunables::tunablesUpdate(text, {tunablesOVT, tunablesBase});
 }
 
 void reportUnexpected() {

@@ -96,6 +96,14 @@ TEST_F(TunablesTest, TextsReachBothTablesTheAgentsFirst) {
             R"(INF Tunables - "BASE_MAX_SOAP_THREAD" -> Value (U32) updated to : 7)");
   EXPECT_STREQ(QD_PAM_SERVICE_NAME, "login");
   EXPECT_EQ(BASE_MAX_SOAP_THREAD, 7U);
+
+  const std::string comment = "INF Tunables - // comment found -> skip line";
+  tunablesUpdateStr(bytes("//"));
+  EXPECT_EQ(said(), comment + " | " + comment);  // once a table
+  QDLog::getLogger()->setLevels("PRFS:2;");
+  const std::string bad = "ERR Tunables - bad read name -> skip line : UNDEF";
+  tunablesUpdateStr(bytes("//\nport"));
+  EXPECT_EQ(said(), bad + " | " + bad);
 }
 
 TEST_F(TunablesTest, FilesReachBothTables) {

@@ -4,9 +4,9 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -21,8 +21,8 @@ namespace {
 constexpr unsigned int kMaxKey = 64;
 constexpr unsigned int kMaxValue = qdtunable::kMaxValue;
 
-/// The first value that a text has for each key of a table. Other keys are not kept, so that a text
-/// full of them costs no memory.
+/// The first value that a text has for each key of the tables. Other keys are not kept, so that a
+/// text full of them costs no memory.
 using Values = std::unordered_map<std::string_view, std::optional<std::string>>;
 
 /// A text between double quotes.
@@ -92,20 +92,20 @@ bool copy(void* to, const unsigned char* at, unsigned int length, const char* wh
 }
 
 /// Keeps the value of the line from `at` to `end`, if it holds a pair and its key is wanted and
-/// new.
-void readLine(const unsigned char* at, const unsigned char* end, Values& values) {
+/// new. Returns false when it complained of the line.
+bool readLine(const unsigned char* at, const unsigned char* end, Values& values) {
   at = skipSpaces(at);
   if (at[0] == '/' && at[1] == '/') {
     QDLOG(PRFS, INF, "Tunables - // comment found -> skip line");
-    return;
+    return true;
   }
   const unsigned int keyLength = keyLengthAt(at);
   if (keyLength == 0 || keyLength > kMaxKey) {
     QDLOG(PRFS, ERR, "Tunables - bad read name -> skip line : " << QDLogBlob(at, keyLength));
-    return;
+    return false;
   }
   std::array<char, kMaxKey> name;
-  if (!copy(name.data(), at, keyLength, "name")) return;
+  if (!copy(name.data(), at, keyLength, "name")) return false;
   const std::string_view key(name.data(), keyLength);
 
   at = skipSpaces(at + keyLength);
@@ -114,7 +114,7 @@ void readLine(const unsigned char* at, const unsigned char* end, Values& values)
           "Tunables - cannot find '=' ('0x" << QDStreamLogger::Hex << static_cast<unsigned int>(*at)
                                             << QDStreamLogger::Dec << "') for key = " << Quoted{key}
                                             << " -> skip line");
-    return;
+    return false;
   }
   at = skipSpaces(at + 1);
   const auto valueLength =
@@ -122,26 +122,39 @@ void readLine(const unsigned char* at, const unsigned char* end, Values& values)
   if (valueLength > kMaxValue) {
     QDLOG(PRFS, ERR,
           "Tunables - read value too long -> skip line : " << QDLogBlob(at, valueLength));
-    return;
+    return false;
   }
   QDLOG(PRFS, DBG,
         "Tunables - value found for key = "
             << Quoted{key} << " -> " << Quoted{{reinterpret_cast<const char*>(at), valueLength}});
   const auto wanted = values.find(key);
-  if (wanted == values.end() || wanted->second) return;
+  if (wanted == values.end() || wanted->second) return true;
   std::string value(valueLength, '\0');
-  if (copy(value.data(), at, valueLength, "value")) wanted->second = std::move(value);
+  if (!copy(value.data(), at, valueLength, "value")) return false;
+  wanted->second = std::move(value);
+  return true;
 }
 
-Values readValues(const unsigned char* text, std::span<const QDTunablesS> table) {
-  Values values;
-  for (const QDTunablesS& record : table) values.try_emplace(record.name);
+void addKeys(std::initializer_list<QDTunables::Table> tables, Values& values) {
+  for (const QDTunables::Table& table : tables) {
+    for (const QDTunablesS& record : table) values.try_emplace(record.name);
+  }
+}
+
+/// Returns false when it complained of a line.
+bool readValues(const unsigned char* text, Values& values) {
+  bool good = true;
   for (const unsigned char* line = text; *line != '\0';) {
     const unsigned char* const end = endOfLine(line);
-    readLine(line, end, values);
+    good = readLine(line, end, values) && good;
     line = skipLineEnds(end);
   }
-  return values;
+  return good;
+}
+
+bool logs(QDLevel level) {
+  QDLog* const logger = QDLog::getLogger();
+  return logger != nullptr && logger->wants(QDLOG_PRFS, static_cast<int>(level));
 }
 
 // --- Applying a value ----------------------------------------------------------------------------
@@ -241,14 +254,23 @@ void apply(const QDTunablesS& record, const std::string& value) {
 
 void QDTunables::tunablesUpdate(const unsigned char* text, const QDTunablesS* table,
                                 unsigned int count) {
-  try {
-    const std::span records(table, count);
-    const Values values = readValues(text, records);
-    for (const QDTunablesS& record : records) {
-      const std::optional<std::string>& value = values.at(record.name);
-      if (value) apply(record, *value);
+  tunablesUpdate(text, {Table(table, count)});
+}
+
+void QDTunables::tunablesUpdate(const unsigned char* text, std::initializer_list<Table> tables) {
+  Values values;
+  bool mustRead = true;
+  for (const Table& table : tables) {
+    try {
+      if (values.empty()) addKeys(tables, values);
+      // One reading finds the values for all; what it logs is to be logged for every table.
+      if (mustRead) mustRead = logs(readValues(text, values) ? QDLevel::INF : QDLevel::ERR);
+      for (const QDTunablesS& record : table) {
+        const std::optional<std::string>& value = values.at(record.name);
+        if (value) apply(record, *value);
+      }
+    } catch (...) {
+      QDLOG(PRFS, ERR, "Tunables - unexpected error while updating");
     }
-  } catch (...) {
-    QDLOG(PRFS, ERR, "Tunables - unexpected error while updating");
   }
 }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
+#include <span>
 
 #include "logging/QDEnums.h"
 
@@ -32,4 +34,9 @@ class QDTunables {
   /// with what the table takes of it. Takes no lock: for the start-up, before other threads read.
   static void tunablesUpdate(const unsigned char* text, const QDTunablesS* table,
                              unsigned int count);
+
+  using Table = std::span<const QDTunablesS>;
+  /// The same for one table after the other, each with all its messages; the text is read again
+  /// only for these.
+  static void tunablesUpdate(const unsigned char* text, std::initializer_list<Table> tables);
 };
