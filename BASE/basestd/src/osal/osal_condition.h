@@ -49,9 +49,9 @@ class OSAL_Condition : private qd_no_duplic {
   int lock(const char* operation);
   int unlock(const char* operation);
 
-  /// Lets other threads run, and comes before a lock whose holder will have to wait: who is to signal
-  /// often needs no more than that, and then nobody is put to sleep and woken up. Call without the
-  /// mutex.
+  /// Lets other threads run, and comes before a lock whose holder will have to wait: who is to
+  /// signal often needs no more than that, and then nobody is put to sleep and woken up. Call
+  /// without the mutex.
   static void giveWay() { ::sched_yield(); }
 
   /// Both wait once, with the mutex held, and may wake up for no reason. They return the POSIX code
