@@ -1,13 +1,17 @@
-// Runs commands in turn, one after the other and round after round, so that what disturbs the
-// machine disturbs all alike, and prints how long each run took from its start to its end.
+// Runs commands in turn, one after the other and round after round, each round beginning with
+// another one, so that what disturbs the machine disturbs all alike, and prints how long each run
+// took from its start to its end.
 //
-//   interleave ROW ROUNDS [--memory] [--remove=FILE]... [--verify=SHELL-COMMAND]
+//   interleave ROW ROUNDS [--memory] [--warm=MIB] [--remove=FILE]... [--verify=SHELL-COMMAND]
 //              --as VARIANT COMMAND [ARGUMENT]... [--as ...]
 //
-// Before each run the files are removed. The first round is not counted; after each of its runs the
-// shell command must succeed. Samples are lines of row, variant and value, with tabs between: the
-// nanoseconds of a run, or with --memory the KiB that it occupied at most.
+// Before each run the files are removed, and so much memory is written to and given back: what a
+// virtual machine has given back for longer, the host takes, and who gets it again waits for it.
+// The first round is not counted; after each of its runs the shell command must succeed. Samples
+// are lines of row, variant and value, with tabs between: the nanoseconds of a run, or with
+// --memory the KiB that it occupied at most.
 
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -30,8 +34,9 @@ struct Variant {
 
 struct Plan {
   const char* row = nullptr;
-  int rounds = 0;
+  std::size_t rounds = 0;
   bool memory = false;
+  std::size_t warm = 0;  ///< bytes
   std::vector<std::string> removed;
   std::string verify;
   std::vector<Variant> variants;
@@ -52,7 +57,7 @@ bool valueOf(std::string_view argument, std::string_view name, std::string& valu
 Plan readPlan(char** argument) {
   Plan plan;
   plan.row = *argument++;
-  plan.rounds = std::atoi(*argument++);
+  plan.rounds = std::strtoul(*argument++, nullptr, 10);
   std::string value;
   for (; *argument != nullptr; ++argument) {
     const std::string_view text = *argument;
@@ -64,6 +69,8 @@ Plan readPlan(char** argument) {
       plan.removed.push_back(value);
     } else if (text == "--memory") {
       plan.memory = true;
+    } else if (valueOf(text, "--warm=", value)) {
+      plan.warm = std::stoul(value) << 20;
     } else if (!valueOf(text, "--verify=", plan.verify)) {
       fail("what is this", *argument);
     }
@@ -72,9 +79,16 @@ Plan readPlan(char** argument) {
   return plan;
 }
 
+void warm(std::size_t bytes) {
+  constexpr int kPrivate = MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE;
+  void* const memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, kPrivate, -1, 0);
+  if (memory != MAP_FAILED) ::munmap(memory, bytes);
+}
+
 /// Runs one command. Returns the sample.
 long long run(const Plan& plan, const Variant& variant) {
   for (const std::string& file : plan.removed) ::unlink(file.c_str());
+  if (plan.warm > 0) warm(plan.warm);
   const auto start = std::chrono::steady_clock::now();
   const pid_t pid = ::fork();
   if (pid == 0) {
@@ -102,8 +116,10 @@ int main(int argc, char** argv) {
       fail("not verified", variant.name);
     }
   }
-  for (int round = 0; round < plan.rounds; ++round) {
-    for (const Variant& variant : plan.variants) {
+  const auto count = plan.variants.size();
+  for (std::size_t round = 0; round < plan.rounds; ++round) {
+    for (std::size_t i = 0; i < count; ++i) {
+      const Variant& variant = plan.variants[(round + i) % count];
       std::printf("%s\t%s\t%lld\n", plan.row, variant.name, run(plan, variant));
       std::fflush(stdout);
     }
