@@ -99,7 +99,8 @@ int osal_listFolder(int folder, std::vector<OSAL_Entry>& entries) {
     for (errno = 0; const dirent* const entry = ::readdir(dir.get()); errno = 0) {
       const std::string_view name = entry->d_name;
       if (name == "." || name == "..") continue;
-      entries.push_back({std::string(name), entryTypeOf(DTTOIF(entry->d_type))});
+      const auto mode = static_cast<mode_t>(DTTOIF(entry->d_type));
+      entries.push_back({std::string(name), entryTypeOf(mode)});
     }
     error = errno;
   }
