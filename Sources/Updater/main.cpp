@@ -3,6 +3,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <exception>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -41,6 +42,7 @@ std::string dataFolder() try {
 /// agent's is not known. `echo`: to standard output as well.
 void init_logging(bool echo) {
   QDLog* const logger = QDLog::getLogger();
+  if (logger == nullptr) throw std::bad_alloc();
   logger->setLevels("ROOT:5;");
   logger->setLogCb(nullptr);  // the search for the log's place is nobody's news
 

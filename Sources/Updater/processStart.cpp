@@ -8,7 +8,12 @@
 
 #include <boost/algorithm/string/split.hpp>
 #include <boost/range/algorithm/find.hpp>
+#include <exception>
+#include <new>
+#include <string_view>
 #include <vector>
+
+#include "Updater/UpdateResult.h"
 
 namespace {
 
@@ -48,6 +53,23 @@ void leaveTerminal() {
   ::close(fd);
 }
 
+std::terminate_handler formerTerminate = nullptr;
+
+/// The JSON library asks for memory while it frees a text, where nothing may be thrown: lack of
+/// memory must not look like a crash.
+[[noreturn]] void endWithoutMemory() {
+  try {
+    if (std::current_exception() != nullptr) throw;
+  } catch (const std::bad_alloc&) {
+    constexpr std::string_view kMessage = "Update failed : no memory\n";
+    (void)!::write(STDERR_FILENO, kMessage.data(), kMessage.size());
+    ::_exit(static_cast<int>(UpdateResult::Exception));
+  } catch (...) {
+  }
+  formerTerminate();
+  std::abort();
+}
+
 void prepareEnvironment() {
   ::setenv("PATH", completedPath(::getenv("PATH")).c_str(), 1);
   ::unsetenv("BASH_ENV");
@@ -72,6 +94,7 @@ std::string completedPath(const char* path) {
 }
 
 void prepareProcess() {
+  formerTerminate = std::set_terminate(&endWithoutMemory);
   openMissingDescriptors();
   resetSignals();
   ::umask(::umask(0) | (S_IWGRP | S_IWOTH));

@@ -7,5 +7,6 @@ std::string completedPath(const char* path);
 
 /// Makes the process independent of how it was started, before anything else happens: the standard
 /// descriptors exist, no signal is ignored or blocked that commands rely on, new files are not
-/// writable by others, the system's commands are found, and nobody is asked anything on a terminal.
+/// writable by others, the system's commands are found, nobody is asked anything on a terminal, and
+/// lack of memory where nothing may be thrown ends it with the status of an exception.
 void prepareProcess();
