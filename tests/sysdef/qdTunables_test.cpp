@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "Said.h"
 #include "sysdef/qdTunableTypes.h"
@@ -150,6 +152,28 @@ TEST(QDTunables, AppliesValues) {
     EXPECT_EQ(said, c.said);
     EXPECT_EQ(changes, c.changes);
   }
+}
+
+// Keys that differ at one place only, and one that stands in the table twice.
+TEST(QDTunables, TellsSimilarKeysApart) {
+  constexpr std::uint32_t kLength = 24;
+  std::vector<std::string> keys;
+  for (std::uint32_t place = 0; place < kLength; ++place) {
+    for (const char c : {'A', 'Z', '0', '_'})
+      keys.push_back(std::string(kLength, 'K').replace(place, 1, 1, c));
+  }
+  keys.push_back(keys.front());
+  std::vector<std::uint32_t> values(keys.size());
+  std::vector<QDTunablesS> table;
+  std::string text;
+  for (std::uint32_t i = 0; i < keys.size(); ++i) {
+    table.push_back({0, UINT32_MAX, QD_TUNABLE_TYPE_U32, &values[i], keys[i].c_str()});
+    text += keys[i] + "=" + std::to_string(i + 1) + "\n" + keys[i] + "K=7\n" + keys[i].substr(1) +
+            "=8\n";
+  }
+  QDTunables::tunablesUpdate(bytes(text), table.data(), static_cast<unsigned int>(table.size()));
+  for (std::uint32_t i = 0; i + 1 < keys.size(); ++i) EXPECT_EQ(values[i], i + 1) << keys[i];
+  EXPECT_EQ(values.back(), 1U) << "the first occurrence, as for its twin";
 }
 
 }  // namespace

@@ -9,9 +9,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <utility>
 
+#include "sysdef/qdTunableKeys.h"
 #include "sysdef/qdTunableTypes.h"
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
@@ -20,10 +19,6 @@ namespace {
 
 constexpr unsigned int kMaxKey = 64;
 constexpr unsigned int kMaxValue = qdtunable::kMaxValue;
-
-/// The first value that a text has for each key of the tables. Other keys are not kept, so that a
-/// text full of them costs no memory.
-using Values = std::unordered_map<std::string_view, std::optional<std::string>>;
 
 /// A text between double quotes.
 struct Quoted {
@@ -72,28 +67,29 @@ const unsigned char* endOfLine(const unsigned char* at) {
   return at + std::strcspn(reinterpret_cast<const char*>(at), "\r\n");
 }
 
-/// How many characters of a key are at `at`; looks at no more than one too many.
+/// How many characters of a key are at `at`; no more than one too many.
 unsigned int keyLengthAt(const unsigned char* at) {
-  unsigned int length = 0;
-  while (length <= kMaxKey && kIsKeyCharacter[at[length]]) ++length;
-  return length;
+  const unsigned char* end = at;
+  while (kIsKeyCharacter[*end]) ++end;
+  return static_cast<unsigned int>(std::min<std::ptrdiff_t>(end - at, kMaxKey + 1));
 }
 
-/// Copies the `length` characters at `at`. Returns false, after logging, when that is refused.
-bool copy(void* to, const unsigned char* at, unsigned int length, const char* what) {
+/// Copies the `length` characters at `at`. Returns nothing, after logging, when that is refused.
+std::optional<std::string> copyValue(const unsigned char* at, unsigned int length) {
+  std::string value(length, '\0');
   try {
-    QDSys::memcpy(to, at, length);
-    return true;
+    QDSys::memcpy(value.data(), at, length);
+    return value;
   } catch (const QDException& e) {
     qdTraceException(e, "ECSP");
-    QDLOG(PRFS, ERR, "Tunables - cannot read " << what << " -> skip line");
-    return false;
+    QDLOG(PRFS, ERR, "Tunables - cannot read value -> skip line");
+    return std::nullopt;
   }
 }
 
 /// Keeps the value of the line from `at` to `end`, if it holds a pair and its key is wanted and
 /// new. Returns false when it complained of the line.
-bool readLine(const unsigned char* at, const unsigned char* end, Values& values) {
+bool readLine(const unsigned char* at, const unsigned char* end, QDTunableKeys& keys) {
   at = skipSpaces(at);
   if (at[0] == '/' && at[1] == '/') {
     QDLOG(PRFS, INF, "Tunables - // comment found -> skip line");
@@ -104,9 +100,7 @@ bool readLine(const unsigned char* at, const unsigned char* end, Values& values)
     QDLOG(PRFS, ERR, "Tunables - bad read name -> skip line : " << QDLogBlob(at, keyLength));
     return false;
   }
-  std::array<char, kMaxKey> name;
-  if (!copy(name.data(), at, keyLength, "name")) return false;
-  const std::string_view key(name.data(), keyLength);
+  const std::string_view key(reinterpret_cast<const char*>(at), keyLength);
 
   at = skipSpaces(at + keyLength);
   if (*at != '=') {
@@ -127,26 +121,28 @@ bool readLine(const unsigned char* at, const unsigned char* end, Values& values)
   QDLOG(PRFS, DBG,
         "Tunables - value found for key = "
             << Quoted{key} << " -> " << Quoted{{reinterpret_cast<const char*>(at), valueLength}});
-  const auto wanted = values.find(key);
-  if (wanted == values.end() || wanted->second) return true;
-  std::string value(valueLength, '\0');
-  if (!copy(value.data(), at, valueLength, "value")) return false;
-  wanted->second = std::move(value);
-  return true;
+  std::optional<std::string>* const wanted = keys.find(key);
+  if (wanted == nullptr || *wanted) return true;
+  *wanted = copyValue(at, valueLength);
+  return wanted->has_value();
 }
 
-void addKeys(std::initializer_list<QDTunables::Table> tables, Values& values) {
+QDTunableKeys keysOf(std::initializer_list<QDTunables::Table> tables) {
+  std::size_t count = 0;
+  for (const QDTunables::Table& table : tables) count += table.size();
+  QDTunableKeys keys(count);
   for (const QDTunables::Table& table : tables) {
-    for (const QDTunablesS& record : table) values.try_emplace(record.name);
+    for (const QDTunablesS& record : table) keys.add(record.name);
   }
+  return keys;
 }
 
 /// Returns false when it complained of a line.
-bool readValues(const unsigned char* text, Values& values) {
+bool readValues(const unsigned char* text, QDTunableKeys& keys) {
   bool good = true;
   for (const unsigned char* line = text; *line != '\0';) {
     const unsigned char* const end = endOfLine(line);
-    good = readLine(line, end, values) && good;
+    good = readLine(line, end, keys) && good;
     line = skipLineEnds(end);
   }
   return good;
@@ -258,15 +254,15 @@ void QDTunables::tunablesUpdate(const unsigned char* text, const QDTunablesS* ta
 }
 
 void QDTunables::tunablesUpdate(const unsigned char* text, std::initializer_list<Table> tables) {
-  Values values;
+  std::optional<QDTunableKeys> keys;
   bool mustRead = true;
   for (const Table& table : tables) {
     try {
-      if (values.empty()) addKeys(tables, values);
+      if (!keys) keys = keysOf(tables);
       // One reading finds the values for all; what it logs is to be logged for every table.
-      if (mustRead) mustRead = logs(readValues(text, values) ? QDLevel::INF : QDLevel::ERR);
+      if (mustRead) mustRead = logs(readValues(text, *keys) ? QDLevel::INF : QDLevel::ERR);
       for (const QDTunablesS& record : table) {
-        const std::optional<std::string>& value = values.at(record.name);
+        const std::optional<std::string>& value = *keys->find(record.name);
         if (value) apply(record, *value);
       }
     } catch (...) {
