@@ -31,7 +31,11 @@ class Lines {
  public:
   void add(std::string_view piece) {
     for (std::size_t end = 0; (end = piece.find('\n')) != std::string_view::npos;) {
-      whole_.push_back(std::exchange(begun_, {}).append(piece.substr(0, end)));
+      if (begun_.empty()) {
+        whole_.emplace_back(piece.substr(0, end));
+      } else {
+        whole_.push_back(std::exchange(begun_, {}).append(piece.substr(0, end)));
+      }
       piece.remove_prefix(end + 1);
     }
     begun_.append(piece);
