@@ -271,6 +271,9 @@ TEST(Signals, BetweenStopAndStartLeaveTheAgentRunning) {
       {"HUP", ours, "systemctl", "signal 1"},   {"HUP", ours, "dpkg", "signal 1"},
       {"PIPE", ours, "systemctl", "exit 0"},    {"PIPE", ours, "dpkg", "exit 0"},
       {"TERM", group, "dpkg", "signal 15"},     {"INT", group, "dpkg", "exit 0"},
+      {"ALRM", ours, "dpkg", "signal 14"},      {"USR1", ours, "dpkg", "signal 10"},
+      {"USR2", ours, "systemctl", "signal 12"}, {"XCPU", ours, "dpkg", "signal 24"},
+      {"XFSZ", ours, "dpkg", "signal 25"},
   };
   for (const auto& [signal, how, during, ended] : kCases) {
     SCOPED_TRACE(std::string(signal) + " during " + during + ": " + how);
