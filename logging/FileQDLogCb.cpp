@@ -125,10 +125,8 @@ void FileQDLogCb::writeToFile(std::string_view text) {
 void FileQDLogCb::rollLogFiles() {
   const bool renamed = std::rename(_path.c_str(), qdLogBackupName(_path).c_str()) == 0;
   _file = openFile();  // without memory for it the former one stays in use
-  _torn = false;
-  _rollAbove = kMaxFileSize;
+  const unsigned long long size = _file ? sizeOf(_file.get()) : 0;
+  _torn = _torn && size > 0;
   // A backup name that is taken for good must not cost a roll with every line.
-  if (!renamed && _file) {
-    _rollAbove = std::max(_rollAbove, sizeOf(_file.get()) + kRetryRollAfter);
-  }
+  _rollAbove = renamed ? kMaxFileSize : std::max(kMaxFileSize, size + kRetryRollAfter);
 }

@@ -92,6 +92,15 @@ TEST(FileQDLogCb, BeginsALineAtTheLeftAlsoBehindOneThatWasCutOff) {
   writeRecord(sink, "next");
   EXPECT_EQ(content(path).substr(59, 3), "x\n[");
   EXPECT_EQ(fs::file_size(path), 60U + 1U + kFrame + 5U);
+
+  fs::create_directories(folder / "agent.bak/occupied");  // nor does a roll that failed forget it
+  fs::resize_file(path, 5242880 - kFrame);
+  {
+    const Limit limit(RLIMIT_FSIZE, 5242880 - 1);
+    writeRecord(sink, "");
+  }
+  writeRecord(sink, "next");
+  EXPECT_EQ(fs::file_size(path), 5242880U - 1U + 1U + kFrame + 5U);
 }
 
 }  // namespace
