@@ -1,6 +1,7 @@
 // Real serving by nginx, and servers that are faulty or hostile.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <boost/algorithm/string/join.hpp>
@@ -328,6 +329,20 @@ TEST(Connection, CutAtAnyByteGivesNoAnswer) {
       EXPECT_EQ(client.head(server.url() + "/", headers), -1);
     }
   }
+}
+
+TEST(Connection, NameThatNobodyResolvesEndsTheRun) {
+  QD_NEEDS_ROOT();
+  // Without it a resolver that hangs would not be cut off by the limit for connecting.
+  EXPECT_TRUE(::curl_version_info(CURLVERSION_NOW)->features & CURL_VERSION_ASYNCHDNS);
+  LinuxUpdate update;
+  update.run.inChild = [] {  // no name server in reach
+    if (::unshare(CLONE_NEWNET) != 0) ::_exit(99);
+  };
+  const Outcome outcome = update.run.run({hexAddress("http://updates.invalid"), "7.2.0.1"});
+  if (outcome.ended == "exit 99") GTEST_SKIP() << "needs a network namespace";
+  EXPECT_EQ(outcome.ended, "exit 2");
+  EXPECT_THAT(outcome.log, Contains(testing::StartsWith("ERR Request http://updates.invalid/")));
 }
 
 TEST(OtherSchemes, AreRefused) {
