@@ -12,7 +12,7 @@
 class QDLogClock {
  public:
   /// The time now, "2026-03-01 14:05:09"; empty for one that has no local time. Lives until the
-  /// next call. It is made anew when the second has changed, or the time zone.
+  /// next call. It is made anew when the second has changed, or TZ.
   const std::string& now();
 
  private:

@@ -53,7 +53,7 @@ void leaveTerminal() {
   ::close(fd);
 }
 
-std::terminate_handler formerTerminate = nullptr;
+const std::terminate_handler formerTerminate = std::get_terminate();
 
 /// The JSON library asks for memory while it frees a text, where nothing may be thrown: lack of
 /// memory must not look like a crash.
@@ -94,7 +94,7 @@ std::string completedPath(const char* path) {
 }
 
 void prepareProcess() {
-  formerTerminate = std::set_terminate(&endWithoutMemory);
+  std::set_terminate(&endWithoutMemory);
   openMissingDescriptors();
   resetSignals();
   ::umask(::umask(0) | (S_IWGRP | S_IWOTH));

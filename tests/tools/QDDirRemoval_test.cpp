@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "SystemHooks.h"
 #include "ToolsTest.h"
@@ -80,6 +81,24 @@ TEST_F(QDDirRemovalTest, WhatVanishesMeanwhileIsGone) {
     return 0;
   };
   EXPECT_EQ(remove(tree), "nothing");
+}
+
+TEST_F(QDDirRemovalTest, AFileThatBecomesAFolderMeanwhileGoesToo) {
+  fs::create_directory(tree);
+  writeFile(tree + "/a", "");
+  writeFile(tree + "/b", "");
+  bool first = true;
+  SystemHooks hooks;
+  hooks.removing = [&](const std::string& name) {
+    if (std::exchange(first, false)) {
+      const std::string other = tree + (name == "a" ? "/b" : "/a");
+      fs::remove(other);
+      fs::create_directories(other + "/inside");
+    }
+    return 0;
+  };
+  EXPECT_EQ(remove(tree), "nothing");
+  EXPECT_FALSE(fs::exists(tree));
 }
 
 TEST_F(QDDirRemovalTest, NeedsNeitherStackNorDescriptorsNorShortPathsForDepth) {

@@ -53,6 +53,12 @@ int unlinkEntry(int folder, const char* name, int flags) {
   return ::unlinkat(folder, name, flags) == 0 ? 0 : errno;
 }
 
+void tellRemoved(bool removed, const unsigned char* path) {
+  QDLOG(OSAL, INF,
+        "osal_rmfile : file " << (removed ? "removed" : "not exists") << " at path "
+                              << QDLogPath(path));
+}
+
 int openFolder(int folder, const char* name, int flags, const unsigned char* path, ScopedFd& fd) {
   fd.reset(::openat(folder, name, flags | O_DIRECTORY | O_CLOEXEC | O_NOCTTY));
   if (!fd) {
@@ -99,8 +105,7 @@ int osal_listFolder(int folder, std::vector<OSAL_Entry>& entries) {
     for (errno = 0; const dirent* const entry = ::readdir(dir.get()); errno = 0) {
       const std::string_view name = entry->d_name;
       if (name == "." || name == "..") continue;
-      const auto mode = static_cast<mode_t>(DTTOIF(entry->d_type));
-      entries.push_back({std::string(name), entryTypeOf(mode)});
+      entries.push_back({std::string(name), entry->d_type == DT_REG});
     }
     error = errno;
   }
@@ -135,10 +140,12 @@ int osal_rmfileAt(int folder, const char* name, const unsigned char* path, bool*
     return -1;
   }
   if (removed != nullptr) *removed = error == 0;
-  if (!silent) {
-    QDLOG(OSAL, INF,
-          "osal_rmfile : file " << (error == 0 ? "removed" : "not exists") << " at path "
-                                << QDLogPath(path));
-  }
+  if (!silent) tellRemoved(error == 0, path);
   return 0;
+}
+
+bool osal_tryRmfileAt(int folder, const char* name, const unsigned char* path) {
+  if (unlinkEntry(folder, name, 0) != 0) return false;
+  tellRemoved(true, path);
+  return true;
 }

@@ -23,11 +23,10 @@ int osal_openFolderAt(int folder, const char* name, const unsigned char* path, S
 /// relative one starts (AT_FDCWD: the current directory).
 int osal_reachFolderAt(int folder, const char* name, const unsigned char* path, ScopedFd& fd);
 
-/// An entry of a directory, of the type that the listing says: QD_FILETYPE_UNKNOWN where it says
-/// none.
+/// An entry of a directory.
 struct OSAL_Entry {
   std::string name;
-  QDFileType type;
+  bool file;  ///< the listing calls it a regular file, which it may no longer be
 };
 
 /// Adds the entries of the open directory, "." and ".." left out. After a failure those that could
@@ -41,3 +40,7 @@ int osal_rmdirAt(int folder, const char* name, const unsigned char* path, bool* 
 /// suppresses the messages.
 int osal_rmfileAt(int folder, const char* name, const unsigned char* path, bool* removed,
                   bool silent);
+
+/// Unlinks what is no directory, and tells it as `osal_rmfileAt`. False when nothing was unlinked,
+/// about which nothing is logged: what is in the way is for the caller to find out.
+bool osal_tryRmfileAt(int folder, const char* name, const unsigned char* path);

@@ -42,7 +42,7 @@ int OSAL_Event::waitForNotification(unsigned int ms) {
     QDLOG(OSAL, EL2, "OSAL_Event::waitForNotification - Invalid handle");
     return -1;
   }
-  if (!notified_) OSAL_Condition::giveWay();
+  if (ms > 0 && !notified_) OSAL_Condition::giveWay();
   OSAL_Condition::Lock lock(condition_, "waitForNotification");
   if (!lock) return -1;
   if (notified_) {

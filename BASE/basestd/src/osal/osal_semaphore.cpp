@@ -56,7 +56,7 @@ int OSAL_Semaphore::timedwait(unsigned int ms) {
   QDLOG(OSAL, DBG,
         "OSAL_Semaphore::timedwait (ts.tv_sec = " << deadline.tv_sec
                                                   << " ; ts.tv_nsec = " << deadline.tv_nsec << ")");
-  if (count_ == 0) OSAL_Condition::giveWay();
+  if (ms > 0 && count_ == 0) OSAL_Condition::giveWay();
   OSAL_Condition::Lock lock(condition_, "timedwait");
   if (!lock) {
     condition_.unlock("timedwait");

@@ -99,15 +99,17 @@ void Removal::enterParentOfRoot() {
   const QDFileType type = typeOf(name);
   if (type == QD_FILETYPE_NOTEXISTS) fail(false, "Not exists : ", path());
   if (type != QD_FILETYPE_DIR) fail(false, "Exists and is not a directory : ", path());
-  folders_.back().entries.push_back({name, type});
+  folders_.back().entries.push_back({name, false});
 }
 
 void Removal::removeNextEntry() {
   Folder& folder = folders_.back();
-  auto [name, type] = std::move(folder.entries[folder.next++]);
+  const auto [name, file] = std::move(folder.entries[folder.next++]);
   path_.resize(folder.prefix);
   path_ += name;
-  if (type == QD_FILETYPE_UNKNOWN) type = typeOf(name);
+  // Asking for the type of each file would take most of the time.
+  if (file && osal_tryRmfileAt(folder.fd.get(), name.c_str(), path())) return;
+  QDFileType type = typeOf(name);
   if (type == QD_FILETYPE_DIR) {
     if (enter(name)) return;
     type = typeOf(name);  // it may have become something else meanwhile
