@@ -17,10 +17,10 @@ namespace {
 
 constexpr std::size_t kMaxHeaderNames = 1000;
 constexpr std::size_t kMaxHeaderBytes = std::size_t{1} << 20;
-constexpr long kReceiveBuffer = 384L * 1024;
+constexpr long kReceiveBuffer = 512L * 1024;
 
 /// libcurl hands over 16 KiB at most; file systems take larger pieces for much less.
-constexpr std::size_t kWriteBuffer = std::size_t{64} * 1024;
+constexpr std::size_t kWriteBuffer = std::size_t{32} * 1024;
 
 struct CloseFile {
   void operator()(std::FILE* file) const noexcept { std::fclose(file); }
