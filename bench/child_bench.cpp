@@ -8,7 +8,7 @@
 #include <boost/process.hpp>
 #include <cstdio>
 
-#include "Updater/utilsExec.h"
+#include "Updater/command/utilsExec.h"
 #include "measure.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <array>
 #include <random>
 
+#include "ground/osal_scoped.h"
 #include "measure.h"
-#include "osal/osal_scoped.h"
 #include "tools/QDFile.h"
 #include "tools/QDHash.h"
 

@@ -7,8 +7,8 @@
 
 #include <array>
 
+#include "ground/osal_scoped.h"
 #include "measure.h"
-#include "osal/osal_scoped.h"
 #include "tools/QDDir.h"
 
 namespace {

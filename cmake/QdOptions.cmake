@@ -70,10 +70,11 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND CMAKE_BUILD_TYPE STREQUAL "Release")
   target_link_options(qd_self_contained INTERFACE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
 endif()
 
-# qd_layer(<name> SOURCES <file>... [DEPENDS <layer>...] [LIBRARIES <target>...])
-# One layer, as an object library. It may include the layers it depends on and those below them.
+# qd_layer(<name> FOLDERS <folder>... SOURCES <file>... [DEPENDS <layer>...] [LIBRARIES <target>...])
+# One layer, as an object library: what lies in its folders, but for folders that another layer names. It may
+# include the layers it depends on and those below them.
 function(qd_layer name)
-  cmake_parse_arguments(arg "" "" "SOURCES;DEPENDS;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(arg "" "" "FOLDERS;SOURCES;DEPENDS;LIBRARIES" ${ARGN})
   add_library(qd_${name} OBJECT ${arg_SOURCES})
   target_link_libraries(qd_${name} PUBLIC qd_settings ${arg_LIBRARIES})
   foreach(layer IN LISTS arg_DEPENDS)

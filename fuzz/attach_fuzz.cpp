@@ -1,8 +1,8 @@
 // What the disk image tool prints.
 
 #include "FuzzTarget.h"
-#include "Updater/utilsExec.h"
-#include "Updater/utilsPackage.h"
+#include "Updater/command/utilsExec.h"
+#include "Updater/package/utilsPackage.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string device;

@@ -4,7 +4,7 @@
 #include <exception>
 
 #include "FuzzTarget.h"
-#include "Updater/utilsSetup.h"
+#include "Updater/setup/utilsSetup.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace utils;

@@ -4,7 +4,7 @@
 #include <exception>
 
 #include "FuzzTarget.h"
-#include "Updater/HttpClient.h"
+#include "Updater/net/HttpClient.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string text = fuzzText(data, size);

@@ -4,10 +4,10 @@
 #include <sstream>
 
 #include "FuzzTarget.h"
-#include "Updater/HttpClient.h"
-#include "Updater/Version.h"
-#include "Updater/updateRules.h"
-#include "Updater/utilsShell.h"
+#include "Updater/command/utilsShell.h"
+#include "Updater/net/HttpClient.h"
+#include "Updater/procedure/updateRules.h"
+#include "Updater/terms/Version.h"
 #include "tools/QDException.h"
 
 namespace {

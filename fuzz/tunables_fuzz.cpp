@@ -12,8 +12,8 @@
 
 #include "FuzzTarget.h"
 #include "base/sysdef/tunables.h"
+#include "ground/qdTunableTypes.h"
 #include "logging/QDLog.h"
-#include "sysdef/qdTunableTypes.h"
 #include "sysdef/qdTunablesBase.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <new>
 #include <string_view>
 
-#include "osal/osal_ownfile.h"
+#include "ground/osal_ownfile.h"
 
 namespace {
 

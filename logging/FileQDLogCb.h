@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "ground/osal_scoped.h"
 #include "logging/QDLog.h"
-#include "osal/osal_scoped.h"
 
 /// The local time as the text of a log line. For one thread at a time.
 class QDLogClock {

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <new>
 
-#include "osal/osal_process.h"
+#include "ground/osal_process.h"
 
 constinit std::atomic<QDLog*> QDLog::_singleton{nullptr};
 

@@ -6,9 +6,9 @@
 #include <ios>
 #include <iterator>
 
+#include "ground/QDMarkers.h"
+#include "logging/QDMutexSilent.h"
 #include "logging/QDStreamLogger.h"
-#include "tools/QDMarkers.h"
-#include "tools/QDMutexSilent.h"
 
 /// The module that a statement belongs to: QDLOG_ROOT, QDLOG_DBWR and so on.
 enum QDLogMType : int {

@@ -4,8 +4,8 @@
 #include <sstream>
 #include <string>
 
-#include "logging/QDEnums.h"
-#include "tools/QDMarkers.h"
+#include "ground/QDEnums.h"
+#include "ground/QDMarkers.h"
 
 /// An object that can print itself into a log record.
 class QDStreamLoggerImpl : public qd_interface_base_qualifier {

@@ -7,17 +7,17 @@
 #include <optional>
 #include <string>
 
-#include "Updater/HttpClient.h"
-#include "Updater/Updater.h"
-#include "Updater/agentUnit.h"
 #include "Updater/commandLine.h"
-#include "Updater/processStart.h"
-#include "Updater/utilsPlatform.h"
+#include "Updater/net/HttpClient.h"
+#include "Updater/procedure/Updater.h"
+#include "Updater/process/agentUnit.h"
+#include "Updater/process/processStart.h"
+#include "Updater/terms/utilsPlatform.h"
 #include "base/osal/MacOS/UxosalConf.h"
+#include "ground/osal_ownfile.h"
 #include "logging/FileQDLogCb.h"
 #include "logging/QDLog.h"
 #include "osal/osal_fs.h"
-#include "osal/osal_ownfile.h"
 #include "osal/osal_sys.h"
 
 /// The run's sink; `main` deletes it when nothing is logged any more.

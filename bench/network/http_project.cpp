@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "Updater/HttpClient.h"
+#include "Updater/net/HttpClient.h"
 #include "logging/QDLog.h"
 
 namespace {

@@ -10,9 +10,9 @@
 #include "Files.h"
 #include "LogCapture.h"
 #include "TempFolder.h"
-#include "Updater/boostProcess.h"
-#include "Updater/lockFile.h"
-#include "Updater/utilsExec.h"
+#include "Updater/command/boostProcess.h"
+#include "Updater/command/utilsExec.h"
+#include "Updater/procedure/lockFile.h"
 
 namespace {
 

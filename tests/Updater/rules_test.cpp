@@ -4,13 +4,13 @@
 
 #include <sstream>
 
-#include "Updater/Version.h"
-#include "Updater/agentUnit.h"
-#include "Updater/lockFile.h"
-#include "Updater/processStart.h"
-#include "Updater/updateRules.h"
-#include "Updater/utilsPlatform.h"
-#include "Updater/utilsShell.h"
+#include "Updater/command/utilsShell.h"
+#include "Updater/procedure/lockFile.h"
+#include "Updater/procedure/updateRules.h"
+#include "Updater/process/agentUnit.h"
+#include "Updater/process/processStart.h"
+#include "Updater/terms/Version.h"
+#include "Updater/terms/utilsPlatform.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Updater/utilsSetup.h"
+#include "Updater/setup/utilsSetup.h"
 
 namespace {
 

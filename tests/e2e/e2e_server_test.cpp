@@ -10,7 +10,7 @@
 
 #include "Nginx.h"
 #include "Scenario.h"
-#include "Updater/HttpClient.h"
+#include "Updater/net/HttpClient.h"
 
 namespace fs = std::filesystem;
 using testing::Contains;

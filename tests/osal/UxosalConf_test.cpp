@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "FilesTest.h"
-#include "osal/osal_scoped.h"
+#include "ground/osal_scoped.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "osal/osal_ownfile.h"
+#include "ground/osal_ownfile.h"
 
 #include <sys/stat.h>
 

@@ -20,7 +20,7 @@
 #include "TempFolder.h"
 #include "base/osal/MacOS/UxosalTools.h"
 #include "base/osal/osalsysinfo.h"
-#include "osal/osal_process.h"
+#include "ground/osal_process.h"
 
 namespace {
 

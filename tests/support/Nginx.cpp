@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "UpdateRun.h"
-#include "osal/osal_scoped.h"
+#include "ground/osal_scoped.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "Files.h"
 #include "TempFolder.h"
-#include "osal/osal_scoped.h"
+#include "ground/osal_scoped.h"
 
 /// The user that a run without administrator rights, or a hostile neighbour, belongs to.
 inline constexpr uid_t kNobody = 65534;

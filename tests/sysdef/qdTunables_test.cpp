@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Said.h"
-#include "sysdef/qdTunableTypes.h"
+#include "ground/qdTunableTypes.h"
 
 namespace {
 

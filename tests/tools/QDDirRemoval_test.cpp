@@ -13,7 +13,7 @@
 
 #include "SystemHooks.h"
 #include "ToolsTest.h"
-#include "osal/osal_scoped.h"
+#include "ground/osal_scoped.h"
 #include "tools/QDDir.h"
 
 namespace {

@@ -14,8 +14,8 @@
 #include <cstring>
 #include <span>
 
+#include "ground/osal_process.h"
 #include "logging/QDLog.h"
-#include "osal/osal_process.h"
 
 namespace {
 

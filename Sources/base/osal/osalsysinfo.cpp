@@ -6,17 +6,12 @@
 #include <cstring>
 #include <iterator>
 
+#include "base/ground/target.h"
+#include "base/ground/tunablesValues.h"
 #include "base/osal/osalnet.h"
-#include "base/sysdef/tunablesValues.h"
 #include "osal/osal_host.h"
 
 namespace {
-
-#if defined(QD_LINUX_FAMILY)
-constexpr bool kLinuxFamily = true;
-#else
-constexpr bool kLinuxFamily = false;
-#endif
 
 /// Bytes that a caller of `getsysinfo` has in each of its buffers.
 constexpr std::size_t kTextSize = 1025;
@@ -127,7 +122,8 @@ int getsysinfo(char* osText, char* archName, unsigned int* sysFlags) {
   *archName = '\0';
   *sysFlags = kSystemFlags | (QD_AGENT_NAS ? kNasFlag : 0);
 
-  const std::string description = kLinuxFamily ? osalsysinfo_linux() : osalsysinfo_macOS();
+  const bool linuxFamily = targetFamily() == TargetFamily::Linux;
+  const std::string description = linuxFamily ? osalsysinfo_linux() : osalsysinfo_macOS();
   std::snprintf(osText, kTextSize, "%s", description.c_str());
 
   struct utsname machine {};

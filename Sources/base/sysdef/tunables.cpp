@@ -1,6 +1,6 @@
 #include "base/sysdef/tunables.h"
 
-#include "base/sysdef/tunablesValues.h"
+#include "base/ground/tunablesValues.h"
 #include "logging/QDLog.h"
 #include "logging/QDLogPath.h"
 #include "sysdef/qdTunablesBase.h"
@@ -10,7 +10,7 @@
 
 const QDTunablesS tunablesOVT[] = {
 #define QD_TUNABLE QD_TUNABLE_RECORD
-#include "base/sysdef/tunablesOVT.def"
+#include "base/ground/tunablesOVT.def"
 };
 
 namespace {

@@ -9,11 +9,11 @@
 #include "Files.h"
 #include "Said.h"
 #include "TempFolder.h"
-#include "base/sysdef/tunablesValues.h"
+#include "base/ground/tunablesValues.h"
+#include "ground/qdTunableTypes.h"
+#include "ground/qdTunablesBaseValues.h"
 #include "osal/osal_file.h"
-#include "sysdef/qdTunableTypes.h"
 #include "sysdef/qdTunablesBase.h"
-#include "sysdef/qdTunablesBaseValues.h"
 #include "tools/QDHash.h"
 
 namespace {

@@ -5,7 +5,7 @@
 
 #include <ctime>
 
-#include "tools/QDMarkers.h"
+#include "ground/QDMarkers.h"
 
 /// A mutex and a condition variable with one life: what OSAL_Event and OSAL_Semaphore share.
 ///

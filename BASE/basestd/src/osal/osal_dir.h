@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "logging/QDEnums.h"
-#include "tools/QDMarkers.h"
+#include "ground/QDEnums.h"
+#include "ground/QDMarkers.h"
 
 /// One open directory, read entry by entry. Used by one thread. Closed, without a message, by its
 /// destructor.

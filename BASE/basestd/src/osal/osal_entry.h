@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "logging/QDEnums.h"
-#include "osal/osal_scoped.h"
+#include "ground/QDEnums.h"
+#include "ground/osal_scoped.h"
 
 // Operations on the entry `name` of the open directory `folder`. Whatever becomes of the
 // directory's own name meanwhile, the entry is the one in it, and it is what it is itself: links

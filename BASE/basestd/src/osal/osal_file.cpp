@@ -10,9 +10,9 @@
 #include <filesystem>
 #include <utility>
 
+#include "ground/osal_ownfile.h"
 #include "logging/QDLog.h"
 #include "logging/QDLogPath.h"
-#include "osal/osal_ownfile.h"
 
 static_assert(sizeof(off_t) == 8, "file sizes take 64 bits: build with _FILE_OFFSET_BITS=64");
 

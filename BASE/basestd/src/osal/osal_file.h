@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include "logging/QDEnums.h"
-#include "tools/QDMarkers.h"
+#include "ground/QDEnums.h"
+#include "ground/QDMarkers.h"
 
 // Options of `OSAL_File::open`, to be combined. Other bits are ignored.
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "osal/osal_scoped.h"
+#include "ground/osal_scoped.h"
 
 // What only the operating system can answer about the network. As osal_host.h: each system has its
 // own implementation, and every function returns 0 or an errno value and writes its outputs on

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/QDMarkers.h"
+#include "ground/QDMarkers.h"
 
 /// One file mapped into memory as a whole, shared with whoever else maps it. Used by one thread.
 /// Unmapped by its destructor.

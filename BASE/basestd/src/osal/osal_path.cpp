@@ -13,10 +13,10 @@
 #include <cstdlib>
 #include <string>
 
+#include "ground/osal_scoped.h"
 #include "logging/QDLog.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_entry.h"
-#include "osal/osal_scoped.h"
 
 #if defined(__APPLE__)
 #include <sys/mount.h>

@@ -2,7 +2,7 @@
 
 #include <sys/types.h>
 
-#include "logging/QDEnums.h"
+#include "ground/QDEnums.h"
 
 // Operations on one path. Each is a single system call and returns 0, or -1 after logging the
 // system error code; `silent` suppresses every message of the call and changes no result. A null

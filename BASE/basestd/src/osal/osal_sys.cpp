@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "ground/qdTunablesBaseValues.h"
 #include "logging/QDLog.h"
 #include "osal/osal_host.h"
-#include "sysdef/qdTunablesBaseValues.h"
 
 namespace {
 

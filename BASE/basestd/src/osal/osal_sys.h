@@ -5,10 +5,10 @@
 
 #include <sys/types.h>
 
+#include "ground/osal_process.h"
 #include "osal/osal_env.h"
 #include "osal/osal_identity.h"
 #include "osal/osal_memory.h"
-#include "osal/osal_process.h"
 #include "osal/osal_time.h"
 
 /// Ends the process as the C `exit` does.

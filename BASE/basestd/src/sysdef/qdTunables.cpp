@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "ground/qdTunableTypes.h"
 #include "sysdef/qdTunableKeys.h"
-#include "sysdef/qdTunableTypes.h"
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
 

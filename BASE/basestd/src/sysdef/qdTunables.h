@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <span>
 
-#include "logging/QDEnums.h"
+#include "ground/QDEnums.h"
 
 /// One tunable: a named setting with a fixed type and, for numbers, a permitted range.
 struct QDTunablesS {

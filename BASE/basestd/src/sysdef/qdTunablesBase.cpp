@@ -2,13 +2,13 @@
 
 #include <array>
 
-#include "sysdef/qdTunablesBaseValues.h"
+#include "ground/qdTunablesBaseValues.h"
 #include "tools/QDException.h"
 #include "tools/QDFile.h"
 
 const QDTunablesS tunablesBase[] = {
 #define QD_TUNABLE QD_TUNABLE_RECORD
-#include "sysdef/qdTunablesBase.def"
+#include "ground/qdTunablesBase.def"
 };
 
 void QDTunablesBase::tunablesUpdate(const unsigned char* text) {

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "tools/QDMarkers.h"
+#include "ground/QDMarkers.h"
 
 /// A heap buffer whose size is fixed before its first use, on a page boundary and filled with zeros
 /// if asked for. Misuse is logged and thrown. Used by one thread at a time.

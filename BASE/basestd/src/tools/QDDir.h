@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ground/QDMarkers.h"
 #include "osal/osal_dir.h"
 #include "tools/QDDirCallbacks.h"  // IWYU pragma: export
 #include "tools/QDDirRemoveCb.h"   // IWYU pragma: export
-#include "tools/QDMarkers.h"
 
 /// One open directory, and operations on directories by their paths. Failures are logged and
 /// thrown as a QDException of code 1. Used by one thread; the static operations by any.

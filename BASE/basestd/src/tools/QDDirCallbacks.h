@@ -1,7 +1,7 @@
 #pragma once
 
-#include "logging/QDEnums.h"
-#include "tools/QDMarkers.h"
+#include "ground/QDEnums.h"
+#include "ground/QDMarkers.h"
 
 /// Takes what a walk through a directory finds.
 class QSDir_cbArgBrowse : public qd_interface_base_qualifier {

@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include "ground/osal_scoped.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_fs.h"
-#include "osal/osal_scoped.h"
 #include "tools/QDDir.h"
 #include "tools/QDException.h"
 #include "tools/QDPathOps.h"

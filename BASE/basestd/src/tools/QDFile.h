@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "ground/QDMarkers.h"
 #include "osal/osal_file.h"
-#include "tools/QDMarkers.h"
 
 /// Option of `QDFile::open`, beside those of `OSAL_File::open`: creates missing parent directories
 /// in the modes that may create the file.

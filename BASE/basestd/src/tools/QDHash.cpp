@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "osal/osal_scoped.h"
+#include "ground/osal_scoped.h"
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
 

@@ -5,7 +5,7 @@
 #include <array>
 #include <memory>
 
-#include "tools/QDMarkers.h"
+#include "ground/QDMarkers.h"
 
 /// MD5 digests (RFC 1321), computed by OpenSSL: over a stream of updates, a block, a string or a
 /// file.

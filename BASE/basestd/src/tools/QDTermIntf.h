@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/QDMarkers.h"
+#include "ground/QDMarkers.h"
 
 /// Asked by waits between their slices. Used by the waiting thread.
 class QDTermIntf : public qd_interface_base_qualifier {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <new>
 
-#include "osal/osal_process.h"
-#include "sysdef/qdTunablesBaseValues.h"
+#include "ground/osal_process.h"
+#include "ground/qdTunablesBaseValues.h"
 #include "tools/QDException.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <array>
 #include <cerrno>
 
-#include "osal/osal_scoped.h"
+#include "ground/osal_scoped.h"
 
 namespace {
 

@@ -1,8 +1,0 @@
-#pragma once
-
-#include "sysdef/qdTunableTypes.h"
-
-// The base library's tunables: one variable each, named like its key, read where it is used. They
-// are set before threads start.
-#define QD_TUNABLE QD_DECLARE_TUNABLE
-#include "sysdef/qdTunablesBase.def"

@@ -1,0 +1,290 @@
+#include "Updater/procedure/Updater.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+
+#include "Updater/package/utilsPackage.h"
+#include "Updater/procedure/lockFile.h"
+#include "Updater/procedure/updateRules.h"
+#include "Updater/process/agentUnit.h"
+#include "base/osal/osalnet.h"
+#include "logging/QDLog.h"
+
+namespace fs = boost::filesystem;
+
+int Updater::checkAndUpdate(const std::string& url, const std::string& currentVersion) {
+  QDLOG(ROOT, NFY, "Check Update");
+  QDLOG(ROOT, NFY, "Current version : " << currentVersion);
+  QDLOG(ROOT, NFY, "Udpate server : " << url);
+  if (!checkLockFile()) return static_cast<int>(UpdateResult::Done);
+  const int result = doCheckAndUpdate(url, currentVersion);
+  if (skipInstall || result == static_cast<int>(UpdateResult::NotAdministrator) ||
+      result == static_cast<int>(UpdateResult::TransferFailed)) {
+    removeLockFile();
+  }
+  return result;
+}
+
+bool Updater::checkLockFile() try {
+  using std::chrono::duration_cast, std::chrono::milliseconds, std::chrono::system_clock;
+  const long long now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+
+  lockFilePath = utils::joinPath(fs::temp_directory_path().string(), "upgrade_ovt.lock");
+  const fs::file_type type = fs::symlink_status(lockFilePath).type();
+  if (type != fs::regular_file) {
+    if (type != fs::file_not_found) std::remove(lockFilePath.c_str());
+    QDLOG(ROOT, NFY, "Lock file is [" << lockFilePath << "]");
+    if (!writeLock(lockFilePath, now)) QDLOG(ROOT, ERR, "Failed to open lock file");
+    return true;
+  }
+
+  QDLOG(ROOT, DBG, "Lock file is [" << lockFilePath << "]");
+  const long long lockTime = readLock(lockFilePath);
+  if (lockHolds(lockTime, now)) {
+    QDLOG(ROOT, NFY,
+          "Another instance of has been launched less than one hour ago "
+              << lockTimeText(lockTime) << " : lock file location is " << lockFilePath);
+    return false;
+  }
+  writeLock(lockFilePath, now);
+  return true;
+} catch (const std::exception& e) {
+  QDLOG(ROOT, ERR, "checkLockFile error : " << e.what());
+  return false;
+}
+
+void Updater::removeLockFile() {
+  QDLOG(ROOT, NFY, "Remove lock file");
+  std::remove(lockFilePath.c_str());
+}
+
+int Updater::doCheckAndUpdate(const std::string& url, const std::string& currentVersion) try {
+  using Step = Stop (Updater::*)(UpdateRun&);
+  static constexpr Step kSteps[] = {
+      &Updater::identifySystem,  &Updater::checkAdministrator,   &Updater::parseInstalledVersion,
+      &Updater::findTempDir,     &Updater::identifyArchitecture, &Updater::chooseParameters,
+      &Updater::compareVersions, &Updater::checkAgentUnit,       &Updater::fetchDigest,
+      &Updater::querySize,       &Updater::obtainPackage,        &Updater::replaceAgent,
+  };
+  serverUrl = url;
+  UpdateRun run;
+  run.installedText = currentVersion;
+  for (const Step step : kSteps) {
+    if (const Stop stop = (this->*step)(run)) return static_cast<int>(*stop);
+  }
+  return static_cast<int>(UpdateResult::Done);
+} catch (const std::exception& e) {
+  QDLOG(ROOT, ERR, "Exception : " << e.what());
+  return static_cast<int>(UpdateResult::Exception);
+}
+
+Updater::Stop Updater::identifySystem(UpdateRun& /*run*/) {
+  os = utils::getOS();
+  QDLOG(ROOT, NFY, "OS is [" << utils::agentOSToString(os) << "]");
+  if (os == utils::OsWindows) distrib = utils::DistribExe;
+  if (os == utils::OsLinux) {
+    distrib = utils::linuxDistrib(utils::isSyno(), utils::isDebian());
+    QDLOG(ROOT, NFY, "distrib is [" << utils::agentDistribToString(distrib) << "]");
+  }
+  return std::nullopt;
+}
+
+Updater::Stop Updater::checkAdministrator(UpdateRun& /*run*/) {
+  if (utils::checkAdmin()) return std::nullopt;
+  QDLOG(ROOT, ERR, "Need priveledged user or root user");
+  return UpdateResult::NotAdministrator;
+}
+
+Updater::Stop Updater::parseInstalledVersion(UpdateRun& run) {
+  run.installed = Version(run.installedText);
+  if (run.installed.isValid()) return std::nullopt;
+  QDLOG(ROOT, ERR, "Invalid current version " << run.installedText);
+  return UpdateResult::InvalidInstalledVersion;
+}
+
+Updater::Stop Updater::findTempDir(UpdateRun& /*run*/) {
+  tempDir = utils::getTempDir();
+  if (tempDir.empty()) {
+    QDLOG(ROOT, ERR, "Cannot get temp directory location");
+    return UpdateResult::Exception;
+  }
+  QDLOG(ROOT, NFY, "tempdir is [" << tempDir << "]");
+  return std::nullopt;
+}
+
+Updater::Stop Updater::identifyArchitecture(UpdateRun& run) {
+  std::string name = utils::getArch();
+  if (name.empty()) {
+    QDLOG(ROOT, ERR, "Cannot get architecture");
+    return UpdateResult::UnsupportedArchitecture;
+  }
+  arch = utils::stringToAgentArch(name);
+  if (arch == utils::ArchUnknown) {
+    QDLOG(ROOT, ERR, "Invalid architecture");
+    return UpdateResult::UnsupportedArchitecture;
+  }
+  if (arch == utils::ArchAmd64 && isEmulation()) {
+    name = "arm64";
+    arch = utils::ArchArm64;
+    run.emulated = true;
+  }
+  QDLOG(ROOT, NFY, "arch  is [" << name << "]");
+  return std::nullopt;
+}
+
+Updater::Stop Updater::chooseParameters(UpdateRun& run) {
+  utils::SetuParameter& setup = run.setup;
+  setup = getAgentSetup();
+  if (run.emulated) setup.installCmd = "arch -arch arm64 " + setup.installCmd;
+  QDLOG(ROOT, NFY, "version url = " << setup.versionUrl);
+  QDLOG(ROOT, NFY, "setup url   = " << setup.setupUrl);
+  QDLOG(ROOT, NFY, "setup path  = " << setup.setupPath);
+  QDLOG(ROOT, NFY, "hash url    = " << setup.hashUrl);
+  QDLOG(ROOT, NFY, "star cmd    = " << setup.startCmd);
+  QDLOG(ROOT, NFY, "stop cmd    = " << setup.stopCmd);
+  QDLOG(ROOT, NFY, "install cmd = " << setup.installCmd);
+  return std::nullopt;
+}
+
+Updater::Stop Updater::compareVersions(UpdateRun& run) {
+  std::string text = run.setup.versionContent;
+  if (os != utils::OsMacOSX || text.empty()) {
+    if (const int r = httpClient.get(run.setup.versionUrl, text, run.headers); r != 0) {
+      QDLOG(ROOT, ERR, "Failed to download version:  [" << r << "]");
+      return UpdateResult::TransferFailed;
+    }
+  }
+  run.available = Version(text);
+  if (!run.available.isValid()) {
+    QDLOG(ROOT, ERR, "Invalid version_long.txt " << text);
+    return UpdateResult::InvalidServerVersion;
+  }
+  QDLOG(ROOT, NFY, "Available version is " << QDStreamLoggerAdapter(&run.available));
+  if (run.available <= run.installed) {
+    QDLOG(ROOT, NFY, "Current version is up to date. Nothing to do");
+    return UpdateResult::Done;
+  }
+  return std::nullopt;
+}
+
+Updater::Stop Updater::checkAgentUnit(UpdateRun& /*run*/) {
+  if (!isInAgentUnit()) return std::nullopt;
+  // Stopping the agent would end this process, and nobody would start the agent again.
+  QDLOG(ROOT, ERR, "Cannot stop the agent from within its own unit");
+  return UpdateResult::Exception;
+}
+
+Updater::Stop Updater::fetchDigest(UpdateRun& run) {
+  std::string body;
+  if (const int r = httpClient.get(run.setup.hashUrl, body, run.headers); r != 0) {
+    QDLOG(ROOT, ERR, "No file signature available (skip verification): [" << r << "]");
+  } else if (const std::optional<std::string> digest = digestIn(body)) {
+    run.expectedMd5 = *digest;
+    QDLOG(ROOT, NFY, "Downloaded md5 is " << run.expectedMd5);
+  }
+  return std::nullopt;
+}
+
+Updater::Stop Updater::querySize(UpdateRun& run) {
+  if (os == utils::OsMacOSX && run.setup.setupSize != 0) {
+    run.expectedSize = run.setup.setupSize;
+  } else {
+    if (const int r = httpClient.head(run.setup.setupUrl, run.headers); r != 0) {
+      QDLOG(ROOT, ERR, "Fail to get HEAD for " << run.setup.setupUrl << ": [" << r << " ]");
+      return UpdateResult::TransferFailed;
+    }
+    if (utils::getContentLength(run.headers, run.expectedSize) != 0) {
+      QDLOG(ROOT, ERR, "Fail to determine file size");
+      return UpdateResult::WrongDigest;
+    }
+  }
+  QDLOG(ROOT, NFY,
+        "File size for " << run.setup.setupUrl << " is " << run.expectedSize << " bytes");
+  return std::nullopt;
+}
+
+Updater::Stop Updater::obtainPackage(UpdateRun& run) {
+  for (;;) {
+    if (const Stop stop = downloadVerified(run)) return stop;
+    httpClient.cleanup();  // the commands that follow must not inherit its sockets
+    if (const Stop stop = attachImage(run)) return stop;
+    if (usesDiskImage() ? run.package.isStillThere() : run.package.isUntouched()) {
+      return std::nullopt;
+    }
+    // Somebody exchanged the package after its verification: it counts as one with a wrong digest.
+    if (usesDiskImage()) utils::unmount(run.setup.mountedDevice);
+    run.lastFailure = rejectPackage(run, utils::computeMD5(run.setup.setupPath));
+  }
+}
+
+Updater::Stop Updater::downloadVerified(UpdateRun& run) {
+  while (run.attempts < UpdateRun::kMaxAttempts) {
+    ++run.attempts;
+    const UpdateResult result = downloadOnce(run);
+    if (result == UpdateResult::Done) return std::nullopt;
+    if (result == UpdateResult::TransferFailed) return result;
+    run.lastFailure = result;
+  }
+  const bool wrongSize = run.lastFailure == UpdateResult::WrongSize;
+  QDLOG(ROOT, ERR, (wrongSize ? "Invalid setup size" : "Invalid setup md5"));
+  return run.lastFailure;
+}
+
+UpdateResult Updater::downloadOnce(UpdateRun& run) {
+  const std::string& path = run.setup.setupPath;
+  httpClient.setDownloadLimit(downloadLimit(run.expectedSize));
+  const bool acquired = run.package.acquire(path);
+  const int r = acquired ? httpClient.download(run.setup.setupUrl, path, run.headers) : -1;
+  if (r != 0) {
+    QDLOG(ROOT, ERR, "'Fail to download setup file: [" << r << "]");
+    return UpdateResult::TransferFailed;
+  }
+  const unsigned long long size = fs::file_size(path);
+  QDLOG(ROOT, NFY, "Setup downloaded [" << size << " bytes]");
+  if (size != run.expectedSize) {
+    QDLOG(ROOT, WRN,
+          "Downloaded size is " << size << " bytes. Expected size is " << run.expectedSize
+                                << " bytes - try again");
+    return UpdateResult::WrongSize;
+  }
+  return verifyDigest(run);
+}
+
+UpdateResult Updater::verifyDigest(UpdateRun& run) {
+  run.package.remember();
+  const bool untouched = run.package.isUntouched();
+  if (untouched && run.expectedMd5.empty()) return UpdateResult::Done;
+  const std::string computed = utils::computeMD5(run.setup.setupPath);
+  if (!untouched || computed != run.expectedMd5) return rejectPackage(run, computed);
+  QDLOG(ROOT, NFY, "Computed md5 is " << computed);
+  return UpdateResult::Done;
+}
+
+UpdateResult Updater::rejectPackage(UpdateRun& run, const std::string& computed) {
+  QDLOG(ROOT, WRN,
+        "Re-download setup file because current one has a wrong hash: " << computed << " vs "
+                                                                        << run.expectedMd5);
+  run.package.remove();
+  return UpdateResult::WrongDigest;
+}
+
+bool Updater::usesDiskImage() const {
+  return os == utils::OsMacOSX && distrib == utils::DistribDmg;
+}
+
+Updater::Stop Updater::attachImage(UpdateRun& run) {
+  if (!usesDiskImage()) return std::nullopt;
+  utils::SetuParameter& setup = run.setup;
+  setup.mountedDevice.clear();
+  run.pkgPath.clear();
+  if (utils::mountAndGetPkgPath(setup.pkgName, setup.setupPath, setup.mountedDevice, run.pkgPath) ==
+      0) {
+    run.detachCmd = utils::detachCommand(setup.mountedDevice);
+    return std::nullopt;
+  }
+  QDLOG(ROOT, ERR, "Unable to attach setup");
+  if (!setup.mountedDevice.empty()) utils::unmount(setup.mountedDevice);
+  return UpdateResult::AttachFailed;
+}

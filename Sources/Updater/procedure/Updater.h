@@ -1,0 +1,113 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Updater/net/HttpClient.h"
+#include "Updater/procedure/UpdateRun.h"
+#include "Updater/setup/utilsSetup.h"
+#include "Updater/terms/UpdateResult.h"
+#include "Updater/terms/utilsPlatform.h"
+
+/// The update of one agent, run once per process and on one thread: takes the lock, asks the
+/// server, downloads and verifies the package, replaces the agent. Every step is logged in module
+/// ROOT.
+class Updater {
+ public:
+  /// `restartOnly`: the agent is stopped and started again, but nothing is installed.
+  explicit Updater(bool restartOnly) : skipInstall(restartOnly) {}
+  Updater(const Updater&) = delete;
+  Updater& operator=(const Updater&) = delete;
+  virtual ~Updater() = default;
+
+  /// Runs the update under the lock. `url` is the server's address without a slash at its end,
+  /// `currentVersion` the version that is installed. Returns the exit status of the process; 0 also
+  /// when another run holds the lock.
+  int checkAndUpdate(const std::string& url, const std::string& currentVersion);
+
+  /// The update procedure itself; returns an UpdateResult as a number. No std::exception leaves it.
+  int doCheckAndUpdate(const std::string& url, const std::string& currentVersion);
+
+  /// Takes the lock: true when this run may go on, false when another run holds it or it can't be
+  /// read.
+  bool checkLockFile();
+
+  /// Removes the lock, whoever's it is.
+  void removeLockFile();
+
+  /// The entry of a definition file that fits this machine, or an empty one, after an ERR record,
+  /// when the file is faulty. No std::exception leaves it.
+  utils::AgentSetupDef parseAgentSetupCfg(const std::string& text);
+
+  /// The setup parameters for this machine, from the server's definition file or, when it has none,
+  /// by the built-in rules. Throws std::runtime_error when there are none.
+  utils::SetuParameter getAgentSetup();
+
+  // The built-in rules, by operating system: URLs, names, local path and commands. Each fills `p`
+  // and returns it; throws std::runtime_error where a machine is not supported.
+  utils::SetuParameter& fillDefaultSetupParamForWindows(utils::SetuParameter& p);
+  utils::SetuParameter& fillDefaultSetupParamForMacOSX(utils::SetuParameter& p);
+  utils::SetuParameter& fillDefaultSetupParamForLinux(utils::SetuParameter& p);
+
+  // The commands alone; `setupPath` and `distrib` are set already.
+  utils::SetuParameter& fillInstallSetupParamForWindows(utils::SetuParameter& p);
+  utils::SetuParameter& fillInstallSetupParamForMacOSX(utils::SetuParameter& p);
+  utils::SetuParameter& fillInstallSetupParamForLinux(utils::SetuParameter& p);
+
+  /// What the discovery on a macOS server found.
+  struct SetupInfo {
+    std::string rootPath;  ///< the server folder that answered
+    std::string setupUrl;
+    std::string setupName;
+    std::string pkgName;
+    std::string versionContent;
+    unsigned long long setupSize = 0;
+  };
+
+  /// Tries the candidate folders, then the candidate packages in the first that answers. Returns 0;
+  /// 3 for an architecture without candidates, 5 when no folder answers, 7 for a package without a
+  /// length. When no package answers the result is 0 with an empty name.
+  int getSetupRootPath(const std::string& server, const std::string& archName, SetupInfo& info);
+
+  bool skipInstall;
+  std::string lockFilePath;
+  HttpClient httpClient;
+  std::string serverUrl;
+  std::string tempDir;
+  utils::AgentArch arch = utils::ArchUnknown;
+  utils::AgentOS os = utils::OsUnknown;
+  utils::AgentDistrib distrib = utils::DistribNone;
+
+ protected:
+  /// Empty: go on with the next step.
+  using Stop = std::optional<UpdateResult>;
+
+  // The steps of the procedure, in order.
+  Stop identifySystem(UpdateRun& run);
+  Stop checkAdministrator(UpdateRun& run);
+  Stop parseInstalledVersion(UpdateRun& run);
+  Stop findTempDir(UpdateRun& run);
+  Stop identifyArchitecture(UpdateRun& run);
+  Stop chooseParameters(UpdateRun& run);
+  Stop compareVersions(UpdateRun& run);
+  Stop checkAgentUnit(UpdateRun& run);
+  Stop fetchDigest(UpdateRun& run);
+  Stop querySize(UpdateRun& run);
+  Stop obtainPackage(UpdateRun& run);
+  Stop replaceAgent(UpdateRun& run);
+
+  // Parts of obtainPackage. downloadOnce says Done, TransferFailed, WrongSize or WrongDigest.
+  Stop downloadVerified(UpdateRun& run);
+  UpdateResult downloadOnce(UpdateRun& run);
+  UpdateResult verifyDigest(UpdateRun& run);
+  UpdateResult rejectPackage(UpdateRun& run, const std::string& computed);
+  Stop attachImage(UpdateRun& run);
+  [[nodiscard]] bool usesDiskImage() const;
+
+  // Parts of replaceAgent. Once the agent is being stopped nothing throws, so that it is always
+  // started.
+  void stopAgent(const UpdateRun& run) const noexcept;
+  void installAgent(const UpdateRun& run, bool withXCBDeps) const noexcept;
+  void installXCBDeps() const noexcept;
+  void startAgent(const UpdateRun& run) const noexcept;
+};

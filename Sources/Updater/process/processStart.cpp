@@ -1,0 +1,103 @@
+#include "Updater/process/processStart.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/algorithm/string/split.hpp>
+#include <boost/range/algorithm/find.hpp>
+#include <exception>
+#include <new>
+#include <string_view>
+#include <vector>
+
+#include "Updater/terms/UpdateResult.h"
+
+namespace {
+
+void openMissingDescriptors() {
+  int fd = 0;
+  do {
+    fd = ::open("/dev/null", O_RDWR);  // the lowest free number; stays open for all that follows
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd > STDERR_FILENO) ::close(fd);
+}
+
+void doNothing(int) {}
+
+void setSignal(int signal, void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  sigaction(signal, &action, nullptr);
+}
+
+void resetSignals() {
+  setSignal(SIGCHLD, SIG_DFL);     // ignored, it makes waiting for a command fail
+  setSignal(SIGPIPE, &doNothing);  // a handler: commands must not inherit an ignored SIGPIPE
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+/// A background process that reads its terminal is stopped for good; a command's question must find
+/// the end of file instead.
+void leaveTerminal() {
+  if (::isatty(STDIN_FILENO) == 0 || ::tcgetpgrp(STDIN_FILENO) == ::getpgrp()) return;
+  const int fd = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  if (fd < 0) return;
+  ::dup2(fd, STDIN_FILENO);
+  ::close(fd);
+}
+
+const std::terminate_handler formerTerminate = std::get_terminate();
+
+/// The JSON library asks for memory while it frees a text, where nothing may be thrown: lack of
+/// memory must not look like a crash.
+[[noreturn]] void endWithoutMemory() {
+  try {
+    if (std::current_exception() != nullptr) throw;
+  } catch (const std::bad_alloc&) {
+    constexpr std::string_view kMessage = "Update failed : no memory\n";
+    (void)!::write(STDERR_FILENO, kMessage.data(), kMessage.size());
+    ::_exit(static_cast<int>(UpdateResult::Exception));
+  } catch (...) {
+  }
+  formerTerminate();
+  std::abort();
+}
+
+void prepareEnvironment() {
+  ::setenv("PATH", completedPath(::getenv("PATH")).c_str(), 1);
+  ::unsetenv("BASH_ENV");
+  ::unsetenv("ENV");
+#if defined(__linux__)
+  ::setenv("DEBIAN_FRONTEND", "noninteractive", 0);
+#endif
+}
+
+}  // namespace
+
+std::string completedPath(const char* path) {
+  std::string completed = path != nullptr ? path : "";
+  std::vector<std::string> folders;
+  boost::split(folders, completed, [](char c) { return c == ':'; });
+  for (const char* const folder : {"/usr/sbin", "/usr/bin", "/sbin", "/bin"}) {
+    if (boost::range::find(folders, folder) != folders.end()) continue;
+    if (!completed.empty()) completed += ':';
+    completed += folder;
+  }
+  return completed;
+}
+
+void prepareProcess() {
+  std::set_terminate(&endWithoutMemory);
+  openMissingDescriptors();
+  resetSignals();
+  ::umask(::umask(0) | (S_IWGRP | S_IWOTH));
+  prepareEnvironment();
+  leaveTerminal();
+}
