@@ -98,6 +98,12 @@ GET /macosx/TideKeeper.dmg.md5
 GET /macosx/TideKeeper.dmg)"},
       {"{unload}", "launchctl unload /Library/LaunchDaemons/com.qdagent.plist"},
       {"{load}", "launchctl load /Library/LaunchDaemons/com.qdagent.plist"},
+      {"{all calls}", R"(
+hdiutil attach {T}/TideKeeper.dmg -nobrowse
+{unload}
+installer -target / -pkg /Volumes/Tide Keeper/TideKeeper.pkg
+hdiutil detach /dev/disk4s1
+{load})"},
       {"{attach and detach}",
        "hdiutil attach {T}/TideKeeper.dmg -nobrowse\nhdiutil detach /dev/disk4s1"},
       {"{locked}", "agent_upd.log\nupgrade_ovt.lock"},
@@ -126,8 +132,14 @@ void namesFirstCandidate(UpdateRun&, Texts& texts) {
   texts["{install}"] = R"(installer -target / -pkg "{T}/setup.pkg")";
 }
 
+/// As the real one it attaches no image that somebody else has locked, and keeps its own lock as
+/// long as the image is attached.
 constexpr const char* kAttach =
-    R"([ "$1" = detach ] || printf '%s\t%s\n%s\t%s\t\t%s \n' /dev/disk4 GUID_partition_scheme \
+    R"(if [ "$1" = detach ]; then rm -f "$calls.attached"; exit; fi
+       exec 9< "$2" && flock -n -s 9 || exit 1
+       touch "$calls.attached"
+       (while [ -e "$calls.attached" ]; do sleep 0.1; done) > /dev/null 2>&1 &
+       printf '%s\t%s\n%s\t%s\t\t%s \n' /dev/disk4 GUID_partition_scheme \
          /dev/disk4s1 Apple_HFS '/Volumes/Tide Keeper')";
 
 const std::vector<Scenario>& discoveryScenarios() {
@@ -148,12 +160,7 @@ GET /macosx/{Mac}/setup.pkg)",
        .commands = {{"hdiutil", kAttach}},
        .log = "{to the last candidate}\n{attached}\n{installed}",
        .requests = "{requests}",
-       .calls = R"(
-hdiutil attach {T}/TideKeeper.dmg -nobrowse
-{unload}
-installer -target / -pkg /Volumes/Tide Keeper/TideKeeper.pkg
-hdiutil detach /dev/disk4s1
-{load})",
+       .calls = "{all calls}",
        .files = "{kept}"},
       {.name = "UpToDate",
        .args = {"{H}", "7.2.1.15"},
@@ -266,7 +273,7 @@ DBG Mounted device is /dev/disk4
 ERR Unable to attach setup)",
        .calls = "hdiutil attach {T}/TideKeeper.dmg -nobrowse\nhdiutil detach /dev/disk4"},
       {.name = "EverythingAfterAttachingFails",
-       .commands = {{"hdiutil", std::string(kAttach) + R"(; [ "$1" = attach ])"},
+       .commands = {{"hdiutil", std::string("[ $1 = attach ] || exit 1\n") + kAttach},
                     {"launchctl", "exit 1"},
                     {"installer", "exit 2"}},
        .log = R"(
@@ -278,12 +285,19 @@ NFY Upgrading agent ...'
 ERR Fail to install agent : [512]
 ERR Fail to re-start agent : [256]
 NFY Agent Update done)",
-       .calls = R"(
-hdiutil attach {T}/TideKeeper.dmg -nobrowse
-{unload}
-installer -target / -pkg /Volumes/Tide Keeper/TideKeeper.pkg
-hdiutil detach /dev/disk4s1
-{load})"},
+       .calls = "{all calls}"},
+      {.name = "StillAttachedByTheRunBefore",
+       .commands = {{"hdiutil", std::string("[ $1 = attach ] || exit 1\n") + kAttach}},
+       .prepare =
+           [](UpdateRun& run, Texts&) {
+             run.launcher = {"/bin/sh", "-c",
+                             R"("$0" "$@"; rm "$TMPDIR/upgrade_ovt.lock"; exec "$0" "$@")"};
+           },
+       .log = "{to the last candidate}\n{attached}\n{installed}\n"
+              "{to the last candidate}\n{attached}\n{installed}",
+       .calls = "{all calls}\n{all calls}",
+       .files = "{kept}",
+       .connections = 2},
       {.name = "OnlyRestart",
        .args = {"-S", "{H}", "{V}"},
        .commands = {{"hdiutil", kAttach}},

@@ -3,12 +3,23 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 
 #include "ground/osal_ownfile.h"
 
 namespace {
+
+// The mode says whose the lock on the file is, as long as there is one: the run's that still
+// downloads or installs it, or that of the system, which has the image attached.
+constexpr mode_t kOurs = 0600;
+constexpr mode_t kHandedOver = 0400;
+
+bool isHandedOver(int fd) {
+  struct stat info {};
+  return ::fstat(fd, &info) == 0 && (info.st_mode & 07777) == kHandedOver;
+}
 
 bool sameTime(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -37,12 +48,25 @@ bool PackageFile::acquire(const std::string& path) {
   path_ = path;
   remembered_ = {};
   if (fd_) return true;
-  // Append opens without emptying: a file that another run holds must keep its content.
   ScopedFd fd;
-  if (osal_openOwnFile(path.c_str(), OwnFileUse::Append, 0600, fd) != 0) return false;
-  if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) return false;
+  // An image that is still attached from an earlier run keeps its file; this run takes a new one.
+  const bool locked = openLocked(fd) || (fd && isHandedOver(fd.get()) &&
+                                         ::unlink(path.c_str()) == 0 && openLocked(fd));
+  if (!locked) return false;
+  if (isHandedOver(fd.get())) ::fchmod(fd.get(), kOurs);
   fd_.reset(fd.release());
   return true;
+}
+
+bool PackageFile::openLocked(ScopedFd& fd) const {
+  // Append opens without emptying: a file that another run holds must keep its content.
+  return osal_openOwnFile(path_.c_str(), OwnFileUse::Append, kOurs, fd) == 0 &&
+         ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+void PackageFile::handOver() {
+  ::fchmod(fd_.get(), kHandedOver);
+  ::flock(fd_.get(), LOCK_UN);
 }
 
 void PackageFile::remember() {

@@ -13,8 +13,13 @@
 class PackageFile {
  public:
   /// Creates the file at `path`, or takes over one that an earlier run of this user left, and locks
-  /// it. Returns false when it can't be opened or another run holds it.
+  /// it. Returns false when it can't be opened or another run holds it. What an earlier run handed
+  /// over, and somebody still holds, is unlinked and replaced by a new file.
   bool acquire(const std::string& path);
+
+  /// Gives up the lock, but not the file, so that the system can lock it: it attaches no image that
+  /// somebody else has locked.
+  void handOver();
 
   /// Remembers the file as it is now, downloaded and about to be verified.
   void remember();
@@ -43,6 +48,7 @@ class PackageFile {
   static Identity identityOf(const struct stat& info);
   static Identity identityAt(const std::string& path);  // all zero when nothing is there
   static bool sameFile(const Identity& a, const Identity& b);
+  bool openLocked(ScopedFd& fd) const;
 
   std::string path_;
   ScopedFd fd_;

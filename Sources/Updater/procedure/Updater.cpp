@@ -209,12 +209,13 @@ Updater::Stop Updater::obtainPackage(UpdateRun& run) {
   for (;;) {
     if (const Stop stop = downloadVerified(run)) return stop;
     httpClient.cleanup();  // the commands that follow must not inherit its sockets
-    if (const Stop stop = attachImage(run)) return stop;
-    if (usesDiskImage() ? run.package.isStillThere() : run.package.isUntouched()) {
-      return std::nullopt;
+    if (run.package.isUntouched()) {
+      if (!usesDiskImage()) return std::nullopt;
+      if (const Stop stop = attachImage(run)) return stop;
+      if (run.package.isStillThere()) return std::nullopt;
+      utils::unmount(run.setup.mountedDevice);
     }
     // Somebody exchanged the package after its verification: it counts as one with a wrong digest.
-    if (usesDiskImage()) utils::unmount(run.setup.mountedDevice);
     run.lastFailure = rejectPackage(run, utils::computeMD5(run.setup.setupPath));
   }
 }
@@ -275,10 +276,10 @@ bool Updater::usesDiskImage() const {
 }
 
 Updater::Stop Updater::attachImage(UpdateRun& run) {
-  if (!usesDiskImage()) return std::nullopt;
   utils::SetuParameter& setup = run.setup;
   setup.mountedDevice.clear();
   run.pkgPath.clear();
+  run.package.handOver();
   if (utils::mountAndGetPkgPath(setup.pkgName, setup.setupPath, setup.mountedDevice, run.pkgPath) ==
       0) {
     run.detachCmd = utils::detachCommand(setup.mountedDevice);
