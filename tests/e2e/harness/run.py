@@ -1,0 +1,191 @@
+"""One run of a program as a process, with stand-ins for the system's commands, and what it left."""
+
+import fcntl
+import os
+import re
+import select
+import signal
+import subprocess
+import time
+from dataclasses import dataclass, field
+
+from .server import Request
+
+NOBODY = 65534
+SYSTEM_PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
+COMMANDS = ("systemctl", "dpkg", "apt-get", "rpm", "dnf", "hdiutil", "installer", "launchctl",
+            "synopkg", "arch")
+STAND_IN = """#!/bin/sh
+calls=$QD_CALLS
+tmp='{side}/tmp'
+printf '%s\\n' "{name} $*" >>"$calls"
+{body}
+"""
+RECORD = re.compile(r"\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] - ([A-Z]{4}):([A-Z0-9]{3}) - "
+                    r"\[ \([\w.]+:\d+\)\] - ")
+
+
+def read(path: str) -> str:
+    """The content of a file, empty when there is none."""
+    try:
+        with open(path, encoding="utf-8", errors="surrogateescape", newline="") as file:
+            return file.read()
+    except (FileNotFoundError, NotADirectoryError, IsADirectoryError):
+        return ""
+
+
+def write(path: str, content: str | bytes, mode: int = 0o644) -> None:
+    with open(path, "wb") as file:
+        file.write(content.encode() if isinstance(content, str) else content)
+    os.chmod(path, mode)
+
+
+def lines(text: str) -> list[str]:
+    return text.removesuffix("\n").split("\n") if text else []
+
+
+def records(log: str) -> list[str]:
+    """The lines of a log without stamp and place: "NFY text" for module ROOT, "EXCP:ERR text" for
+    the others; a line of another form stays as it is."""
+    def short(line: str) -> str:
+        if not (stamp := RECORD.match(line)):
+            return line
+        module = "" if stamp[1] == "ROOT" else stamp[1] + ":"
+        return f"{module}{stamp[2]} {line[stamp.end():]}"
+    return [short(line) for line in lines(log)]
+
+
+def end_tree(pid: int) -> None:
+    """Ends a process with all that it started, those in groups of their own, too."""
+    for child in read(f"/proc/{pid}/task/{pid}/children").split():
+        end_tree(int(child))
+    os.kill(pid, signal.SIGKILL)
+
+
+@dataclass
+class Outcome:
+    """What a finished run left."""
+
+    status: int | str  # of its exit, else the name of the signal, or "timed out"
+    log: list[str]  # as `records`
+    out: str
+    err: str
+    calls: list[str]  # the commands with their arguments, in order
+    files: list[str]  # in the temporary folder, and "work/" + those in the working folder
+    requests: list[Request] = field(default_factory=list)  # that its server got, in order
+
+
+class Run:
+    """A program that is to be run, with a folder of its own, open to every user.
+
+    The system's commands are replaced by stand-ins, first in the PATH, which note how they were
+    called. All that is set here may be changed before the start; a run may be started again.
+    """
+
+    def __init__(self, program: str, folder: str):
+        self.program = program
+        self.folder = folder
+        for name in ("", "tmp", "bin", "work"):
+            os.mkdir(f"{folder}/{name}")
+        os.chmod(self.temp(), 0o1777)
+        for name in COMMANDS:
+            self.command(name, "")
+        self.env = {"PATH": f"{folder}/bin:{SYSTEM_PATH}", "TMPDIR": self.temp(),
+                    "QD_AGENT_INSTANCE": os.path.basename(folder)}
+        self.env |= {name: os.environ[name]
+                     for name in ("TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS")
+                     if name in os.environ}
+        self.texts: dict[str, str] = {}  # what {names} stand for in what is expected
+        self.user = 0
+        self.first = ""  # shell text, run by the process before it becomes the program
+        self.stdin: int = subprocess.DEVNULL
+        self.stdout: int | None = None  # in place of the file whose content is the outcome's
+        self.timeout = 60
+        self.starts = 0
+
+    def side(self, name: str) -> str:
+        """A place for the test's own files, out of the program's way."""
+        return f"{self.folder}/{name}"
+
+    def temp(self, name: str = "") -> str:
+        return f"{self.folder}/tmp/{name}".rstrip("/")
+
+    def command(self, name: str, body: str) -> None:
+        """What the stand-in does after noting its call: shell text, with "$tmp" for the temporary
+        folder and "$calls" for the file of the calls."""
+        write(self.side(f"bin/{name}"),
+              STAND_IN.format(side=self.folder, name=name, body=body), 0o755)
+
+    def start(self, *args: str) -> None:
+        self.starts += 1  # commands of an earlier run that was ended may still note their calls
+        words = [self.program, *args]
+        if self.first:
+            words = ["/bin/sh", "-c", f'{self.first}\nexec "$@"', "sh", *words]
+        identity = {}
+        if os.geteuid() != 0 and self.user == 0:
+            words = ["unshare", "--map-root-user", *words]
+        elif self.user != 0:
+            identity = {"user": self.user, "group": self.user, "extra_groups": []}
+        with open(self.side("out"), "ab") as out, open(self.side("err"), "ab") as err:
+            self.process = subprocess.Popen(
+                words, cwd=self.side("work"), env={**self.env, "QD_CALLS": self.calls()},
+                stdin=self.stdin, stdout=out if self.stdout is None else self.stdout, stderr=err,
+                **identity)
+
+    def calls(self) -> str:
+        return self.side(f"calls{self.starts}")
+
+    def finish(self) -> Outcome:
+        pidfd = os.pidfd_open(self.process.pid)
+        waiting = select.poll()
+        waiting.register(pidfd, select.POLLIN)
+        timed_out = not waiting.poll(self.timeout * 1000)
+        os.close(pidfd)
+        if timed_out:
+            end_tree(self.process.pid)
+        status: int | str = self.process.wait()
+        if status < 0:
+            status = "timed out" if timed_out else signal.Signals(-status).name
+        files = os.listdir(self.temp()) if os.path.isdir(self.temp()) else []
+        files += [f"work/{name}" for name in os.listdir(self.side("work"))]
+        return Outcome(status, records(read(self.temp("agent_upd.log"))), read(self.side("out")),
+                       read(self.side("err")), lines(read(self.calls())), sorted(files))
+
+    def go(self, *args: str) -> Outcome:
+        self.start(*args)
+        return self.finish()
+
+
+class Gate:
+    """Standard output with room for one line, so that a run with "-D" never gets further ahead
+    than the line after the one that was read: a way to stop it at a place of its log."""
+
+    def __init__(self, run: Run):
+        # A pipe of packets with one place: one line a write, one write at a time.
+        self.read_end, self.write_end = os.pipe2(os.O_CLOEXEC | os.O_DIRECT)
+        fcntl.fcntl(self.write_end, fcntl.F_SETPIPE_SZ, os.sysconf("SC_PAGESIZE"))
+        self.run, self.read = run, 0
+        run.stdout = self.write_end
+
+    def hold_at(self, text: str) -> None:
+        """Lets the run go on until a line with the text is in its log, and holds it there, before
+        it does what follows the line."""
+        until = time.monotonic() + self.run.timeout
+        while time.monotonic() < until:
+            log = records(read(self.run.temp("agent_upd.log")))
+            # The line that was read, the line in the pipe, and that in the log whose echo waits.
+            if len(log) < self.read + 2:
+                time.sleep(0.002)
+            elif text in log[-1]:
+                return
+            else:
+                os.read(self.read_end, 4096)
+                self.read += 1
+        raise TimeoutError(f"no line with {text}")
+
+    def release(self) -> None:
+        """Lets the run go on to its end."""
+        os.close(self.write_end)
+        while os.read(self.read_end, 4096):
+            pass
+        os.close(self.read_end)

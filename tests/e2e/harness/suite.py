@@ -1,0 +1,205 @@
+"""Suites: rows that are run side by side, each in a folder of its own."""
+
+import argparse
+import concurrent.futures
+import difflib
+import fnmatch
+import itertools
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import traceback
+from collections.abc import Callable, Iterable, Iterator
+from dataclasses import dataclass, field
+from pathlib import Path
+from typing import Any
+
+from . import linux
+from .run import Outcome, Run
+from .server import Server
+from .texts import fill, items
+
+TOP = Path(__file__).resolve().parents[3]
+PROGRAMS = {
+    "update": f"{TOP}/build/default/update",
+    "macos": f"{TOP}/build/macos/update",
+    "synology": f"{TOP}/build/synology/update",
+    "shim": f"{TOP}/build/default/tests/e2e/libqd_fault_shim.so",
+}
+
+
+class Skip(Exception):
+    """A case cannot be run here; its text says why."""
+
+
+class Place:
+    """Where a case works: a folder of its own and the programs."""
+
+    def __init__(self, folder: str, programs: dict[str, str]):
+        self.folder, self.programs = folder, programs
+        self.numbers = itertools.count(1)
+        os.mkdir(folder)
+
+    def program(self, name: str) -> str:
+        if not os.path.exists(self.programs[name]):
+            raise Skip(f"not built: {self.programs[name]}")
+        return self.programs[name]
+
+    def run(self, program: str = "update") -> Run:
+        return Run(self.program(program), f"{self.folder}/run{next(self.numbers)}")
+
+
+Case = Callable[[Place], Iterable[str]]  # yields what is not as it must be
+
+
+def difference(what: str, seen: list[str], expected: list[str]) -> Iterator[str]:
+    if seen != expected:
+        diff = difflib.unified_diff(expected, seen, lineterm="")
+        yield "\n".join([f"{what} (- expected, + found):", *itertools.islice(diff, 2, None)])
+
+
+@dataclass
+class Row:
+    """One run from its arguments to everything that it leaves.
+
+    What is expected is a text as `items` takes it, with {names} of `blocks` and `texts`, and {S}
+    the server's address, {H} the same in hexadecimal digits, {T} the temporary folder, {V} the
+    version that is installed. What is None is not looked at; the log is compared without the
+    progress of downloads.
+    """
+
+    name: str
+    script: dict[str, Any] = field(default_factory=dict)  # laid over the good server's
+    log: str | None = None
+    status: int | str = 0
+    requests: str | None = None
+    calls: str | None = None
+    files: str | None = None
+    has: str = ""  # records that are in the log
+    check: Callable[[Run, Outcome], Iterable[str]] | None = None  # yields what else is wrong
+    connections: int = 1  # at most
+    version: str = "7.2.0.1"
+    option: str = ""
+    args: list[str] | None = None  # in place of option, address and version
+    user: int = 0
+    first: str = ""  # as Run.first
+    env: dict[str, str] = field(default_factory=dict)
+    commands: dict[str, str] = field(default_factory=dict)
+    prepare: Callable[[Run], None] | None = None
+    drive: Callable[[Run, list[str]], Outcome] = lambda run, args: run.go(*args)
+    texts: dict[str, str] = field(default_factory=dict)
+    program: str = "update"
+    good: dict[str, Any] = field(default_factory=lambda: linux.GOOD)
+    blocks: dict[str, str] = field(default_factory=lambda: linux.BLOCKS)
+    package: bytes = linux.PACKAGE  # what setup.deb must be when it is installed
+
+    def __call__(self, place: Place) -> Iterator[str]:
+        run = place.run(self.program)
+        run.user, run.first = self.user, self.first
+        run.texts = self.blocks | {"V": self.version, "T": run.temp()} | self.texts
+        for name, body in self.commands.items():
+            run.command(name, body)
+        with Server(self.good | self.script, run.texts, run) as server:
+            run.texts |= {"S": server.url, "H": server.url.encode().hex()}
+            run.env |= {name: fill(value, run.texts) for name, value in self.env.items()}
+            if self.prepare:
+                self.prepare(run)
+            usual = [*filter(None, [self.option]), "{H}", "{V}"]
+            args = usual if self.args is None else self.args
+            outcome = self.drive(run, [fill(arg, run.texts) for arg in args])
+            outcome.requests = server.requests
+        yield from self.compare(run, outcome, server)
+
+    def compare(self, run: Run, outcome: Outcome, server: Server) -> Iterator[str]:
+        log = [record for record in outcome.log if not record.startswith("NFY Loading ")]
+        yield from difference("status", [str(outcome.status)], [str(self.status)])
+        for what, seen, expected in (
+                ("log", log, self.log), ("commands", outcome.calls, self.calls),
+                ("requests", [request.line for request in outcome.requests], self.requests),
+                ("files", outcome.files, self.files)):
+            if expected is not None:
+                yield from difference(what, seen, items(expected, run.texts))
+        if missing := [record for record in items(self.has, run.texts) if record not in log]:
+            yield from difference("log, of which one is missing", log, missing)
+        if server.connections > self.connections:
+            yield f"{server.connections} connections"
+        if "Log error" in outcome.err:
+            yield outcome.err
+        if f"dpkg -i {run.temp('setup.deb')}" in outcome.calls:
+            if Path(run.temp("setup.deb")).read_bytes() != self.package:
+                yield "another package was installed"
+        if self.check:
+            yield from self.check(run, outcome)
+
+
+def why_no_root() -> str:
+    """Why programs cannot be run here with user id 0; empty when they can."""
+    if os.geteuid() == 0:
+        return ""
+    tried = subprocess.run(["unshare", "--map-root-user", "true"], capture_output=True)
+    return "needs root or a user namespace" if tried.returncode else ""
+
+
+def attempt(case: Case, place: Place) -> tuple[list[str], str]:
+    """What is wrong, and why it was skipped."""
+    try:
+        return list(case(place)), ""
+    except Skip as skip:
+        return [], str(skip)
+    except Exception:
+        return [traceback.format_exc()], ""
+
+
+def main(description: str, cases: dict[str, Case] | list[Row]) -> int:
+    """The suite as a program. Its status: 0 all held, 1 not all did, 77 nothing could be run."""
+    parser = argparse.ArgumentParser(description=description)
+    parser.add_argument("-j", "--jobs", type=int, default=2 + (os.cpu_count() or 1))
+    parser.add_argument("words", nargs="*", metavar="NAME=PROGRAM | CASE",
+                        help=f"programs ({', '.join(PROGRAMS)}) and cases, all if none is named")
+    parser.add_argument("-l", "--list", action="store_true", help="only list the cases")
+    options = parser.parse_args()
+    sys.stdout.reconfigure(errors="backslashreplace")  # type: ignore[union-attr]
+    programs = PROGRAMS | dict(word.split("=", 1) for word in options.words if "=" in word)
+    wanted = [word for word in options.words if "=" not in word] or ["*"]
+    if isinstance(cases, list):
+        assert len({row.name for row in cases}) == len(cases), "two rows of one name"
+        cases = {row.name: row for row in cases}
+    chosen = {name: case for name, case in cases.items()
+              if any(fnmatch.fnmatchcase(name, pattern) for pattern in wanted)}
+    if options.list:
+        print(*chosen, sep="\n")
+        return 0
+    if why := why_no_root() or ("" if "A" in linux.NAMES else "no packages for this machine"):
+        print(why)
+        return 77
+    return run_all(chosen, programs, options.jobs)
+
+
+def run_all(cases: dict[str, Case], programs: dict[str, str], jobs: int) -> int:
+    top = tempfile.mkdtemp(prefix="qd-e2e.")
+    os.chmod(top, 0o755)
+    failed = skipped = 0
+    try:
+        programs = {name: installed(program, f"{top}/{name}") for name, program in programs.items()}
+        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+            results = {name: pool.submit(attempt, case, Place(f"{top}/{number}", programs))
+                       for number, (name, case) in enumerate(cases.items())}
+        for name, result in results.items():
+            wrong, why = result.result()
+            failed += bool(wrong)
+            skipped += bool(why)
+            if why:
+                print(f"skipped: {name}: {why}")
+            if wrong:
+                print("\n  ".join([f"FAILED: {name}", *"\n".join(wrong).splitlines()]))
+    finally:
+        shutil.rmtree(top, ignore_errors=True)
+    print(f"{len(cases)} cases, {failed} failed, {skipped} skipped")
+    return 1 if failed or not cases else 77 if skipped == len(cases) else 0
+
+
+def installed(program: str, copy: str) -> str:
+    """A copy where every user reaches it; the program's own path where there is none."""
+    return shutil.copy(program, copy) if os.path.exists(program) else program
