@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +11,8 @@
 #include <new>
 #include <string_view>
 
+#include "ground/osal_io.h"
+#include "ground/osal_localtime.h"
 #include "ground/osal_ownfile.h"
 
 namespace {
@@ -25,18 +26,6 @@ constexpr std::size_t kExtensionLength = 4;
 unsigned long long sizeOf(int fd) {
   const off_t end = ::lseek(fd, 0, SEEK_END);
   return end < 0 ? 0 : static_cast<unsigned long long>(end);
-}
-
-/// Writes `text`, usually with one call. Returns how many of its bytes were written.
-std::size_t writeAll(int fd, std::string_view text) {
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    done += static_cast<std::size_t>(count);
-  }
-  return done;
 }
 
 }  // namespace
@@ -67,14 +56,8 @@ const std::string& QDLogClock::now() {
   const char* const zone = std::getenv("TZ");
   const bool sameZone = zone != nullptr ? _zone == zone : !_zone.has_value();
   if (second == _second && sameZone) return _text;
-  std::tm local{};
-  ::tzset();  // which `localtime_r` alone need not do: the time zone setting may have changed
   char buffer[100];
-  std::size_t length = 0;
-  if (::localtime_r(&second, &local) != nullptr) {
-    length = std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local);
-  }
-  _text.assign(buffer, length);
+  _text.assign(buffer, osal_formatLocalTime(second, "%Y-%m-%d %H:%M:%S", buffer, sizeof buffer));
   _zone = zone != nullptr ? std::optional<std::string>(zone) : std::nullopt;
   _second = second;
   return _text;
@@ -118,7 +101,7 @@ void FileQDLogCb::log(unsigned int /*pid*/, unsigned long long /*threadId*/, con
 }
 
 void FileQDLogCb::writeToFile(std::string_view text) {
-  const std::size_t written = writeAll(_file.get(), text);
+  const std::size_t written = osal_writeAll(_file.get(), text);
   if (written > 0) _torn = written < text.size();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ground/osal_bytes.h"
 #include "logging/QDStreamLogger.h"
 
 /// A path as messages show it: between double quotes, "(root)" for an empty one, "(null)" for none.
@@ -7,7 +8,7 @@
 class QDLogPath {
  public:
   explicit QDLogPath(const char* path) : path_(path) {}
-  explicit QDLogPath(const unsigned char* path) : path_(reinterpret_cast<const char*>(path)) {}
+  explicit QDLogPath(const unsigned char* path) : path_(osal_chars(path)) {}
 
   /// The text between the quotes; also for the messages that show a path without them.
   [[nodiscard]] const char* text() const {

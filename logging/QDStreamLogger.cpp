@@ -8,6 +8,8 @@
 #include <ostream>
 #include <utility>
 
+#include "ground/osal_bytes.h"
+
 namespace {
 
 constexpr std::size_t kBytesPerLine = 16;
@@ -148,7 +150,7 @@ void QDLogHStr::print(std::ostringstream& out) const {
     out << "\"<null>\"";
     return;
   }
-  const char* const text = reinterpret_cast<const char*>(str);
+  const char* const text = osal_chars(str);
   const std::size_t length = std::strlen(text);
   if (length >= static_cast<unsigned long long>(head) + tail) {
     out.write(text, head) << "...";
@@ -182,7 +184,7 @@ QDStreamLogger& QDStreamLogger::operator<<(const char* s) {
   return insert(s != nullptr ? s : "(null)");
 }
 QDStreamLogger& QDStreamLogger::operator<<(const unsigned char* s) {
-  return *this << reinterpret_cast<const char*>(s);
+  return *this << osal_chars(s);
 }
 QDStreamLogger& QDStreamLogger::operator<<(bool b) { return insert(b ? "true" : "false"); }
 

@@ -14,6 +14,7 @@
 #include "Updater/process/processStart.h"
 #include "Updater/terms/utilsPlatform.h"
 #include "base/osal/MacOS/UxosalConf.h"
+#include "ground/osal_bytes.h"
 #include "ground/osal_ownfile.h"
 #include "logging/FileQDLogCb.h"
 #include "logging/QDLog.h"
@@ -52,7 +53,7 @@ void init_logging(bool echo) {
     logFolder = boost::filesystem::temp_directory_path().string();
   } else {
     logFolder = utils::joinPath(data, "UpdLogs");
-    osal_mkdir(reinterpret_cast<const unsigned char*>(logFolder.c_str()), nullptr, false);
+    osal_mkdir(osal_bytes(logFolder), nullptr, false);
   }
   // In a data folder that others may write to they could exchange the log folder itself.
   const bool shared = data.empty() || osal_folderIsShared(data.c_str());

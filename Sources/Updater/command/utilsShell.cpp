@@ -1,7 +1,8 @@
 #include "Updater/command/utilsShell.h"
 
-#include <boost/algorithm/string/replace.hpp>
 #include <string_view>
+
+#include "ground/osal_shell.h"
 
 namespace utils {
 
@@ -9,10 +10,7 @@ std::string shellWord(const std::string& text) {
   static constexpr std::string_view kPlain =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+:=@%,-";
   if (text.find_first_not_of(kPlain) == std::string::npos) return text;
-  std::string quoted = "'";
-  quoted += boost::replace_all_copy(text, "'", "'\\''");
-  quoted += '\'';
-  return quoted;
+  return osal_shellQuote(text);
 }
 
 std::string shellQuotedText(const std::string& text) {

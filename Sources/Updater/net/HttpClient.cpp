@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "ground/osal_bytes.h"
 #include "ground/osal_ownfile.h"
 #include "logging/QDLog.h"
 #include "tools/QDSys.h"
@@ -334,10 +335,10 @@ int getContentLength(HttpClient::Headers& headers, unsigned long long& size) {
 std::string decodeURL(const std::string& hex) {
   constexpr unsigned int kMaxDigits = 8192;
   unsigned char text[4097] = {};
-  const auto* const digits = reinterpret_cast<const unsigned char*>(hex.c_str());
+  const auto* const digits = osal_bytes(hex);
   const unsigned int count = std::min(QDSys::strlen(digits), kMaxDigits);
   QDSys::convertHexStrNullToBin(digits, count, text, sizeof text - 1);
-  return reinterpret_cast<const char*>(text);
+  return osal_chars(text);
 }
 
 }  // namespace utils

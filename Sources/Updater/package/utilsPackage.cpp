@@ -9,6 +9,7 @@
 
 #include "Updater/command/utilsExec.h"
 #include "Updater/command/utilsShell.h"
+#include "ground/osal_bytes.h"
 #include "logging/QDLog.h"
 #include "tools/QDHash.h"
 
@@ -55,9 +56,8 @@ int unmount(const std::string& device) { return std::system(detachCommand(device
 
 std::string computeMD5(const std::string& path) {
   unsigned char hex[33] = {};
-  QDHashMD5::computeFileHexHash(reinterpret_cast<const unsigned char*>(path.c_str()), hex);
-  return boost::to_lower_copy(std::string(reinterpret_cast<const char*>(hex)),
-                              std::locale::classic());
+  QDHashMD5::computeFileHexHash(osal_bytes(path), hex);
+  return boost::to_lower_copy(std::string(osal_chars(hex)), std::locale::classic());
 }
 
 }  // namespace utils

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <span>
 
+#include "ground/osal_bytes.h"
 #include "ground/osal_process.h"
 #include "logging/QDLog.h"
 
@@ -33,9 +34,7 @@ void copyAddress(const unsigned char* address, char* buffer) {
   ::inet_ntop(AF_INET, address, buffer, kTextSize);
 }
 
-const unsigned char* firstAddress(const hostent& host) {
-  return reinterpret_cast<const unsigned char*>(host.h_addr_list[0]);
-}
+const unsigned char* firstAddress(const hostent& host) { return osal_bytes(host.h_addr_list[0]); }
 
 std::int32_t ownPid() {
   unsigned int pid = 0;

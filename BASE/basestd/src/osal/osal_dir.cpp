@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "ground/osal_bytes.h"
 #include "logging/QDLog.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_path.h"
@@ -22,7 +23,7 @@ int OSAL_Dir::openDir(const unsigned char* folder, bool warnOnly) {
     QDLOG(OSAL, ERR, "Cannot open (handle already in use) directory : " << QDLogPath(folder));
     return -1;
   }
-  const char* const text = reinterpret_cast<const char*>(folder);
+  const char* const text = osal_chars(folder);
   const std::size_t length = std::strlen(text);
   const bool tooLong = length + 1 > kMaxPath;
   dir = ::opendir(text);
@@ -111,6 +112,6 @@ QDFileType OSAL_Dir::typeOf(const dirent& entry) {
   const bool reachable = searchable && pathLength + length < kMaxPath;
   if (reachable && entry.d_type == DT_REG) return QD_FILETYPE_REG;
   QDFileType type = QD_FILETYPE_UNKNOWN;
-  searchable = osal_getFileType(reinterpret_cast<unsigned char*>(path), &type, false) == 0;
+  searchable = osal_getFileType(osal_bytes(path), &type, false) == 0;
   return type;
 }

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "ground/osal_bytes.h"
 #include "ground/osal_ownfile.h"
 #include "logging/QDLog.h"
 #include "logging/QDLogPath.h"
@@ -20,8 +21,6 @@ namespace {
 
 constexpr mode_t kNewFileMode = 0777;
 constexpr unsigned int kDumpSize = 16;  // bytes of each transfer that the log shows
-
-const char* chars(const unsigned char* path) { return reinterpret_cast<const char*>(path); }
 
 int openFlags(QDOpenMode mode) {
   switch (mode) {
@@ -88,7 +87,7 @@ int OSAL_File::openOwn(const unsigned char* path, bool silent) {
   if (!mayOpen(path, silent)) return -1;
   buffered = false;
   ScopedFd opened;
-  const int error = openOwnFileInPlainFolder(chars(path), opened);
+  const int error = openOwnFileInPlainFolder(osal_chars(path), opened);
   if (error != 0) {
     if (!silent) QDLOG(OSAL, ERR, "Cannot open (" << error << ") file " << QDLogPath(path));
     return -1;
@@ -239,7 +238,7 @@ bool OSAL_File::isOpen(const char* operation, bool silent) const {
 }
 
 int OSAL_File::openBuffered(const unsigned char* path, QDOpenMode mode, bool silent) {
-  stream = std::fopen(chars(path), streamMode(mode));
+  stream = std::fopen(osal_chars(path), streamMode(mode));
   if (stream == nullptr) {
     const int error = errno;
     if (!silent) {
@@ -253,7 +252,7 @@ int OSAL_File::openBuffered(const unsigned char* path, QDOpenMode mode, bool sil
 
 int OSAL_File::openUnbuffered(const unsigned char* path, QDOpenMode mode, unsigned short options,
                               bool silent) {
-  fd = ::open(chars(path), openFlags(mode) | O_CLOEXEC | O_NOCTTY, kNewFileMode);
+  fd = ::open(osal_chars(path), openFlags(mode) | O_CLOEXEC | O_NOCTTY, kNewFileMode);
   if (fd == -1) {
     const int error = errno;
     if (!silent) QDLOG(OSAL, ERR, "Cannot open (" << error << ") file " << QDLogPath(path));
@@ -268,7 +267,7 @@ int OSAL_File::openUnbuffered(const unsigned char* path, QDOpenMode mode, unsign
   if ((options & OSAL_OPEN_LOCK) == 0) return 0;
   const int result = lock(path, (options & OSAL_OPEN_WAIT) != 0, silent);
   // What this call alone has made does not stay behind when the call fails.
-  if (result != 0 && mode == QD_OPENMODE_RWNOTEXISTING) ::unlink(chars(path));
+  if (result != 0 && mode == QD_OPENMODE_RWNOTEXISTING) ::unlink(osal_chars(path));
   return result;
 }
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "ground/osal_hex.h"
 #include "logging/QDLog.h"
 #include "osal/osal_host.h"
 
@@ -16,12 +17,8 @@ namespace {
 constexpr unsigned int kHexUuidSize = 33;
 
 void writeHex(const unsigned char* uuid, char* text) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  for (int i = 0; i < 16; ++i) {
-    *text++ = kDigits[uuid[i] >> 4];
-    *text++ = kDigits[uuid[i] & 0x0F];
-  }
-  *text = '\0';
+  osal_writeHex(uuid, 16, false, text);
+  text[kHexUuidSize - 1] = '\0';
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <limits>
 
+#include "ground/osal_bytes.h"
 #include "logging/QDLog.h"
 #include "logging/QDLogPath.h"
 
@@ -23,8 +24,7 @@ int OSAL_Map::map(const unsigned char* path, bool writable, unsigned int wanted,
     QDLOG(OSAL, ERR, "Arguments error");
     return -1;
   }
-  fd = ::open(reinterpret_cast<const char*>(path),
-              (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NOCTTY);
+  fd = ::open(osal_chars(path), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NOCTTY);
   if (fd == -1) {
     const int error = errno;
     QDLOG(OSAL, ERR, "Cannot open (" << error << ") file " << QDLogPath(path));

@@ -8,12 +8,13 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <boost/algorithm/string/replace.hpp>
 #include <cerrno>
 #include <cstdlib>
 #include <string>
 
+#include "ground/osal_bytes.h"
 #include "ground/osal_scoped.h"
+#include "ground/osal_shell.h"
 #include "logging/QDLog.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_entry.h"
@@ -30,7 +31,7 @@ namespace {
 template <typename Call>
 int errorOf(const unsigned char* path, Call call) {
   if (path == nullptr) return EFAULT;  // the C library may not be asked with a null pointer
-  return call(reinterpret_cast<const char*>(path)) == 0 ? 0 : errno;
+  return call(osal_chars(path)) == 0 ? 0 : errno;
 }
 
 timeval toTimeval(unsigned long long nanoseconds) {
@@ -104,7 +105,7 @@ int osal_mkdir(const unsigned char* path, bool* existed, bool silent) {
 }
 
 int osal_rmdir(const unsigned char* path, bool* missing) {
-  return osal_rmdirAt(AT_FDCWD, reinterpret_cast<const char*>(path), path, missing);
+  return osal_rmdirAt(AT_FDCWD, osal_chars(path), path, missing);
 }
 
 int osal_rmdirIfEmpty(const unsigned char* path, bool* removed) {
@@ -120,13 +121,12 @@ int osal_rmdirIfEmpty(const unsigned char* path, bool* removed) {
 }
 
 int osal_rmfile(const unsigned char* path, bool* removed, bool silent) {
-  return osal_rmfileAt(AT_FDCWD, reinterpret_cast<const char*>(path), path, removed, silent);
+  return osal_rmfileAt(AT_FDCWD, osal_chars(path), path, removed, silent);
 }
 
 int osal_rename(const unsigned char* from, const unsigned char* to, bool silent) {
-  const int error = errorOf(to == nullptr ? to : from, [to](const char* p) {
-    return ::rename(p, reinterpret_cast<const char*>(to));
-  });
+  const int error = errorOf(to == nullptr ? to : from,
+                            [to](const char* p) { return ::rename(p, osal_chars(to)); });
   if (error != 0) {
     if (!silent) {
       QDLOG(OSAL, ERR,
@@ -168,7 +168,7 @@ int osal_setTimes(const unsigned char* path, unsigned long long aTime, unsigned 
 
 int osal_mktemp(unsigned char* pattern, int suffixLength, bool /*silent*/) {
   if (pattern == nullptr || suffixLength < 0) return -1;
-  const ScopedFd file(::mkostemps(reinterpret_cast<char*>(pattern), suffixLength, O_CLOEXEC));
+  const ScopedFd file(::mkostemps(osal_chars(pattern), suffixLength, O_CLOEXEC));
   return file ? 0 : -1;
 }
 
@@ -196,7 +196,7 @@ int osal_getFSFreeSpace(const unsigned char* path, unsigned long long* freeBytes
 
 int osal_getRealPath(const unsigned char* path, unsigned char* realPath) {
   char unused[PATH_MAX];
-  char* const resolved = realPath == nullptr ? unused : reinterpret_cast<char*>(realPath);
+  char* const resolved = realPath == nullptr ? unused : osal_chars(realPath);
   *resolved = '\0';  // not every system writes it when it fails
   const int error =
       errorOf(path, [&](const char* p) { return ::realpath(p, resolved) == nullptr ? -1 : 0; });
@@ -212,8 +212,7 @@ int osal_getRealPath(const unsigned char* path, unsigned char* realPath) {
 int osal_umount(const char* path) {
   constexpr std::size_t kMaxCommand = 1023;
   if (path == nullptr) return 0;
-  const std::string quoted = boost::replace_all_copy(std::string(path), "'", R"('\'')");
-  const std::string command = "umount '" + quoted + "' 2>/dev/null >/dev/null";
+  const std::string command = "umount " + osal_shellQuote(path) + " 2>/dev/null >/dev/null";
   // A command that was cut would be another one.
   if (command.size() <= kMaxCommand) {
     [[maybe_unused]] const int status = std::system(command.c_str());

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "ground/osal_bytes.h"
+#include "ground/osal_localtime.h"
 #include "logging/QDLog.h"
 #include "osal/osal_host.h"
 
@@ -14,13 +16,6 @@ namespace {
 constexpr time_t kReferenceInstant = 946681200;
 
 constexpr std::size_t kTimeTextSize = 64;
-
-/// As `localtime`, which looks at the time zone setting anew each time, but into the caller's
-/// record.
-bool toLocalTime(time_t instant, struct tm& local) {
-  ::tzset();
-  return ::localtime_r(&instant, &local) != nullptr;
-}
 
 /// Returns 0, or -1 after logging.
 int now(time_t& instant) {
@@ -82,18 +77,13 @@ int osal_formated_time(unsigned char* buf, bool /*unused*/, unsigned long long t
   *buf = '\0';
   time_t instant = static_cast<time_t>(timeMs / 1000);
   if (timeMs == 0 && now(instant) != 0) return -1;
-  struct tm local {};
-  if (!toLocalTime(instant, local)) return -1;
-  char* const text = reinterpret_cast<char*>(buf);
   const char* const format = forFileName ? "%Y-%m-%d_%H-%M-%S" : "%Y/%m/%d, %H:%M:%S";
-  if (::strftime(text, kTimeTextSize, format, &local) != 0) return 0;
-  *buf = '\0';
-  return -1;
+  return osal_formatLocalTime(instant, format, osal_chars(buf), kTimeTextSize) != 0 ? 0 : -1;
 }
 
 int osal_tzOffsetAt(time_t instant, int* seconds) {
   struct tm local {};
-  if (!toLocalTime(instant, local)) {
+  if (!osal_toLocalTime(instant, local)) {
     QDLOG(OSAL, ERR, "Error with localtime");
     return -1;
   }

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "ground/osal_bytes.h"
 #include "ground/qdTunableTypes.h"
 #include "sysdef/qdTunableKeys.h"
 #include "tools/QDException.h"
@@ -64,7 +65,7 @@ const unsigned char* skipLineEnds(const unsigned char* at) {
 
 /// The end of the line at `at`, which the end of the text is, too.
 const unsigned char* endOfLine(const unsigned char* at) {
-  return at + std::strcspn(reinterpret_cast<const char*>(at), "\r\n");
+  return at + std::strcspn(osal_chars(at), "\r\n");
 }
 
 /// How many characters of a key are at `at`; no more than one too many.
@@ -100,7 +101,7 @@ bool readLine(const unsigned char* at, const unsigned char* end, QDTunableKeys& 
     QDLOG(PRFS, ERR, "Tunables - bad read name -> skip line : " << QDLogBlob(at, keyLength));
     return false;
   }
-  const std::string_view key(reinterpret_cast<const char*>(at), keyLength);
+  const std::string_view key(osal_chars(at), keyLength);
 
   at = skipSpaces(at + keyLength);
   if (*at != '=') {
@@ -119,8 +120,8 @@ bool readLine(const unsigned char* at, const unsigned char* end, QDTunableKeys& 
     return false;
   }
   QDLOG(PRFS, DBG,
-        "Tunables - value found for key = "
-            << Quoted{key} << " -> " << Quoted{{reinterpret_cast<const char*>(at), valueLength}});
+        "Tunables - value found for key = " << Quoted{key} << " -> "
+                                            << Quoted{{osal_chars(at), valueLength}});
   std::optional<std::string>* const wanted = keys.find(key);
   if (wanted == nullptr || *wanted) return true;
   *wanted = copyValue(at, valueLength);
@@ -218,9 +219,8 @@ void applyBool(const QDTunablesS& record, const std::string& value) {
 
 void applyStr(const QDTunablesS& record, const std::string& value) {
   try {
-    QDSys::strncpy(static_cast<unsigned char*>(record.value),
-                   reinterpret_cast<const unsigned char*>(value.c_str()), sizeof(qdtunable::STR),
-                   true);
+    QDSys::strncpy(static_cast<unsigned char*>(record.value), osal_bytes(value),
+                   sizeof(qdtunable::STR), true);
     QDLOG(PRFS, INF, About{record} << "Value (STR) updated to : " << Quoted{value});
   } catch (const QDException& e) {
     qdTraceException(e, "ECSP");

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ground/osal_bytes.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_fs.h"
 #include "tools/QDException.h"
@@ -87,12 +88,12 @@ bool QDDir::creates(const unsigned char* list, bool createParents, QSDir_cbArgCr
   return qdTraced([&] {
     if (list == nullptr) fail(false, "Cannot create directory : ", list);
     std::vector<std::string> paths;
-    const std::string_view text = reinterpret_cast<const char*>(list);
+    const std::string_view text = osal_chars(list);
     boost::split(paths, text, [](char c) { return c == ';'; });
     bool existed = false;
     for (const std::string& path : paths) {
       if (path.empty()) continue;
-      existed = create(reinterpret_cast<const unsigned char*>(path.c_str()), createParents, cb);
+      existed = create(osal_bytes(path), createParents, cb);
     }
     return existed;
   });

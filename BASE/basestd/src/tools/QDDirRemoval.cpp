@@ -1,11 +1,12 @@
 #include <fcntl.h>
-#include <sys/stat.h>
 
 #include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "ground/osal_bytes.h"
+#include "ground/osal_fileid.h"
 #include "ground/osal_scoped.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_fs.h"
@@ -32,10 +33,9 @@ class Removal : private qd_no_duplic {
   void run();
 
  private:
-  using Id = std::pair<dev_t, ino_t>;
   struct Folder {
     ScopedFd fd;  // closed while the removal works far below
-    Id id;
+    OSAL_FileId id;
     std::size_t prefix;               // length of the folder's path with its slash
     std::vector<OSAL_Entry> entries;  // all of them, read before the first is removed
     std::size_t next = 0;             // the entry to be removed next
@@ -56,17 +56,7 @@ class Removal : private qd_no_duplic {
   std::vector<Folder> folders_;  // from the one that holds the root to the one at hand
 };
 
-const unsigned char* bytesOf(const std::string& path) {
-  return reinterpret_cast<const unsigned char*>(path.c_str());
-}
-
-std::pair<dev_t, ino_t> idOf(const ScopedFd& folder) {
-  struct stat info {};
-  if (::fstat(folder.get(), &info) != 0) return {};
-  return {info.st_dev, info.st_ino};
-}
-
-Removal::Removal(const unsigned char* root) : path_(reinterpret_cast<const char*>(root)) {
+Removal::Removal(const unsigned char* root) : path_(osal_chars(root)) {
   // With a slash behind it, a link would be followed.
   while (!path_.empty() && path_.back() == '/') path_.pop_back();
   if (path_.empty()) fail(false, "Cannot remove directory : ", root);
@@ -91,10 +81,10 @@ void Removal::enterParentOfRoot() {
   const std::string parent = prefix == 0 ? "." : path_.substr(0, prefix);
   const std::string name = path_.substr(prefix);
   ScopedFd fd;
-  if (osal_reachFolderAt(AT_FDCWD, parent.c_str(), bytesOf(parent), fd) != 0) {
+  if (osal_reachFolderAt(AT_FDCWD, parent.c_str(), osal_bytes(parent), fd) != 0) {
     fail(false, "Cannot check if directory exists : ", path());
   }
-  const Id id = idOf(fd);
+  const OSAL_FileId id = osal_fileId(fd.get());
   folders_.push_back({std::move(fd), id, prefix, {}});
   const QDFileType type = typeOf(name);
   if (type == QD_FILETYPE_NOTEXISTS) fail(false, "Not exists : ", path());
@@ -125,7 +115,7 @@ bool Removal::enter(const std::string& name) {
   ScopedFd fd;
   if (osal_openFolderAt(folders_.back().fd.get(), name.c_str(), path(), fd) != 0) return false;
   std::vector<OSAL_Entry> entries = list(fd);
-  const Id id = idOf(fd);
+  const OSAL_FileId id = osal_fileId(fd.get());
   path_ += '/';
   folders_.push_back({std::move(fd), id, path_.size(), std::move(entries)});
   limitOpenFolders();
@@ -146,9 +136,9 @@ void Removal::leave() {
 /// Opens the folder above `child` again, and makes sure that it is still the one it was.
 void Removal::reopen(Folder& folder, const ScopedFd& child) const {
   const std::string path = path_.substr(0, folder.prefix);
-  if (osal_reachFolderAt(child.get(), "..", bytesOf(path), folder.fd) != 0 ||
-      idOf(folder.fd) != folder.id) {
-    fail(false, "Cannot open directory ", bytesOf(path));
+  if (osal_reachFolderAt(child.get(), "..", osal_bytes(path), folder.fd) != 0 ||
+      osal_fileId(folder.fd.get()) != folder.id) {
+    fail(false, "Cannot open directory ", osal_bytes(path));
   }
 }
 
@@ -178,7 +168,7 @@ QDFileType Removal::typeOf(const std::string& name) const {
   return type;
 }
 
-const unsigned char* Removal::path() const { return bytesOf(path_); }
+const unsigned char* Removal::path() const { return osal_bytes(path_); }
 
 }  // namespace
 

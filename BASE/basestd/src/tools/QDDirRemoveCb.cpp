@@ -4,6 +4,7 @@
 
 #include <string_view>
 
+#include "ground/osal_bytes.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_fs.h"
 #include "tools/QDException.h"
@@ -12,7 +13,7 @@
 namespace {
 
 const char* lastComponent(const unsigned char* path) {
-  const std::string_view text = reinterpret_cast<const char*>(path);
+  const std::string_view text = osal_chars(path);
   return text.data() + text.rfind('/') + 1;  // all of it without a slash
 }
 
@@ -21,8 +22,7 @@ const char* lastComponent(const unsigned char* path) {
 QSDirRemoveRecCb::QSDirRemoveRecCb() : folder_(AT_FDCWD) {}
 
 bool QSDirRemoveRecCb::processItem(const unsigned char* path, QDFileType type) {
-  const char* const name =
-      folder_ == AT_FDCWD ? reinterpret_cast<const char*>(path) : lastComponent(path);
+  const char* const name = folder_ == AT_FDCWD ? osal_chars(path) : lastComponent(path);
   switch (type) {
     case QD_FILETYPE_REG:
     case QD_FILETYPE_SYMLINK:

@@ -1,5 +1,3 @@
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <memory>
@@ -8,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "ground/osal_bytes.h"
+#include "ground/osal_fileid.h"
 #include "logging/QDLogPath.h"
 #include "tools/QDDir.h"
 #include "tools/QDException.h"
@@ -43,9 +43,8 @@ class Walk : private qd_no_duplic {
     std::string names;  // each with a NUL
     std::vector<Entry> entries;
   };
-  using Id = std::pair<dev_t, ino_t>;  // which directory it is, whatever its path
   struct Folder {
-    Id id;
+    OSAL_FileId id;
     std::size_t prefix;  // length of the folder's path with its slash
     Listing listing;
     std::size_t next = 0;  // the entry to be handled next
@@ -54,11 +53,9 @@ class Walk : private qd_no_duplic {
     }
   };
 
-  [[nodiscard]] static Id idOf(const std::string& path);
-
   void checkFolder(const unsigned char* folder) const;
-  [[nodiscard]] bool isBeingWalked(const Id& id) const;
-  void enter(const Id& id);
+  [[nodiscard]] bool isBeingWalked(const OSAL_FileId& id) const;
+  void enter(const OSAL_FileId& id);
   [[nodiscard]] Listing list() const;
   bool handleNextEntry();
   bool leave();
@@ -71,18 +68,14 @@ class Walk : private qd_no_duplic {
   std::vector<Folder> folders_;  // from the root to the one at hand
 };
 
-const unsigned char* bytesOf(const std::string& path) {
-  return reinterpret_cast<const unsigned char*>(path.c_str());
-}
-
 bool isDot(std::string_view name) { return name == "." || name == ".."; }
 
 bool Walk::run(const unsigned char* path) {
   checkFolder(path);
-  path_ = reinterpret_cast<const char*>(path);
+  path_ = osal_chars(path);
   const bool rootFirst = options_.includeRoot && !options_.childrenFirst;
   if (rootFirst && !cb_.processItem(path, QD_FILETYPE_DIR)) return false;
-  enter(idOf(path_));
+  enter(osal_fileId(path_.c_str()));
   if (options_.relativePaths) base_ = folders_.front().prefix;
   while (!folders_.empty()) {
     if (!handleNextEntry()) return false;
@@ -100,8 +93,8 @@ bool Walk::handleNextEntry() {
   path_ += folder.name(entry);
   if (!options_.childrenFirst && !process(type)) return false;
   if (options_.recursive && type == QD_FILETYPE_DIR) {
-    checkFolder(bytesOf(path_));
-    if (const Id id = idOf(path_); !isBeingWalked(id)) {
+    checkFolder(osal_bytes(path_));
+    if (const OSAL_FileId id = osal_fileId(path_.c_str()); !isBeingWalked(id)) {
       enter(id);
       return true;
     }
@@ -119,7 +112,7 @@ bool Walk::leave() {
   return process(QD_FILETYPE_DIR);
 }
 
-bool Walk::process(QDFileType type) { return cb_.processItem(bytesOf(path_) + base_, type); }
+bool Walk::process(QDFileType type) { return cb_.processItem(osal_bytes(path_) + base_, type); }
 
 void Walk::checkFolder(const unsigned char* folder) const {
   const bool warnOnly = options_.warnOnly;
@@ -131,19 +124,12 @@ void Walk::checkFolder(const unsigned char* folder) const {
   }
 }
 
-/// No directory's id when the system does not tell.
-Walk::Id Walk::idOf(const std::string& path) {
-  struct stat info {};
-  if (::stat(path.c_str(), &info) != 0) return {};
-  return {info.st_dev, info.st_ino};
-}
-
-bool Walk::isBeingWalked(const Id& id) const {
+bool Walk::isBeingWalked(const OSAL_FileId& id) const {
   return std::any_of(folders_.begin(), folders_.end(),
                      [&](const Folder& folder) { return folder.id == id; });
 }
 
-void Walk::enter(const Id& id) {
+void Walk::enter(const OSAL_FileId& id) {
   Listing listing = list();
   if (path_.back() != '/') path_ += '/';
   folders_.push_back({id, path_.size(), std::move(listing)});
@@ -151,19 +137,19 @@ void Walk::enter(const Id& id) {
 
 Walk::Listing Walk::list() const {
   const auto folder = std::make_unique<QDDir>(options_.warnOnly);  // too large for a small stack
-  folder->_open(bytesOf(path_));
+  folder->_open(osal_bytes(path_));
   Listing listing;
   try {
     QDFileType type{};
     while (const unsigned char* const name = folder->read(&type)) {
-      const std::string_view text = reinterpret_cast<const char*>(name);
+      const std::string_view text = osal_chars(name);
       if (isDot(text)) continue;
       listing.entries.push_back({listing.names.size(), type});
       listing.names.append(text).push_back('\0');
     }
   } catch (const QDException& exception) {
     qdTraceException(exception, "ECSP");
-    QDLOG(SCAN, ERR, "Error reading directory : " << QDLogPath(bytesOf(path_)));
+    QDLOG(SCAN, ERR, "Error reading directory : " << QDLogPath(osal_bytes(path_)));
   }
   folder->_close();
   return listing;

@@ -1,5 +1,6 @@
 #include "tools/QDFile.h"
 
+#include "ground/osal_bytes.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_fs.h"
 #include "tools/QDException.h"
@@ -158,7 +159,7 @@ void QDFile::rename(const unsigned char* from, const unsigned char* to) {
 const unsigned char* QDFile::cleanupPath(const unsigned char* in, unsigned char* out) {
   return qdTraced([&]() -> const unsigned char* {
     if (in == nullptr) return nullptr;
-    if (*in == '\0') return reinterpret_cast<const unsigned char*>("");
+    if (*in == '\0') return osal_bytes("");
     if (*in != '/') QD_THROW_ERROR("Not an absolute path: " << QDLogPath(in));
     unsigned int length = 0;
     out[length++] = '/';

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "ground/osal_bytes.h"
+#include "ground/osal_fileid.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_fs.h"
 #include "tools/QDException.h"
@@ -16,24 +18,16 @@ constexpr unsigned int kChunk = 32768;
 constexpr std::string_view kBackupSuffix = ".bak";
 constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
 
-const char* chars(const unsigned char* path) { return reinterpret_cast<const char*>(path); }
-
-const unsigned char* bytesOf(const std::string& path) {
-  return reinterpret_cast<const unsigned char*>(path.c_str());
-}
-
 std::string backupName(const unsigned char* path) {
   if (QDSys::strlen(path) + kBackupSuffix.size() > QDFile::kMaxPath) {
     QD_THROW_ERROR(
         "Cannot create .bak (path too long), and something exists at path : " << QDLogPath(path));
   }
-  return chars(path) + std::string(kBackupSuffix);
+  return osal_chars(path) + std::string(kBackupSuffix);
 }
 
 bool isAt(const struct stat& file, const unsigned char* path) {
-  struct stat other {};
-  return ::stat(chars(path), &other) == 0 && other.st_dev == file.st_dev &&
-         other.st_ino == file.st_ino;
+  return osal_fileId(osal_chars(path)) == osal_fileIdOf(file);
 }
 
 /// What the open file is, which must be a regular one whatever its name leads to by now.
@@ -57,11 +51,11 @@ void QDFile::copy(const unsigned char* src, const unsigned char* dst, bool keepB
     source.open(src, QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK);
     const struct stat info = regularStatus(source.file.fd, src);
     if (replaces) {
-      if (isAt(info, dst) || isAt(info, bytesOf(backup))) {
+      if (isAt(info, dst) || isAt(info, osal_bytes(backup))) {
         QD_THROW_ERROR("Something exists at path : " << QDLogPath(dst));
       }
-      remove(bytesOf(backup));
-      rename(dst, bytesOf(backup));
+      remove(osal_bytes(backup));
+      rename(dst, osal_bytes(backup));
     }
 
     QDFile target;
@@ -111,6 +105,6 @@ void QDFile::takeBack(const unsigned char* path, const std::string& backup) {
   }
   bool isTaken = true;
   if (!backup.empty() && osal_exists(path, &isTaken, false) == 0 && !isTaken) {
-    osal_rename(bytesOf(backup), path, false);
+    osal_rename(osal_bytes(backup), path, false);
   }
 }

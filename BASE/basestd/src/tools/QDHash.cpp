@@ -1,13 +1,13 @@
 #include "tools/QDHash.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <boost/endian/conversion.hpp>
-#include <cerrno>
 #include <cstddef>
 #include <vector>
 
+#include "ground/osal_bytes.h"
+#include "ground/osal_io.h"
 #include "ground/osal_scoped.h"
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
@@ -19,15 +19,6 @@ constexpr unsigned int kHexSize = 2 * kDigestSize;
 
 /// Large enough that the calls cost nothing, small enough to be in the cache when it is hashed.
 constexpr std::size_t kReadSize = std::size_t{128} * 1024;
-
-/// Reads up to `size` bytes. Returns 0 at the end of the file and when it cannot be read.
-std::size_t readBlock(int fd, unsigned char* data, std::size_t size) {
-  for (;;) {
-    const ssize_t count = ::read(fd, data, size);
-    if (count >= 0) return static_cast<std::size_t>(count);
-    if (errno != EINTR) return 0;
-  }
-}
 
 /// Whether OpenSSL found the memory to set itself up; else it does not refuse a digest but crashes.
 bool libraryIsUp() {
@@ -111,9 +102,10 @@ void QDHashMD5::hashToU64(const unsigned char* bin16, unsigned long long* first,
 
 void QDHashMD5::computeFileHexHash(const unsigned char* path, unsigned char* out33) {
   QDHashMD5 hash;
-  const ScopedFd file(::open(reinterpret_cast<const char*>(path), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  const ScopedFd file(::open(osal_chars(path), O_RDONLY | O_CLOEXEC | O_NOCTTY));
   std::vector<unsigned char> block(kReadSize);
-  while (const std::size_t count = file ? readBlock(file.get(), block.data(), block.size()) : 0) {
+  ssize_t count = 0;
+  while (file && (count = osal_readSome(file.get(), block.data(), block.size())) > 0) {
     hash.update(block.data(), static_cast<unsigned int>(count));
   }
   hash.getHex(out33);

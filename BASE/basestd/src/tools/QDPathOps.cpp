@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ground/osal_bytes.h"
 #include "logging/QDLogPath.h"
 #include "osal/osal_fs.h"
 #include "tools/QDException.h"
@@ -27,10 +28,6 @@ bool persist(Attempt attempt, Report report, const char* reason) {
   return false;
 }
 
-const unsigned char* bytesOf(const std::string& path) {
-  return reinterpret_cast<const unsigned char*>(path.c_str());
-}
-
 /// The missing directories above `path`, the deepest first. The root is not asked for.
 std::vector<std::string> missingParents(std::string path) {
   std::vector<std::string> missing;
@@ -38,7 +35,7 @@ std::vector<std::string> missingParents(std::string path) {
     const std::size_t slash = path.rfind('/');
     if (slash == std::string::npos || slash == 0) return missing;
     path.resize(slash);
-    if (QDPathOps::folderPathExists(bytesOf(path), false)) return missing;
+    if (QDPathOps::folderPathExists(osal_bytes(path), false)) return missing;
     missing.push_back(path);
   }
 }
@@ -51,7 +48,7 @@ void QDPathOps::fail(bool warnOnly, const char* text, const unsigned char* path)
 }
 
 bool QDPathOps::removeFile(const unsigned char* path) {
-  return removeFileAt(AT_FDCWD, reinterpret_cast<const char*>(path), path);
+  return removeFileAt(AT_FDCWD, osal_chars(path), path);
 }
 
 bool QDPathOps::removeFileAt(int folder, const char* name, const unsigned char* path) {
@@ -115,10 +112,10 @@ bool QDPathOps::createFolder(const unsigned char* path) {
 void QDPathOps::createParents(const unsigned char* path, QSDir_cbArgCreateDirs* cb) {
   qdTraced([&] {
     if (path == nullptr) return;
-    const std::vector<std::string> missing = missingParents(reinterpret_cast<const char*>(path));
+    const std::vector<std::string> missing = missingParents(osal_chars(path));
     for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
-      const bool existed = createFolder(bytesOf(*folder));
-      if (cb != nullptr && !existed) cb->dirCreated(bytesOf(*folder));
+      const bool existed = createFolder(osal_bytes(*folder));
+      if (cb != nullptr && !existed) cb->dirCreated(osal_bytes(*folder));
     }
   });
 }

@@ -3,27 +3,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "ground/osal_bytes.h"
+#include "ground/osal_hex.h"
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
 
 namespace {
-
-/// The digit of a value below 16; `letterGap` is how much further than "9" its letters begin.
-/// Arithmetic on bytes instead of a table, so that the compiler converts many of them at once.
-constexpr char digit(std::uint8_t value, std::uint8_t letterGap) {
-  const std::uint8_t gap = value > 9 ? letterGap : std::uint8_t{0};
-  return static_cast<char>(static_cast<std::uint8_t>(value + '0' + gap));
-}
-
-constexpr std::uint8_t kNoDigit = 0xFF;
-
-/// The value of a digit, or `kNoDigit`. Arithmetic for the same reason.
-constexpr std::uint8_t valueOf(std::uint8_t character) {
-  const auto number = static_cast<std::uint8_t>(character - '0');
-  const auto letter = static_cast<std::uint8_t>((character | 0x20) - 'a');
-  const std::uint8_t ofLetter = letter < 6 ? static_cast<std::uint8_t>(letter + 10) : kNoDigit;
-  return number < 10 ? number : ofLetter;
-}
 
 /// Converts `pairs` pairs, a constant for the compiler's sake. Returns whether all are digits.
 template <std::size_t pairs>
@@ -31,7 +16,7 @@ bool convertBlock(const unsigned char* hex, unsigned char* to) {
   std::array<std::uint8_t, 2 * pairs> values;
   std::uint8_t all = 0;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    values[i] = valueOf(hex[i]);
+    values[i] = osal_hexValue(hex[i]);
     all |= values[i];
   }
   if (all > 0xF) return false;
@@ -50,18 +35,13 @@ int QDSys::convertBinToHex(const void* bin, unsigned int n, char* out, unsigned 
   if (n == 0) return 0;
   _checkArgs("convertBinToHex", bin, out);
 
-  const std::uint8_t letterGap = (lowerCase ? 'a' : 'A') - '9' - 1;
-  const auto* const from = static_cast<const std::uint8_t*>(bin);
-  for (std::size_t i = 0; i < n; ++i) {
-    out[2 * i] = digit(from[i] >> 4, letterGap);
-    out[2 * i + 1] = digit(from[i] & 0xF, letterGap);
-  }
+  osal_writeHex(static_cast<const std::uint8_t*>(bin), n, lowerCase, out);
   return static_cast<int>(length);
 }
 
 int QDSys::convertBinToHex(const void* bin, unsigned int n, unsigned char* out,
                            unsigned int outSize, bool lowerCase) {
-  return convertBinToHex(bin, n, reinterpret_cast<char*>(out), outSize, lowerCase);
+  return convertBinToHex(bin, n, osal_chars(out), outSize, lowerCase);
 }
 
 int QDSys::convertBinToHexStrNull(const void* bin, unsigned int n, unsigned char* out,
@@ -77,7 +57,7 @@ int QDSys::convertHexToBin(const unsigned char* hex, unsigned int hexLen, void* 
   _checkArgs("convertHexToBin", hex, bin);
 
   // Behind a terminator nothing may be read.
-  const std::size_t pairs = ::strnlen(reinterpret_cast<const char*>(hex), hexLen) / 2;
+  const std::size_t pairs = ::strnlen(osal_chars(hex), hexLen) / 2;
   constexpr std::size_t kBlock = 32;
   auto* const to = static_cast<unsigned char*>(bin);
   std::size_t i = 0;

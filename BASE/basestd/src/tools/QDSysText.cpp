@@ -4,19 +4,12 @@
 #include <cstring>
 #include <limits>
 
+#include "ground/osal_bytes.h"
+#include "ground/osal_hex.h"
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
 
 namespace {
-
-constexpr unsigned int kNoDigit = 16;
-
-unsigned int digitValue(char c) {
-  if (c >= '0' && c <= '9') return static_cast<unsigned int>(c - '0');
-  if (c >= 'a' && c <= 'f') return static_cast<unsigned int>(c - 'a' + 10);
-  if (c >= 'A' && c <= 'F') return static_cast<unsigned int>(c - 'A' + 10);
-  return kNoDigit;
-}
 
 bool parse(const char* s, unsigned int base, unsigned long long& value) {
   constexpr unsigned long long kMax = std::numeric_limits<unsigned long long>::max();
@@ -24,7 +17,7 @@ bool parse(const char* s, unsigned int base, unsigned long long& value) {
   if (s == nullptr || *s == '\0') return false;
   unsigned long long number = 0;
   for (; *s != '\0'; ++s) {
-    const unsigned int digit = digitValue(*s);
+    const unsigned int digit = osal_hexValue(static_cast<std::uint8_t>(*s));
     if (digit >= base || number > (kMax - digit) / base) return false;
     number = number * base + digit;
   }
@@ -39,8 +32,6 @@ unsigned long long parse(const char* s, unsigned int base, bool* ok) {
   return value;
 }
 
-const char* chars(const unsigned char* s) { return reinterpret_cast<const char*>(s); }
-
 }  // namespace
 
 void QDSys::_checkArgs(const char* function, const void* first, const void* second) {
@@ -50,7 +41,7 @@ void QDSys::_checkArgs(const char* function, const void* first, const void* seco
 
 unsigned int QDSys::strlen(const unsigned char* s) {
   if (s == nullptr) QD_THROW_ERROR("strlen: Arg is NULL");
-  const std::size_t length = std::strlen(chars(s));
+  const std::size_t length = std::strlen(osal_chars(s));
   if (length > std::numeric_limits<unsigned int>::max()) QD_THROW_ERROR("strlen: too long");
   return static_cast<unsigned int>(length);
 }
@@ -62,17 +53,17 @@ void QDSys::memcpy(void* dst, const void* src, unsigned int n) {
 
 bool QDSys::strIsEqual(const unsigned char* a, const unsigned char* b) {
   _checkArgs("strIsEqual", a, b);
-  return std::strcmp(chars(a), chars(b)) == 0;
+  return std::strcmp(osal_chars(a), osal_chars(b)) == 0;
 }
 
 bool QDSys::strIsNEqual(const unsigned char* a, const unsigned char* b, unsigned int n) {
   _checkArgs("strIsNEqual", a, b);
-  return std::strncmp(chars(a), chars(b), n) == 0;
+  return std::strncmp(osal_chars(a), osal_chars(b), n) == 0;
 }
 
 void QDSys::strncpy(unsigned char* dst, const unsigned char* src, unsigned int size, bool strict) {
   _checkArgs("strncpy", dst, src);
-  const std::size_t length = ::strnlen(chars(src), size);
+  const std::size_t length = ::strnlen(osal_chars(src), size);
   if (strict && length == size) QD_THROW_ERROR("strncpy: Cannot copy string (overflow)");
   std::memcpy(dst, src, length);
   std::memset(dst + length, 0, size - length);

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "ground/osal_bytes.h"
+#include "ground/osal_hex.h"
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
 
@@ -16,7 +18,6 @@ using Byte = unsigned char;
 
 constexpr std::string_view kUnescaped =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz-./_~";
-constexpr std::string_view kDigits = "0123456789ABCDEF";
 
 /// What one byte becomes: the first `length` characters of `text`. Copied whole, four bytes at
 /// once, so that encoding has no branch for data to mislead.
@@ -29,7 +30,8 @@ static_assert(sizeof(Encoded) == 4);
 constexpr std::array<Encoded, 256> encodedBytes() {
   std::array<Encoded, 256> table{};
   for (std::size_t byte = 0; byte < table.size(); ++byte) {
-    table[byte] = {{'%', kDigits[byte >> 4], kDigits[byte & 0xF]}, 3};
+    table[byte] = {{'%', osal_hexDigit(static_cast<Byte>(byte >> 4)), osal_hexDigit(byte & 0xF)},
+                   3};
   }
   for (const char c : kUnescaped) table[static_cast<Byte>(c)] = {{c, 0, 0}, 1};
   return table;
@@ -37,14 +39,11 @@ constexpr std::array<Encoded, 256> encodedBytes() {
 
 constexpr std::array<Encoded, 256> kEncoded = encodedBytes();
 
-constexpr std::uint8_t kNoDigit = 0xFF;
-
+/// Lower-case letters are no digits of an escape.
 constexpr std::array<std::uint8_t, 256> digitValues() {
   std::array<std::uint8_t, 256> values{};
-  values.fill(kNoDigit);
-  for (std::size_t i = 0; i < kDigits.size(); ++i) {
-    values[static_cast<Byte>(kDigits[i])] = static_cast<std::uint8_t>(i);
-  }
+  values.fill(kNoHexDigit);
+  for (std::uint8_t i = 0; i < 16; ++i) values[static_cast<Byte>(osal_hexDigit(i))] = i;
   return values;
 }
 
@@ -70,8 +69,8 @@ void decodeOne(const Byte*& in, Byte*& out) {
   Byte c = *in++;
   if (c == '%') {
     const std::uint8_t high = kDigitValues[in[0]];
-    const std::uint8_t low = high == kNoDigit ? kNoDigit : kDigitValues[in[1]];
-    if (low != kNoDigit) {
+    const std::uint8_t low = high == kNoHexDigit ? kNoHexDigit : kDigitValues[in[1]];
+    if (low != kNoHexDigit) {
       c = static_cast<Byte>(high << 4 | low);
       in += 2;
     }
@@ -133,7 +132,7 @@ int QDSys::encodeURLfromUTF8(const unsigned char* in, unsigned char* out, unsign
 int QDSys::decodeURLtoUTF8(const unsigned char* in, unsigned char* out, unsigned int size) {
   _checkArgs("decodeURLtoUTF8", in, out);
   const std::ptrdiff_t room = std::min(size, static_cast<unsigned int>(INT_MAX));
-  const Byte* const inEnd = in + std::strlen(reinterpret_cast<const char*>(in));
+  const Byte* const inEnd = in + std::strlen(osal_chars(in));
   Byte* to = out;
   // Through a chunk, since `out` may be `in`: a chunk is written when all of it has been read.
   std::array<Byte, kChunk + kStep> chunk;

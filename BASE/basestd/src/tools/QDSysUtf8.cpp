@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "ground/osal_bytes.h"
 #include "tools/QDException.h"
 #include "tools/QDSys.h"
 
@@ -145,12 +146,12 @@ std::size_t repair(const Byte* in, const Byte* stop, Output& out) {
 
 const char* QDSys::fixedUTF8(const unsigned char* in, std::string& out) {
   if (in == nullptr) QD_THROW_ERROR("fixedUTF8: Arg is NULL");
-  const auto* const outStart = reinterpret_cast<const Byte*>(out.data());
+  const auto* const outStart = osal_bytes(out.data());
   if (std::less_equal<>{}(outStart, in) && std::less_equal<>{}(in, outStart + out.size())) {
-    const std::string copy(reinterpret_cast<const char*>(in));
-    return fixedUTF8(reinterpret_cast<const Byte*>(copy.c_str()), out);
+    const std::string copy(osal_chars(in));
+    return fixedUTF8(osal_bytes(copy), out);
   }
-  const std::size_t length = std::strlen(reinterpret_cast<const char*>(in));
+  const std::size_t length = std::strlen(osal_chars(in));
   out.clear();
   out.reserve(length);
   Output output(out);

@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "base/osal/Linux/keyfile.h"
+#include "ground/osal_hex.h"
 #include "osal/osal_host.h"
 
 namespace {
@@ -18,12 +19,6 @@ namespace {
 int osRelease(const char* key, std::string& value) {
   const int error = keyfile_value("/etc/os-release", key, value);
   return error == ENOENT ? keyfile_value("/usr/lib/os-release", key, value) : error;
-}
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
 }
 
 int userName(uid_t uid, std::string& name) {
@@ -67,9 +62,10 @@ int host_uuid(std::array<unsigned char, 16>& uuid) {
   if (text.size() < 2 * uuid.size()) return EINVAL;
   std::array<unsigned char, 16> read{};
   for (std::size_t i = 0; i < read.size(); ++i) {
-    const int high = hexDigit(text[2 * i]);
-    const int low = hexDigit(text[2 * i + 1]);
-    if (high < 0 || low < 0) return EINVAL;  // "uninitialized" until the first boot is complete
+    const std::uint8_t high = osal_hexValue(static_cast<std::uint8_t>(text[2 * i]));
+    const std::uint8_t low = osal_hexValue(static_cast<std::uint8_t>(text[2 * i + 1]));
+    // "uninitialized" until the first boot is complete.
+    if (high == kNoHexDigit || low == kNoHexDigit) return EINVAL;
     read[i] = static_cast<unsigned char>(high << 4 | low);
   }
   uuid = read;

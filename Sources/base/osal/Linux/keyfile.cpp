@@ -1,12 +1,11 @@
 #include "base/osal/Linux/keyfile.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
+#include <utility>
 
+#include "ground/osal_io.h"
 #include "ground/osal_scoped.h"
 
 namespace {
@@ -45,15 +44,7 @@ int keyfile_read(const char* path, std::string& text, std::size_t limit) {
   const ScopedFd file(::open(path, O_RDONLY | O_CLOEXEC));
   if (!file) return errno;
   std::string content;
-  std::array<char, 4096> piece;
-  while (content.size() < limit) {
-    const std::size_t wanted = std::min(piece.size(), limit - content.size());
-    const ssize_t got = ::read(file.get(), piece.data(), wanted);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return errno;
-    if (got == 0) break;
-    content.append(piece.data(), static_cast<std::size_t>(got));
-  }
+  if (const int error = osal_readAll(file.get(), content, limit); error != 0) return error;
   text = std::move(content);
   return 0;
 }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "ground/osal_bytes.h"
 #include "logging/QDLog.h"
 #include "osal/osal_file.h"
 #include "osal/osal_path.h"
@@ -16,10 +17,6 @@ namespace {
 constexpr unsigned int kMaxSize = 65535;
 constexpr char kTemporaryFolder[] = "/tmp/.quietstore\r";
 constexpr int kMaxPath = 1024;
-
-const unsigned char* bytes(const char* text) {
-  return reinterpret_cast<const unsigned char*>(text);
-}
 
 /// Cuts the `length` bytes read, of `size` that fit, to the value. False when its end is not there.
 bool terminate(char* value, unsigned int length, unsigned int size) {
@@ -33,13 +30,13 @@ bool terminate(char* value, unsigned int length, unsigned int size) {
 
 int readValue(const char* path, char* value, unsigned int size) {
   bool exists = false;
-  if (osal_exists(bytes(path), &exists, false) != 0) {
+  if (osal_exists(osal_bytes(path), &exists, false) != 0) {
     QDLOG(OSAL, ERR, "osal_getconfstr -> osal_exists failed");
     return -1;
   }
   if (!exists) return 0;
   OSAL_File file;
-  if (file.open(bytes(path), QD_OPENMODE_RDONLY, OSAL_OPEN_NOCACHE, false) != 0) {
+  if (file.open(osal_bytes(path), QD_OPENMODE_RDONLY, OSAL_OPEN_NOCACHE, false) != 0) {
     QDLOG(OSAL, ERR, "osal_getconfstr -> osal_open failed");
     return -1;
   }
@@ -73,7 +70,7 @@ int replaceContent(OSAL_File& file, const char* value, const char* function) {
 /// Makes the temporary folder, or takes the one that is there: a folder itself, not a link, which
 /// would lead to wherever its maker wants.
 bool haveTemporaryFolder() {
-  if (osal_mkdir(bytes(kTemporaryFolder), nullptr, false) != 0) return false;
+  if (osal_mkdir(osal_bytes(kTemporaryFolder), nullptr, false) != 0) return false;
   struct stat info {};
   return ::lstat(kTemporaryFolder, &info) == 0 && S_ISDIR(info.st_mode);
 }
@@ -102,7 +99,7 @@ int osal_setconfstr(const char* path, const char* value, bool ownerOnly, bool al
     return -1;
   }
   OSAL_File file;
-  if (file.open(bytes(path), QD_OPENMODE_RWCANCREATE, OSAL_OPEN_NOCACHE, false) != 0) {
+  if (file.open(osal_bytes(path), QD_OPENMODE_RWCANCREATE, OSAL_OPEN_NOCACHE, false) != 0) {
     QDLOG(OSAL, ERR, "osal_setconfstr -> osal_open failed");
     return -1;
   }
@@ -129,7 +126,7 @@ int osal_setconfstrtmp(const char* name, const char* value) {
     return -1;
   }
   OSAL_File file;
-  if (file.openOwn(bytes(path), false) != 0) {
+  if (file.openOwn(osal_bytes(path), false) != 0) {
     QDLOG(OSAL, ERR, "osal_setconfstrtmp -> osal_open failed");
     return -1;
   }
