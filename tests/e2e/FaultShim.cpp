@@ -2,12 +2,14 @@
 //   QD_FAULT=curl:N:CODE           the N-th call of libcurl does nothing but fail, with CODE
 //   QD_FAULT=memory:N:COUNT        COUNT allocations fail, from the N-th on
 //   QD_FAULT=clock:START:N:JUMP    the clock is START seconds off, from its N-th reading on JUMP
-//   more QD_FAULT=count                 standard error says at the end how many calls and
-//   allocations there were
+//   QD_FAULT=kernel:VERSION        the system's version, as uname has it, is VERSION
+//   QD_FAULT=count                 standard error says at the end how many calls and allocations
+//                                  there were
 // It takes itself out of the environment of the program's own commands.
 #include <curl/curl.h>
 #include <dlfcn.h>
 #include <sys/time.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,6 +32,7 @@ bool armed = false;
 long curlCalls = 0, curlFailsAt = 0;
 int curlCode = 0;
 long allocations = 0, memoryFailsAt = 0, memoryFailures = 0;
+char kernelVersion[65] = {};
 long readings = 0, clockJumpsAt = 0, clockOffset = 0, clockJump = 0;
 
 template <class Function>
@@ -50,6 +53,7 @@ void arm() {
   std::sscanf(fault, "curl:%ld:%d", &curlFailsAt, &curlCode);
   std::sscanf(fault, "memory:%ld:%ld", &memoryFailsAt, &memoryFailures);
   std::sscanf(fault, "clock:%ld:%ld:%ld", &clockOffset, &clockJumpsAt, &clockJump);
+  std::sscanf(fault, "kernel:%64s", kernelVersion);
   if (std::strcmp(fault, "count") == 0) {
     std::atexit([] { std::fprintf(stderr, "%ld %ld\n", curlCalls, allocations); });
   }
@@ -103,6 +107,12 @@ std::time_t time(std::time_t* result) {
   ::clock_gettime(CLOCK_REALTIME, &now);
   if (result != nullptr) *result = now.tv_sec;
   return now.tv_sec;
+}
+
+int uname(utsname* system) {
+  const int result = next<int(utsname*)>("uname")(system);
+  if (*kernelVersion != '\0') std::strcpy(system->version, kernelVersion);
+  return result;
 }
 
 }  // extern "C"

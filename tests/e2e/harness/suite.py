@@ -66,8 +66,8 @@ class Row:
 
     What is expected is a text as `items` takes it, with {names} of `blocks` and `texts`, and {S}
     the server's address, {H} the same in hexadecimal digits, {T} the temporary folder, {V} the
-    version that is installed. What is None is not looked at; the log is compared without the
-    progress of downloads.
+    version that is installed, {shim} the preloaded library.
+    What is None is not looked at; the log is compared without the progress of downloads.
     """
 
     name: str
@@ -98,7 +98,8 @@ class Row:
     def __call__(self, place: Place) -> Iterator[str]:
         run = place.run(self.program)
         run.user, run.first = self.user, self.first
-        run.texts = self.blocks | {"V": self.version, "T": run.temp()} | self.texts
+        run.texts = {**self.blocks, "V": self.version, "T": run.temp(),
+                     "shim": place.programs["shim"], **self.texts}
         for name, body in self.commands.items():
             run.command(name, body)
         with Server(self.good | self.script, run.texts, run) as server:
