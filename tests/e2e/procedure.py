@@ -85,7 +85,7 @@ NFY File size for {S}/here/agent.deb is {B} bytes
 {T}/agent_upd.log
 {T}/setup.deb
 {T}/upgrade_ovt.lock
-{T}/upgrade_ovt.lock.PID
+{T}/upgrade_ovt.lock.NEW
 /usr/bin/dpkg
 /usr/lib/ssl/openssl.cnf
 [GET chosen]
@@ -236,7 +236,7 @@ def nothing_else(run, outcome):
     configuration = fill("/etc/qd/update.{I}.toml", run.texts)
     if configuration in paths:  # may be looked for once
         paths.remove(configuration)
-    paths = sorted({re.sub(r"(upgrade_ovt.lock)\.\d+", r"\1.PID", path) for path in paths})
+    paths = sorted({re.sub(r"(upgrade_ovt.lock)\.\w+", r"\1.NEW", path) for path in paths})
     yield from difference("paths", paths, sorted(items("{paths}", run.texts)))
     yield from difference("standard output and error", [outcome.out, outcome.err], ["", ""])
 
