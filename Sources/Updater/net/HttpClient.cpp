@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -62,12 +63,11 @@ std::size_t discardCb(void*, std::size_t size, std::size_t nmemb, void*) noexcep
   return size * nmemb;
 }
 
-FilePtr openForDownload(const std::string& path) {
-  ScopedFd fd;
-  if (osal_openFixedFile(path.c_str(), OwnFileUse::Overwrite, 0600, fd) != 0) return nullptr;
-  FilePtr file(::fdopen(fd.get(), "wb"));
-  if (file == nullptr) return nullptr;
-  static_cast<void>(fd.release());
+/// A stream of its own for the open file.
+FilePtr streamTo(int fd) {
+  ScopedFd copy(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+  FilePtr file(copy ? ::fdopen(copy.get(), "wb") : nullptr);
+  if (file != nullptr) static_cast<void>(copy.release());
   return file;
 }
 
@@ -230,8 +230,21 @@ int HttpClient::head(const std::string& url, Headers& headers) {
 int HttpClient::download(const std::string& url, const std::string& path, Headers& headers) {
   if (!init()) return -1;
   headers.clear();
+  ScopedFd fd;
+  if (osal_openFixedFile(path.c_str(), OwnFileUse::Overwrite, 0600, fd) != 0) return -1;
+  return receive(url, fd.get(), headers);
+}
+
+int HttpClient::download(const std::string& url, int fd, Headers& headers) {
+  if (!init()) return -1;
+  headers.clear();
+  if (::ftruncate(fd, 0) != 0 || ::lseek(fd, 0, SEEK_SET) != 0) return -1;
+  return receive(url, fd, headers);
+}
+
+int HttpClient::receive(const std::string& url, int fd, Headers& headers) {
   std::array<char, kWriteBuffer> buffer;  // outlives the file, which uses it
-  FilePtr file = openForDownload(path);
+  FilePtr file = streamTo(fd);
   if (file == nullptr) return -1;
   std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
   LimitedFile target{file.get(), std::min(downloadLimit, roomFor(file.get()))};

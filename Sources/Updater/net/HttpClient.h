@@ -49,6 +49,9 @@ class HttpClient {
   /// be opened is -1 without a message and without a request. What arrived before a failure stays.
   int download(const std::string& url, const std::string& path, Headers& headers);
 
+  /// The same into the open file `fd`, which is emptied and stays the caller's and open.
+  int download(const std::string& url, int fd, Headers& headers);
+
   // What libcurl calls. `userdata` is a std::string, a FILE, a Headers map and an int, in this
   // order.
   static std::size_t readResponsCb(void* data, std::size_t size, std::size_t nmemb,
@@ -69,6 +72,7 @@ class HttpClient {
  private:
   class Request;
 
+  int receive(const std::string& url, int fd, Headers& headers);
   int perform(Request& request, const std::string& url, const char* statusFailure, long& status);
   static int judge(const std::string& url, long status);
 };

@@ -5,8 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/filesystem/operations.hpp>
 #include <cstdio>
 
+#include "Updater/package/utilsPackage.h"
 #include "ground/osal_ownfile.h"
 
 namespace {
@@ -21,33 +23,13 @@ bool isHandedOver(int fd) {
   return ::fstat(fd, &info) == 0 && (info.st_mode & 07777) == kHandedOver;
 }
 
-bool sameTime(const timespec& a, const timespec& b) {
-  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
-
 }  // namespace
-
-PackageFile::Identity PackageFile::identityOf(const struct stat& info) {
-#if defined(__APPLE__)
-  return {info.st_dev, info.st_ino, info.st_size, info.st_mtimespec, info.st_ctimespec};
-#else
-  return {info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
-#endif
-}
-
-PackageFile::Identity PackageFile::identityAt(const std::string& path) {
-  struct stat info {};
-  return ::lstat(path.c_str(), &info) == 0 ? identityOf(info) : Identity{};
-}
-
-bool PackageFile::sameFile(const Identity& a, const Identity& b) {
-  return a.inode != 0 && a.inode == b.inode && a.device == b.device;
-}
 
 bool PackageFile::acquire(const std::string& path) {
   path_ = path;
   remembered_ = {};
-  if (fd_) return true;
+  if (fd_ && osal_fileState(fd_.get()).id == osal_fileStateAt(path.c_str()).id) return true;
+  fd_.reset();
   ScopedFd fd;
   // An image that is still attached from an earlier run keeps its file; this run takes a new one.
   const bool locked = openLocked(fd) || (fd && isHandedOver(fd.get()) &&
@@ -69,18 +51,28 @@ void PackageFile::handOver() {
   ::flock(fd_.get(), LOCK_UN);
 }
 
-void PackageFile::remember() {
+unsigned long long PackageFile::size() const {
   struct stat info {};
-  if (::fstat(fd_.get(), &info) == 0) remembered_ = identityOf(info);
+  if (::fstat(fd_.get(), &info) == 0 && info.st_nlink > 0) {
+    return static_cast<unsigned long long>(info.st_size);
+  }
+  return boost::filesystem::file_size(path_);
 }
+
+std::string PackageFile::md5() const {
+  ::lseek(fd_.get(), 0, SEEK_SET);
+  return utils::computeMD5(fd_.get());
+}
+
+void PackageFile::remember() { remembered_ = osal_fileState(fd_.get()); }
 
 bool PackageFile::isUntouched() const {
-  const Identity now = identityAt(path_);
-  return sameFile(now, remembered_) && now.size == remembered_.size &&
-         sameTime(now.modified, remembered_.modified) && sameTime(now.changed, remembered_.changed);
+  return remembered_.id && osal_fileStateAt(path_.c_str()) == remembered_;
 }
 
-bool PackageFile::isStillThere() const { return sameFile(identityAt(path_), remembered_); }
+bool PackageFile::isStillThere() const {
+  return remembered_.id && osal_fileStateAt(path_.c_str()).id == remembered_.id;
+}
 
 void PackageFile::remove() {
   std::remove(path_.c_str());

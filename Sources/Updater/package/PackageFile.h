@@ -1,10 +1,8 @@
 #pragma once
 
-#include <sys/types.h>
-#include <time.h>
-
 #include <string>
 
+#include "ground/osal_fileid.h"
 #include "ground/osal_scoped.h"
 
 /// The downloaded package, held from its creation to the end of the installation, so that what gets
@@ -20,6 +18,17 @@ class PackageFile {
   /// Gives up the lock, but not the file, so that the system can lock it: it attaches no image that
   /// somebody else has locked.
   void handOver();
+
+  /// The open file, to be read, and written at its end; -1 when there is none. It stays this
+  /// object's.
+  [[nodiscard]] int fd() const { return fd_.get(); }
+
+  /// Its size in bytes. When somebody has removed it, that of what is at its path; throws
+  /// boost::filesystem::filesystem_error when that is no file.
+  [[nodiscard]] unsigned long long size() const;
+
+  /// Its MD5 digest, 32 lower-case hexadecimal characters.
+  [[nodiscard]] std::string md5() const;
 
   /// Remembers the file as it is now, downloaded and about to be verified.
   void remember();
@@ -38,19 +47,9 @@ class PackageFile {
   void release() { fd_.reset(); }
 
  private:
-  struct Identity {
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = -1;
-    timespec modified{};
-    timespec changed{};
-  };
-  static Identity identityOf(const struct stat& info);
-  static Identity identityAt(const std::string& path);  // all zero when nothing is there
-  static bool sameFile(const Identity& a, const Identity& b);
   bool openLocked(ScopedFd& fd) const;
 
   std::string path_;
   ScopedFd fd_;
-  Identity remembered_;
+  OSAL_FileState remembered_;
 };

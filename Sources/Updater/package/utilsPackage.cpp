@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <exception>
 #include <locale>
+#include <utility>
 
 #include "Updater/command/utilsExec.h"
 #include "Updater/command/utilsShell.h"
@@ -14,6 +15,21 @@
 #include "tools/QDHash.h"
 
 namespace utils {
+
+namespace {
+
+std::string detachCommand(const std::string& device) {
+  return "hdiutil detach " + shellWord(device);
+}
+
+template <typename Compute>
+std::string lowerCaseDigest(Compute compute) {
+  unsigned char hex[33] = {};
+  compute(hex);
+  return boost::to_lower_copy(std::string(osal_chars(hex)), std::locale::classic());
+}
+
+}  // namespace
 
 void readAttachOutput(const std::vector<std::string>& lines, const std::string& pkgName,
                       std::string& device, std::string& pkgPath) {
@@ -48,16 +64,28 @@ int mountAndGetPkgPath(const std::string& pkgName, const std::string& imagePath,
   }
 }
 
-std::string detachCommand(const std::string& device) {
-  return "hdiutil detach " + shellWord(device);
-}
-
 int unmount(const std::string& device) { return std::system(detachCommand(device).c_str()); }
 
+int attach(const std::string& pkgName, const std::string& imagePath, AttachedImage& image) {
+  AttachedImage found;
+  const int r = mountAndGetPkgPath(pkgName, imagePath, found.device, found.pkgPath);
+  if (r != 0) {
+    if (!found.device.empty()) unmount(found.device);
+    found = {};
+  } else {
+    found.detachCmd = detachCommand(found.device);
+  }
+  image = std::move(found);
+  return r;
+}
+
 std::string computeMD5(const std::string& path) {
-  unsigned char hex[33] = {};
-  QDHashMD5::computeFileHexHash(osal_bytes(path), hex);
-  return boost::to_lower_copy(std::string(osal_chars(hex)), std::locale::classic());
+  return lowerCaseDigest(
+      [&](unsigned char* hex) { QDHashMD5::computeFileHexHash(osal_bytes(path), hex); });
+}
+
+std::string computeMD5(int fd) {
+  return lowerCaseDigest([&](unsigned char* hex) { QDHashMD5::computeFileHexHash(fd, hex); });
 }
 
 }  // namespace utils

@@ -18,14 +18,23 @@ void readAttachOutput(const std::vector<std::string>& lines, const std::string& 
 int mountAndGetPkgPath(const std::string& pkgName, const std::string& imagePath,
                        std::string& device, std::string& pkgPath);
 
-/// The command that detaches `device`.
-std::string detachCommand(const std::string& device);
-
 /// Detaches; returns what system() returned.
 int unmount(const std::string& device);
 
-/// The MD5 digest of a file, 32 lower-case hexadecimal characters. A file that can't be read has
-/// the digest of no bytes.
+/// A disk image that the system has attached.
+struct AttachedImage {
+  std::string device;     ///< empty: none is attached
+  std::string pkgPath;    ///< the package in its volume
+  std::string detachCmd;  ///< the command that detaches it
+};
+
+/// Attaches as `mountAndGetPkgPath` does, with its result. After a failure nothing stays attached,
+/// and `image` is empty.
+int attach(const std::string& pkgName, const std::string& imagePath, AttachedImage& image);
+
+/// The MD5 digest of a file, or of what an open one still holds, 32 lower-case hexadecimal
+/// characters. A file that can't be read has the digest of no bytes.
 std::string computeMD5(const std::string& path);
+std::string computeMD5(int fd);
 
 }  // namespace utils

@@ -4,6 +4,7 @@
 
 #include "Updater/net/HttpClient.h"
 #include "Updater/package/PackageFile.h"
+#include "Updater/package/utilsPackage.h"
 #include "Updater/setup/utilsSetup.h"
 #include "Updater/terms/UpdateResult.h"
 #include "Updater/terms/Version.h"
@@ -23,6 +24,5 @@ struct UpdateRun {
   int attempts = 0;                               ///< downloads begun
   UpdateResult lastFailure = UpdateResult::Done;  ///< why the latest download was no good
   PackageFile package;
-  std::string pkgPath;    ///< the package inside the attached disk image
-  std::string detachCmd;  ///< detaches that image; built before the agent is stopped
+  utils::AttachedImage image;  ///< of the package, when that is a disk image
 };

@@ -213,9 +213,10 @@ Updater::Stop Updater::obtainPackage(UpdateRun& run) {
       if (!usesDiskImage()) return std::nullopt;
       if (const Stop stop = attachImage(run)) return stop;
       if (run.package.isStillThere()) return std::nullopt;
-      utils::unmount(run.setup.mountedDevice);
+      utils::unmount(run.image.device);
     }
-    // Somebody exchanged the package after its verification: it counts as one with a wrong digest.
+    // Somebody exchanged the package after its verification: it counts as one with a wrong digest,
+    // which is that of the file that lies there now.
     run.lastFailure = rejectPackage(run, utils::computeMD5(run.setup.setupPath));
   }
 }
@@ -234,15 +235,15 @@ Updater::Stop Updater::downloadVerified(UpdateRun& run) {
 }
 
 UpdateResult Updater::downloadOnce(UpdateRun& run) {
-  const std::string& path = run.setup.setupPath;
+  PackageFile& package = run.package;
   httpClient.setDownloadLimit(downloadLimit(run.expectedSize));
-  const bool acquired = run.package.acquire(path);
-  const int r = acquired ? httpClient.download(run.setup.setupUrl, path, run.headers) : -1;
+  const bool acquired = package.acquire(run.setup.setupPath);
+  const int r = acquired ? httpClient.download(run.setup.setupUrl, package.fd(), run.headers) : -1;
   if (r != 0) {
     QDLOG(ROOT, ERR, "'Fail to download setup file: [" << r << "]");
     return UpdateResult::TransferFailed;
   }
-  const unsigned long long size = fs::file_size(path);
+  const unsigned long long size = package.size();
   QDLOG(ROOT, NFY, "Setup downloaded [" << size << " bytes]");
   if (size != run.expectedSize) {
     QDLOG(ROOT, WRN,
@@ -257,7 +258,8 @@ UpdateResult Updater::verifyDigest(UpdateRun& run) {
   run.package.remember();
   const bool untouched = run.package.isUntouched();
   if (untouched && run.expectedMd5.empty()) return UpdateResult::Done;
-  const std::string computed = utils::computeMD5(run.setup.setupPath);
+  const std::string computed =
+      untouched ? run.package.md5() : utils::computeMD5(run.setup.setupPath);
   if (!untouched || computed != run.expectedMd5) return rejectPackage(run, computed);
   QDLOG(ROOT, NFY, "Computed md5 is " << computed);
   return UpdateResult::Done;
@@ -277,15 +279,10 @@ bool Updater::usesDiskImage() const {
 
 Updater::Stop Updater::attachImage(UpdateRun& run) {
   utils::SetuParameter& setup = run.setup;
-  setup.mountedDevice.clear();
-  run.pkgPath.clear();
   run.package.handOver();
-  if (utils::mountAndGetPkgPath(setup.pkgName, setup.setupPath, setup.mountedDevice, run.pkgPath) ==
-      0) {
-    run.detachCmd = utils::detachCommand(setup.mountedDevice);
-    return std::nullopt;
-  }
+  const int r = utils::attach(setup.pkgName, setup.setupPath, run.image);
+  setup.mountedDevice = run.image.device;
+  if (r == 0) return std::nullopt;
   QDLOG(ROOT, ERR, "Unable to attach setup");
-  if (!setup.mountedDevice.empty()) utils::unmount(setup.mountedDevice);
   return UpdateResult::AttachFailed;
 }

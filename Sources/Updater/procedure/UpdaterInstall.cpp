@@ -65,7 +65,7 @@ int systemPersistently(const char* command) noexcept {
 
 Updater::Stop Updater::replaceAgent(UpdateRun& run) {
   if (usesDiskImage()) {
-    run.setup.installCmd += '"' + utils::shellQuotedText(run.pkgPath) + '"';
+    run.setup.installCmd += '"' + utils::shellQuotedText(run.image.pkgPath) + '"';
   }
   const bool withXCBDeps = needsXCBDeps(os, run.installed, run.available);
   const SignalDelay delay;
@@ -112,7 +112,7 @@ void Updater::installXCBDeps() const noexcept {
 }
 
 void Updater::startAgent(const UpdateRun& run) const noexcept {
-  if (usesDiskImage()) execute(run.detachCmd.c_str());
+  if (usesDiskImage()) execute(run.image.detachCmd.c_str());
   if (const int r = systemPersistently(run.setup.startCmd.c_str()); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to re-start agent : [" << r << "]");
   } else {

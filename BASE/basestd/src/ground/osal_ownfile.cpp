@@ -20,6 +20,7 @@ int accessFlags(OwnFileUse use) {
     case OwnFileUse::Read:
       return O_RDONLY;
     case OwnFileUse::Append:
+      return O_RDWR | O_APPEND;
     case OwnFileUse::Log:
       return O_WRONLY | O_APPEND;
     case OwnFileUse::Overwrite:

@@ -7,8 +7,8 @@
 /// How `osal_openOwnFile` opens.
 enum class OwnFileUse {
   Read,       ///< read only, whoever owns the file; a missing file is not created
-  Append,     ///< write at the end, created when missing
-  Log,        ///< as Append, but what the file holds is kept even if others could write to it
+  Append,     ///< read, and write at the end, created when missing
+  Log,        ///< write at the end, created when missing; kept even if others could write to it
   Overwrite,  ///< read and write, emptied, created when missing
 };
 

@@ -101,11 +101,15 @@ void QDHashMD5::hashToU64(const unsigned char* bin16, unsigned long long* first,
 }
 
 void QDHashMD5::computeFileHexHash(const unsigned char* path, unsigned char* out33) {
-  QDHashMD5 hash;
   const ScopedFd file(::open(osal_chars(path), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  computeFileHexHash(file.get(), out33);
+}
+
+void QDHashMD5::computeFileHexHash(int fd, unsigned char* out33) {
+  QDHashMD5 hash;
   std::vector<unsigned char> block(kReadSize);
   ssize_t count = 0;
-  while (file && (count = osal_readSome(file.get(), block.data(), block.size())) > 0) {
+  while ((count = osal_readSome(fd, block.data(), block.size())) > 0) {
     hash.update(block.data(), static_cast<unsigned int>(count));
   }
   hash.getHex(out33);

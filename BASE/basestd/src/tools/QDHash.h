@@ -55,6 +55,9 @@ class QDHashMD5 : private qd_no_duplic {
   /// file that cannot be read further ends there.
   static void computeFileHexHash(const unsigned char* path, unsigned char* out33);
 
+  /// The same of what the open file still holds.
+  static void computeFileHexHash(int fd, unsigned char* out33);
+
   /// The digest of the string without its NUL. Returns the number of digits, 32.
   static int hexHashForStr(const unsigned char* s, unsigned char* out33);
 
