@@ -83,6 +83,7 @@ class Row:
     version: str = "7.2.0.1"
     option: str = ""
     args: list[str] | None = None  # in place of option, address and version
+    needs: list[str] = field(default_factory=list)  # shell commands that must work here
     user: int = 0
     first: str = ""  # as Run.first
     env: dict[str, str] = field(default_factory=dict)
@@ -96,6 +97,9 @@ class Row:
     package: bytes = linux.PACKAGE  # what setup.deb must be when it is installed
 
     def __call__(self, place: Place) -> Iterator[str]:
+        for command in self.needs:
+            if subprocess.run(command, shell=True, capture_output=True).returncode:
+                raise Skip(f"needs: {command}")
         run = place.run(self.program)
         run.user, run.first = self.user, self.first
         run.texts = {**self.blocks, "V": self.version, "T": run.temp(),
@@ -121,7 +125,8 @@ class Row:
                 ("requests", [request.line for request in outcome.requests], self.requests),
                 ("files", outcome.files, self.files)):
             if expected is not None:
-                yield from difference(what, seen, items(expected, run.texts))
+                wanted = items(expected, run.texts)
+                yield from difference(what, seen, sorted(wanted) if what == "files" else wanted)
         if missing := [record for record in items(self.has, run.texts) if record not in log]:
             yield from difference("log, of which one is missing", log, missing)
         if server.connections > self.connections:

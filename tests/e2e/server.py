@@ -1,0 +1,277 @@
+#!/usr/bin/env python3
+"""Real serving by nginx, and servers that are faulty or hostile."""
+
+import ctypes
+import os
+import re
+import shutil
+import subprocess
+import sys
+import time
+from functools import partial
+from itertools import chain
+from urllib.parse import quote
+
+from harness import Answer, Row, Skip, main, read, records, redirect, write
+from harness.linux import DEB, DEFINITION, DIGEST, NAMES, PACKAGE, SUM, VERSION, entry
+from harness.nginx import Nginx
+
+FOLDER = VERSION.rpartition("/")[0].format(**NAMES)
+GET, HEAD = "GET " + DEB, "HEAD " + DEB
+
+
+# --- nginx
+
+def served(run, args, way, connections, package=PACKAGE, digest=DIGEST):
+    """A run against nginx, at the address that `way` makes of it."""
+    with Nginx(run.side("nginx")) as nginx:
+        folder = str(nginx.www) + FOLDER
+        os.makedirs(folder)
+        write(folder + "/version_long.txt", "7.2.1.15\n")
+        write(folder + "/setup.deb.md5", digest + "  setup.deb\n")
+        write(folder + "/setup.deb", package)
+        if not package:
+            if shutil.disk_usage(folder).free < 4 << 30:
+                raise Skip("needs 4 GiB of disk")
+            os.truncate(folder + "/setup.deb", 2 << 30)
+        outcome = run.go(way(nginx).encode().hex(), "7.2.0.1")
+        used = {line.split()[0] for line in nginx.served()}
+        assert len(used) == connections, nginx.served()
+    return outcome
+
+
+def nginx(name, way, connections=1, **more) -> Row:
+    drive = partial(served, way=way, connections=connections, **more)
+    return Row("Nginx" + name, drive=drive, calls="{commands}")
+
+
+def limited(kib: int) -> str:
+    """Shell text that limits the memory of the program, but that of a sanitizer's own."""
+    return f'grep -qc __asan_init "$1" || ulimit -d {kib}'
+
+
+NGINX = [
+    nginx("Http", lambda server: server.url),
+    nginx("HttpsWithACertificateOfAnotherHostSignedByItself", lambda server: server.tls_url),
+    nginx("RedirectsFromHttpToHttpsAndOn", lambda server: server.url + "/moved", connections=2),
+    nginx("ChunkedAnswers", lambda server: server.tls_url + "/chunked"),
+    nginx("TwoSlashesAtTheEnd", lambda server: server.url + "//"),
+    Row("NginxPackageOfTwoGibibytesNeedsNoMemory", first=limited(64 << 10), has="{computed}",
+        drive=partial(served, way=lambda server: server.url, connections=1, package=b"",
+                      digest="a981130cf2b7e09f4686dc273cf7187e"),  # of 2 GiB of zero bytes
+        commands={"dpkg": 'stat -c %s "$2" >> "$calls"; : > "$2"'}, package=b"",
+        texts={"computed": "NFY Computed md5 is a981130cf2b7e09f4686dc273cf7187e"},
+        calls="{stop} | {dpkg} | 2147483648 | {start}"),
+]
+
+
+# --- requests, connections and progress
+
+def until_logged(run, tenth: int) -> None:
+    """The next tenth is sent when the one before has been logged."""
+    for _ in range(2000):
+        if f"NFY Loading {tenth}0%" in records(read(run.temp("agent_upd.log"))):
+            return
+        time.sleep(0.002)
+
+
+def tens(run, outcome):
+    progress = re.findall(r"^NFY Loading (.*)%$", "\n".join(outcome.log), re.MULTILINE)
+    if progress != [str(ten) for ten in range(10, 101, 10)]:
+        yield f"progress: {progress}"
+
+
+def resolves_in_the_background(run) -> None:
+    """Without it a resolver that hangs would not be cut off by the limit for connecting."""
+    class Info(ctypes.Structure):
+        _fields_ = [("age", ctypes.c_int), ("version", ctypes.c_char_p), ("n", ctypes.c_uint),
+                    ("host", ctypes.c_char_p), ("features", ctypes.c_int)]
+    linked = subprocess.run(["ldd", run.program], capture_output=True, text=True, check=True).stdout
+    curl = ctypes.CDLL(re.search(r"=> (\S*libcurl\S*)", linked)[1])
+    curl.curl_version_info.restype = ctypes.POINTER(Info)
+    assert curl.curl_version_info(3).contents.features & 1 << 7, "CURL_VERSION_ASYNCHDNS"
+
+
+UNKNOWN = "http://updates.invalid"
+FAILED_VERSION = "ERR Failed to download version:  [-1]"
+CONNECTIONS = [
+    Row("ProgressIsLoggedInTens", {GET: Answer(PACKAGE, paced=until_logged)}, calls="{commands}",
+        check=tens),
+    Row("ProxyOfTheEnvironment", {UNKNOWN + VERSION: "7.2.0.1"},
+        args=[UNKNOWN.encode().hex(), "{V}"], env={"http_proxy": "{S}"},
+        has="{nothing to do}"),
+    Row("NameThatNobodyResolvesEndsTheRun", prepare=resolves_in_the_background, status=2,
+        first='set -- unshare --net "$@"', needs=["unshare --net true"],
+        args=[UNKNOWN.encode().hex(), "{V}"], has=FAILED_VERSION, requests=""),
+]
+WHOLE = b"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n7.2.1.15\n"
+# Without a length only the end of the connection ends a body, and a cut can't be told from it.
+CUTS = [
+    Row(f"Cut{what}AfterByte{size}", {line: Answer(raw=WHOLE[:size])}, status=2, has=record,
+        calls="", connections=9)
+    for what, line, record, most in (
+        ("Version", VERSION, FAILED_VERSION, len(WHOLE)),
+        ("Package", GET, "ERR 'Fail to download setup file: [-1]", len(WHOLE)),
+        ("Size", HEAD, "ERR Fail to get HEAD for {F}/setup.deb: [-1 ]", WHOLE.index(b"7.2")))
+    for size in range(most)
+]
+
+
+# --- faulty and hostile answers
+
+def fault(name, script, status, record) -> Row:
+    return Row(name, script, status=status, has=record, calls="{commands}" if status == 0 else "",
+               first=limited(96 << 10), connections=9)
+
+
+def raw(headers: bytes, body: bytes = b"") -> Answer:
+    return Answer(raw=b"HTTP/1.1 200 OK\r\n" + headers + b"\r\n\r\n" + body)
+
+
+def sized(length: str | None) -> Answer:
+    return Answer(length=length)
+
+
+ENDLESS = Answer("7" * (1 << 20), length=None, endless=True)
+HEADERS = {f"X-{number}": "more" for number in range(1200)}
+FLOOD = Answer("".join(f"{name}: more\r\n" for name in HEADERS), endless=True,
+               raw=b"HTTP/1.1 200 OK\r\n")
+EARLY = (b"HTTP/1.1 103 Early Hints\r\nContent-Length: 99\r\n\r\n"
+         b"HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n")
+SPLIT = "[" + entry("a.deb", path=r"/p HTTP/1.1\r\nX: y") + "]"
+REQUEST = "ERR Request {F}/"
+PARTIAL = " failed : [18] -> Transferred a partial file"
+WEIRD = " failed : [8] -> Weird server reply"
+SIZE = "NFY File size for {F}/setup.deb is "
+FAULTS = [
+    fault("EndlessVersion", {VERSION: ENDLESS}, 2, REQUEST + "version_long.txt failed : [23] -> "
+          "Failed writing received data to disk/application"),
+    fault("EndlessDefinition", {DEFINITION: ENDLESS}, 0,
+          "WRN Failed to get agent setup definition file - use legacy definition"),
+    fault("EndlessDigest", {SUM: ENDLESS}, 0,
+          "ERR No file signature available (skip verification): [-1]"),
+    fault("EndlessPackage", {HEAD: sized("20000"), GET: ENDLESS}, 2,
+          "ERR 'Fail to download setup file: [-1]"),
+    fault("PackageLargerThanTold", {GET: PACKAGE + b"!", HEAD: sized("20000")}, 6,
+          "WRN Downloaded size is 20001 bytes. Expected size is 20000 bytes - try again"),
+    fault("HeaderFlood", {VERSION: FLOOD}, 2, FAILED_VERSION),
+    fault("LengthBehindTooManyHeaders", {HEAD: Answer(headers=HEADERS, length="20000")}, 7,
+          "ERR Fail to determine file size"),
+    fault("RedirectLoop", {VERSION: redirect(VERSION)}, 2, REQUEST + "version_long.txt failed : "
+          "[47] -> Number of redirects hit maximum amount"),
+    fault("PackageCutOff", {GET: raw(b"Content-Length: 20000", PACKAGE[1:])}, 2,
+          REQUEST + "setup.deb" + PARTIAL),
+    fault("VersionCutOff", {VERSION: raw(b"Content-Length: 9", b"7.2.1.15")}, 2,
+          REQUEST + "version_long.txt" + PARTIAL),
+    fault("ChunkCutOff", {GET: raw(b"Transfer-Encoding: chunked", b"4e20\r\n" + PACKAGE)}, 2,
+          REQUEST + "setup.deb" + PARTIAL),
+    fault("NotHttp", {VERSION: Answer(raw=b"7.2.1.15\n")}, 2, FAILED_VERSION),
+    fault("OtherSuccess", {VERSION: Answer("7.2.1.15", status=203)}, 2,
+          "ERR Failed to download version:  [203]"),
+    fault("PackageThatEndsWithItsConnection", {GET: Answer(PACKAGE, length=None)}, 0,
+          "NFY Agent Update done"),
+    fault("SizeIsNoNumber", {HEAD: sized("many")}, 2, REQUEST + "setup.deb" + WEIRD),
+    fault("SizeBeyondNumbers", {HEAD: sized("9" * 20)}, 11, "ERR Exception : stoull"),
+    fault("LargestSize", {HEAD: sized("9223372036854775807")}, 6,
+          SIZE + "9223372036854775807 bytes"),
+    fault("SizeOfARedirectCountsWhenTheLastAnswerHasNone",
+          {HEAD: Answer(status=302, headers={"Location": "/p"}, length="7"), "/p": sized(None)}, 6,
+          SIZE + "7 bytes"),
+    fault("TwoSizes", {HEAD: raw(b"Content-Length: 7\r\nContent-Length: 20000")}, 0,
+          SIZE + "20000 bytes"),
+    fault("SizeOfAnEarlyAnswerCountsWhenTheLastHasNone", {HEAD: Answer(raw=EARLY)}, 6,
+          SIZE + "99 bytes"),
+    fault("SizesInAList", {HEAD: sized("5, 5")}, 6, SIZE + "5 bytes"),
+    fault("SizeWithExponent", {HEAD: sized("2e4")}, 6, SIZE + "2 bytes"),
+    fault("NegativeSize", {HEAD: sized("-1")}, 2, REQUEST + "setup.deb" + WEIRD),
+    fault("HeaderWithNul", {VERSION: raw(b"X-Text: a\0b", b"7.2.1.15")}, 2,
+          REQUEST + "version_long.txt" + WEIRD),
+    fault("StatusOfZeros", {VERSION: Answer(raw=b"HTTP/1.1 000 OK\r\n\r\n7.2.1.15")}, 2,
+          FAILED_VERSION),
+    fault("PathThatBreaksTheRequest", {DEFINITION: SPLIT}, 2, FAILED_VERSION),
+    fault("VersionWithLineFeed", {VERSION: "bad\x1b[31m\nNFY forged"}, 5,
+          "ERR Invalid version_long.txt bad\x1b[31m"),
+    fault("VersionWithNul", {VERSION: "bad\0more"}, 5, "ERR Invalid version_long.txt bad"),
+    fault("DefinitionNestedDeeply", {DEFINITION: "[" * 100000}, 11,
+          "ERR Exception : Fail to parse agent_setup_def file"),
+]
+
+
+# --- other schemes
+
+def served_file(run) -> None:
+    os.makedirs(run.side("served") + FOLDER)
+    write(run.side("served") + FOLDER + "/version_long.txt", "7.2.1.15")
+
+
+def has_record(part: str):
+    """Checks that some record has the part."""
+    def check(run, outcome):
+        if not any(part in record for record in outcome.log):
+            yield f"no record has '{part}':\n" + "\n".join(outcome.log)
+    return check
+
+
+UNSUPPORTED = has_record("failed : [1] -> Unsupported protocol")
+
+
+def schemes(scheme: str) -> list[Row]:
+    file = FOLDER + "/version_long.txt"
+
+    def elsewhere(run) -> str:
+        place = run.side("served") if scheme == "file" else run.texts["S"].partition("//")[2]
+        return f"{scheme}://{place}"
+
+    return [
+        Row(f"Scheme:{scheme}", prepare=served_file, status=2, check=UNSUPPORTED, connections=0,
+            drive=lambda run, _: run.go(elsewhere(run).encode().hex(), "7.2.0.1")),
+        Row(f"RedirectToScheme:{scheme}", {VERSION: lambda _, run: redirect(elsewhere(run) + file)},
+            prepare=served_file, status=2, check=UNSUPPORTED, calls=""),
+    ]
+
+
+SCHEMES = ("file", "ftp", "ftps", "scp", "sftp", "smb", "gopher", "dict", "imap", "ldap", "pop3",
+           "rtsp", "smtp", "telnet", "tftp", "mqtt", "ldaps", "gophers")
+
+
+# --- names and numbers of the definition file
+
+def refused_name(name: str) -> Row:
+    return Row(f"NameIsRefused:{name}", {DEFINITION: f"[{entry(name)}]"}, status=11, calls="",
+               has="ERR Parsing error : invalid setup name", requests="GET /agent_setup_def.json",
+               files="{locked}")
+
+
+def plain_name(name: str) -> Row:
+    """The name reaches the command as it is, one word, and runs nothing."""
+    in_json = name.replace('"', r'\"').replace("ü", r"\u00fc")
+    asked = "/p/" + re.sub("[^\0-\x7f]", lambda letter: quote(letter[0]).lower(), name)
+    return Row(f"NameIsPlainText:{name}", {DEFINITION: f"[{entry(in_json)}]", "/p/v": "7.2.1.15",
+                                           "/p/h": DIGEST + " ", asked: PACKAGE},
+        calls="{stop} | dpkg -i {T}/" + name + " | 2 | {start}", files=f"{name} | {{locked}}",
+        commands={"dpkg": r"""printf '%s\n' "$#" >> "$calls" """})
+
+
+def number_beyond_int(number: str) -> Row:
+    return Row(f"NumberBeyondInt:{number}", {DEFINITION: f"[{entry('a.deb', arch=number)}]"},
+               status=11, check=has_record("ERR Parsing error : "), calls="")
+
+
+DEFINITIONS = [
+    *map(refused_name, (
+        "../x.deb", "/etc/x.deb", "a/b.deb", r"..\\x.deb", r"a\\b.deb", "-x.deb", "--root=x.deb",
+        ".x.deb", "..deb", r"a\nb.deb", r"a\rb.deb", r"a\tb.deb", r"a\u0000.deb", r"\u0000/a.deb",
+        r"a\u001b[.deb", r"a\u007f.deb")),
+    *map(plain_name, (
+        "a;touch${IFS}pwned;.deb", "$(touch${IFS}pwned).deb", "`touch${IFS}pwned`.deb",
+        "a'&touch${IFS}pwned&'.deb", 'a"|touch${IFS}pwned|".deb', "~*$HOME!(a)[a-z]{1,2}<>.deb",
+        "mün+1.0~rc@2%20=,:.deb")),
+    *map(number_beyond_int, (
+        f"429496729{6 + int(NAMES.get('N', 0))}", "2147483648", "-2147483649",
+        "18446744073709551615", "1e300", "-1e300")),
+]
+
+ROWS = NGINX + CONNECTIONS + CUTS + FAULTS + [*chain(*map(schemes, SCHEMES))] + DEFINITIONS
+
+if __name__ == "__main__":
+    sys.exit(main(__doc__, ROWS))
