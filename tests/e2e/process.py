@@ -1,0 +1,268 @@
+#!/usr/bin/env python3
+"""The program as a process: its arguments, what it inherits and passes on, signals, and its log."""
+
+import os
+import signal
+import sys
+from functools import partial
+
+from harness import NOBODY, Answer, Row, difference, main, read, records, write
+from harness.linux import DEB, PACKAGE
+
+USAGE = "Usage : \nupdate [-D] <url> <version>\n"
+DEAD = "http://127.0.0.1:9"
+updated = partial(Row, calls="{commands}")
+
+
+# --- arguments
+
+def usage(run, outcome):
+    yield from difference("output and errors", [outcome.out, outcome.err], [USAGE, ""])
+
+
+def wrong(name: str, *args: str) -> Row:
+    return Row("Wrong:" + name, args=list(args), status=1, check=usage, files="",
+               user=NOBODY if os.geteuid() == 0 else 0)
+
+
+def decoded(name: str, encode, address: str | None = None) -> Row:
+    """`encode` makes the argument of the server's address; `address` is what it stands for."""
+    def asked(run, args):
+        argument, run.texts["address"] = encode(run.texts["S"])
+        return run.go(argument, "7.2.0.1")
+
+    def requested(run, outcome):
+        asked_for = f"ERR Request {run.texts['address']}/agent_setup_def.json failed : ["
+        if not any(record.startswith(asked_for) for record in outcome.log):
+            yield "\n".join(outcome.log)
+
+    def place(run):
+        run.texts["server"] = "NFY Udpate server : {address}"
+    return Row("Address:" + name, good={}, drive=asked, status=2, prepare=place, check=requested,
+               has="{server}")
+
+
+def hexa(text: str) -> str:
+    return text.encode().hex()
+
+
+def longest(url: str) -> str:
+    return url + "/" + "a" * (4095 - len(url) - 1)
+
+
+def too_long(size: int) -> Row:
+    def told(run, outcome):
+        log = read(run.temp("agent_upd.log"))
+        yield from difference("output", [outcome.out], [log + USAGE])
+    return Row(f"AddressOf{size}", args=["-D", hexa(DEAD.ljust(size, "a")), "{V}"], status=1,
+               check=told, log="EXCP:ERR NET: convertHexStrNullToBin: Buffer too small")
+
+
+def echo(run, outcome):
+    log = read(run.temp("agent_upd.log"))
+    yield from difference("output", [outcome.out], [run.texts.get("echo", log)])
+
+
+def told_on_output(run, outcome):
+    if "temp_directory_path" not in outcome.out or outcome.out.endswith("\n"):
+        yield f"output: {outcome.out}"
+
+
+ARGUMENTS = [
+    wrong("none"),
+    wrong("no version", hexa(DEAD)),
+    wrong("one more", "-D", hexa(DEAD), "7.2.0.1", "more"),
+    *(wrong(option, option, hexa(DEAD), "7.2.0.1") for option in ("-X", "-d", "", "-DS")),
+    decoded("one slash at the end", lambda url: (hexa(url + "/"), url)),
+    decoded("two slashes at the end", lambda url: (hexa(url + "//"), url + "/")),
+    decoded("capital and odd digits", lambda url: (hexa(url).upper() + "2", url)),
+    decoded("up to what is no digit", lambda url: (hexa(url) + "/2f2f", url)),
+    decoded("up to NUL", lambda url: (hexa(url) + "002f", url)),
+    decoded("longest", lambda url: (hexa(longest(url)), longest(url))),
+    decoded("longest with a slash", lambda url: (hexa(longest(url)[1:] + "/"), longest(url)[1:])),
+    decoded("plain text", lambda url: (url, "")),
+    decoded("empty", lambda url: ("", "")),
+    decoded("one slash", lambda url: ("2f", "")),
+    too_long(4096),
+    too_long(5000),
+    updated("NoOptionNoEcho", check=echo, texts={"echo": ""}),
+    updated("EchoIsTheLog", option="-D", check=echo),
+    Row("EchoIsTheLogOfOnlyRestart", option="-S", check=echo, calls="{stop} | {start}"),
+    Row("NoTemporaryFolderIsToldOnOutput", env={"TMPDIR": "/nowhere"}, check=told_on_output,
+        connections=0, files=""),
+]
+
+
+# --- what is inherited, and what the commands get
+
+def start(name: str, probe: str, expected: str, first: str = "", **more) -> Row:
+    """A good update whose installing command prints what `probe` does, whatever was inherited."""
+    def probed(run, outcome):
+        run.texts |= {"bin": run.side("bin"), "pid": str(run.process.pid)}
+        seen = read(run.side("seen")).split()
+        yield from difference("probe", seen, [fill_one(word, run) for word in expected.split()])
+    return updated("Start:" + name, option="-D", first=first, check=probed, log="{update}",
+                   commands={"systemctl": "echo noise; echo noise >&2",
+                             "dpkg": f'{{ {probe}; }} > "$tmp/../seen"'}, **more)
+
+
+def fill_one(word: str, run) -> str:
+    return word.format(**{name: run.texts[name] for name in ("bin", "pid")})
+
+
+def mask(process: str, line: str, *signals: signal.Signals) -> str:
+    """Prints the bits of the signals in a mask of /proc, of the command or of the program. Whoever
+    starts a command blocks signals until it runs: bits that are set are looked at for 10 s."""
+    bits = sum(1 << number - 1 for number in signals)
+    return (f"{GROUP}; for n in $(seq 200); do mask=$((0x$(sed -n 's/{line}:[[:space:]]*//p' "
+            f"/proc/{process}/status) & {bits})); [ $mask = 0 ] && break; sleep 0.05; done; "
+            "echo $mask")
+
+
+GROUP = "read -r _ _ _ _ group _ < /proc/$$/stat"
+IGNORED = mask("$$", "SigIgn", signal.SIGCHLD, signal.SIGPIPE)
+BLOCKED = mask("$group", "SigBlk", signal.SIGHUP, signal.SIGINT, signal.SIGTERM, signal.SIGPIPE)
+NEW_MODE = ': > "$tmp/../new"; stat -c %a "$tmp/../new"'
+OPEN = ("for n in 0 1 2; do [ -e /proc/$$/fd/$n ] || echo no $n; done; echo noise >&2; "
+        "echo all there")
+STARTS = [
+    start("SIGCHLD ignored", IGNORED, "0", 'set -- env --ignore-signal=CHLD "$@"'),
+    start("SIGPIPE ignored", IGNORED, "0", 'set -- env --ignore-signal=PIPE "$@"'),
+    start("signals blocked", BLOCKED, "0", 'set -- env --block-signal "$@"'),
+    start("no umask", NEW_MODE, "644", "umask 0"),
+    start("strict umask", NEW_MODE, "600", "umask 077"),
+    start("PATH without the system's", 'echo "$PATH"', "{bin}:/usr/sbin:/usr/bin:/sbin:/bin",
+          'PATH=${PATH%%:*}'),
+    start("PATH without sbin", 'echo "$PATH"', "{bin}:/bin:/usr/sbin2:/usr/bin:/usr/sbin:/sbin",
+          'PATH=${PATH%%:*}:/bin:/usr/sbin2:/usr/bin'),
+    start("no frontend chosen", 'echo "$DEBIAN_FRONTEND"', "noninteractive"),
+    start("frontend chosen", 'echo "$DEBIAN_FRONTEND"', "readline",
+          env={"DEBIAN_FRONTEND": "readline"}),
+    start("a shell's start-up files", 'echo "${ENV-none} ${BASH_ENV-none}"', "none none",
+          "export ENV=/nowhere BASH_ENV=/nowhere"),
+    start("group of its own", f"{GROUP}; echo $group", "{pid}"),
+    start("nothing of ours is passed on", "ls /proc/self/fd", "0 1 2 3"),
+    *(start(f"descriptors closed: {closed}", OPEN, "all there",
+            "exec " + " ".join(f"{n}>&-" for n in range(3) if closed >> n & 1))
+      for closed in range(1, 8)),
+]
+
+
+# --- terminals and outputs
+
+def terminal(run) -> None:
+    """A shell leads session and foreground; the program's own group is in the background."""
+    _, run.stdin = os.openpty()
+    run.timeout = 20
+    run.first = """exec setsid --ctty /bin/sh -c '"$@"; exit $?' sh "$@" """
+
+
+def reader_gone(run) -> None:
+    read_end, run.stdout = os.pipe()
+    os.close(read_end)
+
+
+def disk_full(run) -> None:
+    run.stdout = os.open("/dev/full", os.O_WRONLY | os.O_CLOEXEC)
+
+
+NOISY = {"dpkg": "echo noise; exit 0", "systemctl": "echo noise; exit 0"}
+OUTPUTS = [
+    updated("TerminalOfTheForegroundIsNotWaitedFor", prepare=terminal,
+            commands={"dpkg": "head -n 1"}),
+    updated("EchoWhoseReaderIsGone", option="-D", prepare=reader_gone, log="{update}",
+            commands=NOISY),
+    updated("EchoToAFullDisk", option="-D", prepare=disk_full, log="{update}", commands=NOISY),
+]
+
+
+# --- signals
+
+def signalled(name: str, ended: int | str, during: str, whom: str = "$group") -> Row:
+    """A signal between the stop and the start leaves the agent running."""
+    body = f"{GROUP}; kill -{name} {whom}"
+    if during == "systemctl":
+        body = f'[ "$1" = start ] || {{ {body}; }}'
+    return updated(f"{name}During:{during}{'Group' * (whom == '0')}", commands={during: body},
+                   status=ended, has="NFY Agent Started")
+
+
+SIGNALS = [
+    signalled("TERM", "SIGTERM", "systemctl"),
+    signalled("TERM", "SIGTERM", "dpkg"),
+    signalled("HUP", "SIGHUP", "systemctl"),
+    signalled("HUP", "SIGHUP", "dpkg"),
+    signalled("PIPE", 0, "systemctl"),
+    signalled("PIPE", 0, "dpkg"),
+    signalled("TERM", "SIGTERM", "dpkg", "0"),  # the command itself goes, too
+    signalled("INT", 0, "dpkg", "0"),  # while it waits for a command, system() ignores SIGINT
+    *(signalled(name, "SIG" + name, during) for name, during in (
+        ("ALRM", "dpkg"), ("USR1", "dpkg"), ("USR2", "systemctl"), ("XCPU", "dpkg"),
+        ("XFSZ", "dpkg"))),
+    Row("TermBeforeTheStopEndsTheRunAtOnce", status="SIGTERM", calls="", script={
+        "GET " + DEB: Answer(PACKAGE, paced=lambda run, _: run.process.terminate())}),
+]
+
+
+# --- the agent's own unit, and where the log is
+
+PRIVATE = "exec unshare --mount /bin/sh -c '%s exec \"$@\"' sh \"$@\""
+
+
+def own_unit(run) -> None:
+    write(run.side("groups"), "0::/system.slice/qdagent.service\n")
+    run.first = PRIVATE % (f"mount --bind {run.side('groups')} /proc/$$/cgroup && "
+                           "mount -t tmpfs tmpfs /sys/fs/cgroup || exit 99;")
+
+
+def busctl_alone(run, outcome):
+    if len(outcome.calls) != 1 or not outcome.calls[0].startswith("busctl "):
+        yield f"commands: {outcome.calls}"
+    ends = ["WRN Cannot leave the agent's unit : busctl ended with 1",
+            "ERR Cannot stop the agent from within its own unit"]
+    yield from difference("first and last record", [outcome.log[0], outcome.log[-1]], ends)
+
+
+def log_in(name: str, instance: str | None, folder: str, log: str) -> Row:
+    """The configuration folder that ends in `folder` has the data folder's name."""
+    def own_etc(run) -> None:
+        os.mkdir(run.side("data"))
+        unset = "unset QD_AGENT_INSTANCE; " if instance is None else ""
+        run.first = unset + PRIVATE % (
+            f"mount -t tmpfs tmpfs /etc && mkdir -p {CONF}{folder} {CONF}.x && "
+            f"printf %s {run.side('data')} > {CONF}{folder}/dbdir.cfg || exit 99;")
+
+    def is_there(run, outcome):
+        if "NFY Check Update" not in records(read(run.side(log))):
+            yield f"no log {log}"
+    return Row("Log:" + name, args=["", "none"], status=4, prepare=own_etc, check=is_there,
+               env={"QD_AGENT_INSTANCE": instance or ""}, needs=["unshare --mount true"])
+
+
+def twice(run, args):
+    run.go(*args)
+    run.texts["before"] = read(run.temp("agent_upd.log"))
+    return run.go(*args)  # held by the first run's lock
+
+
+def appended(run, outcome):
+    log, before = read(run.temp("agent_upd.log")), run.texts["before"]
+    if not log.startswith(before) or len(records(log[len(before):])) != 5:
+        yield log
+
+
+CONF = "/etc/qd/conf"
+LOGS = [
+    Row("AgentUnitIsNotStoppedByWhomItWouldTakeAlong", prepare=own_unit, status=11,
+        commands={"busctl": "exit 1"}, check=busctl_alone, needs=["unshare --mount true"]),
+    log_in("no instance", None, "", "data/UpdLogs/agent_upd.log"),
+    log_in("empty instance", "", "", "data/UpdLogs/agent_upd.log"),
+    log_in("instance", "a2", ".a2", "data/UpdLogs/agent_upd.log"),
+    log_in("other instance", "a3", ".a2", "tmp/agent_upd.log"),
+    log_in("instance elsewhere", "x/../../conf", "", "tmp/agent_upd.log"),
+    log_in("instance too long to be read", "x" * 1024, "", "data/UpdLogs/agent_upd.log"),
+    Row("LogIsAppendedTo", drive=twice, check=appended, connections=2),
+]
+
+if __name__ == "__main__":
+    sys.exit(main(__doc__, ARGUMENTS + STARTS + OUTPUTS + SIGNALS + LOGS))
