@@ -50,12 +50,10 @@ std::span<const unsigned char> bytesOf(const _sockRequest_buff& buf, std::size_t
 int readReply(int socket, _sockRequest_buff& buf, std::size_t& length) {
   const std::int32_t pid = ownPid();
   const auto deadline = std::chrono::steady_clock::now() + kReplyTimeout;
-  do {
-    const int error = hostnet_readRoute(socket, &buf, sizeof buf, &length);
-    if (error != 0 && error != EINTR) return error;
-    if (error == 0 && routemsg::answers(bytesOf(buf, length), pid)) return 0;
-  } while (std::chrono::steady_clock::now() < deadline);
-  return ETIMEDOUT;
+  for (;;) {
+    const int error = hostnet_readRoute(socket, deadline, &buf, sizeof buf, &length);
+    if (error != 0 || routemsg::answers(bytesOf(buf, length), pid)) return error;
+  }
 }
 
 /// Logs what is wrong with a reply, if anything. Returns 0 or -1.
@@ -87,7 +85,7 @@ int checkReply(routemsg::Fault fault, const routemsg::Header& header, std::size_
 /// Sends the request in `buf` and receives the reply there. Returns 0, or -1 after logging.
 int exchange(_sockRequest_buff& buf, std::size_t requestLength, std::size_t& replyLength) {
   ScopedFd socket;
-  if (hostnet_openRoute(kReplyTimeout.count(), socket) != 0) {
+  if (hostnet_openRoute(socket) != 0) {
     QDLOG(OSAL, ERR, "_sockRequest: error opening socket");
     return -1;
   }

@@ -1,5 +1,11 @@
 #include "osal/osal_deadline.h"
 
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+
 #include "logging/QDLog.h"
 
 namespace {
@@ -32,4 +38,19 @@ int MillisecsToAbsoluteTimespec(unsigned int ms, timespec* ts) {
   }
   *ts = *deadline;
   return 0;
+}
+
+int osal_waitToRead(int fd, std::chrono::steady_clock::time_point deadline) {
+  for (;;) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return ETIMEDOUT;
+    struct pollfd state {
+      fd, POLLIN, 0
+    };
+    const int ready =
+        ::poll(&state, 1, static_cast<int>(std::min<long long>(left.count(), INT_MAX)));
+    if (ready > 0) return 0;
+    if (ready < 0 && errno != EINTR) return errno;
+  }
 }

@@ -2,6 +2,7 @@
 
 #include <sys/time.h>
 
+#include <chrono>
 #include <ctime>
 #include <optional>
 
@@ -12,3 +13,7 @@ std::optional<timespec> osal_deadlineAfter(const timeval& now, unsigned int ms);
 /// Stores the absolute wall-clock deadline `ms` milliseconds from now, as condition variables with
 /// default attributes take it. Returns 0, or -1 after logging an incoherent clock.
 int MillisecsToAbsoluteTimespec(unsigned int ms, timespec* ts);
+
+/// Waits, through signals, until `fd` has something to read. Returns 0, ETIMEDOUT once the deadline
+/// has passed, whatever there is to read then, or another errno value.
+int osal_waitToRead(int fd, std::chrono::steady_clock::time_point deadline);

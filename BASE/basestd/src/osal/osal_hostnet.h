@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -11,16 +12,17 @@
 // own implementation, and every function returns 0 or an errno value and writes its outputs on
 // success only.
 
-/// Opens a socket for the messages of osal_routemsg.h. A read that waits for `timeoutMs`
-/// milliseconds fails.
-int hostnet_openRoute(unsigned int timeoutMs, ScopedFd& socket);
+/// Opens a socket for the messages of osal_routemsg.h.
+int hostnet_openRoute(ScopedFd& socket);
 
 /// Sends a request.
 int hostnet_writeRoute(int socket, const void* request, std::size_t length);
 
 /// Receives one message, which need not be the answer to the latest request, into the `size` bytes
-/// of `message`; `*length` is what was written there.
-int hostnet_readRoute(int socket, void* message, std::size_t size, std::size_t* length);
+/// of `message`; `*length` is what was written there. ETIMEDOUT: the deadline has passed, whatever
+/// else arrived meanwhile.
+int hostnet_readRoute(int socket, std::chrono::steady_clock::time_point deadline, void* message,
+                      std::size_t size, std::size_t* length);
 
 enum class HostInterfaceKind {
   Bluetooth,

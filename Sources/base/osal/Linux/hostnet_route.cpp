@@ -3,7 +3,6 @@
 #include <linux/netlink.h>
 #include <net/if.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,21 +11,23 @@
 #include <utility>
 
 #include "base/osal/Linux/netlink_route.h"
+#include "osal/osal_deadline.h"
 #include "osal/osal_hostnet.h"
 #include "osal/osal_routemsg.h"
 
 namespace {
 
 /// Receives datagrams of the kernel until the answer is whole. Returns 0 or an errno value.
-int receive(int socket, NetlinkRoute& route) {
+int receive(int socket, std::chrono::steady_clock::time_point deadline, NetlinkRoute& route) {
   std::vector<unsigned char> datagram(65536);
   while (!route.complete) {
+    if (const int error = osal_waitToRead(socket, deadline); error != 0) return error;
     struct sockaddr_nl sender {};
     socklen_t length = sizeof sender;
-    const ssize_t got = ::recvfrom(socket, datagram.data(), datagram.size(), 0,
+    const ssize_t got = ::recvfrom(socket, datagram.data(), datagram.size(), MSG_DONTWAIT,
                                    reinterpret_cast<struct sockaddr*>(&sender), &length);
-    if (got < 0) return errno;
-    if (sender.nl_pid != 0) continue;  // not the kernel's
+    if (got < 0 && errno != EINTR && errno != EAGAIN) return errno;
+    if (got < 0 || sender.nl_pid != 0) continue;  // nothing, or not the kernel's
     netlink_read(std::span(datagram).first(static_cast<std::size_t>(got)), route);
   }
   return 0;
@@ -105,15 +106,9 @@ std::vector<unsigned char> makeReply(const NetlinkRoute& route) {
 
 }  // namespace
 
-int hostnet_openRoute(unsigned int timeoutMs, ScopedFd& socket) {
+int hostnet_openRoute(ScopedFd& socket) {
   ScopedFd opened(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
   if (!opened) return errno;
-  struct timeval timeout {};
-  timeout.tv_sec = static_cast<time_t>(timeoutMs / 1000);
-  timeout.tv_usec = static_cast<suseconds_t>(timeoutMs % 1000 * 1000);
-  if (::setsockopt(opened.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0) {
-    return errno;
-  }
   socket = std::move(opened);
   return 0;
 }
@@ -144,9 +139,10 @@ int hostnet_writeRoute(int socket, const void* request, std::size_t length) {
   return static_cast<std::size_t>(sent) == message.size() ? 0 : EMSGSIZE;
 }
 
-int hostnet_readRoute(int socket, void* message, std::size_t size, std::size_t* length) {
+int hostnet_readRoute(int socket, std::chrono::steady_clock::time_point deadline, void* message,
+                      std::size_t size, std::size_t* length) {
   NetlinkRoute route;
-  if (const int error = receive(socket, route); error != 0) return error;
+  if (const int error = receive(socket, deadline, route); error != 0) return error;
   const std::vector<unsigned char> reply = makeReply(route);
   *length = std::min(size, reply.size());
   std::memcpy(message, reply.data(), *length);

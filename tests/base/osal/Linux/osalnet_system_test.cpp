@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "Files.h"
 #include "Said.h"
@@ -118,21 +119,28 @@ TEST_F(OnAnOwnNetwork, TellsThePathsToHosts) {
   EXPECT_EQ(said(), "ERR _sockRequest: error, socket read (3)");
 }
 
-TEST_F(OnAnOwnNetwork, HardwareAddressIsTheFirstOrTheOneOfEn0) {
-  const std::string name = kInterface;
-  ASSERT_TRUE(run("ip link set " + name + " address 02:00:00:00:00:0a"));
-  ASSERT_TRUE(run("ip link set qd-peer address 02:00:00:00:00:0b"));
-  const bool isFirst = ::if_nametoindex(kInterface) < ::if_nametoindex("qd-peer");
-  std::array<unsigned char, 6> mac{};
-  ASSERT_TRUE(getMACAddress(mac.data()));
-  EXPECT_THAT(mac, ElementsAre(2, 0, 0, 0, 0, isFirst ? 0x0A : 0x0B));
-  for (const bool peer : {true, false}) {
-    const std::string from = peer ? "qd-peer" : name;
-    ASSERT_TRUE(run("ip link set " + from + " down && ip link set " + from + " name en0"));
-    EXPECT_TRUE(getMACAddress(mac.data()));
-    EXPECT_THAT(mac, ElementsAre(2, 0, 0, 0, 0, peer ? 0x0B : 0x0A));
-    ASSERT_TRUE(run("ip link set en0 name " + from + " && ip link set " + from + " up"));
+// A neighbour is reached directly: what is told of its gateway is that of the default route.
+TEST_F(OnAnOwnNetwork, TheDefaultRouteIsTheUsableOneOfTheLowestMetric) {
+  const std::pair<std::vector<std::string>, std::string> kCases[] = {
+      {{"via 192.0.2.1 metric 600", "via 192.0.2.77 metric 100"}, "|192.0.2.77|"},
+      {{"via 192.0.2.1 metric 100", "via 192.0.2.77 metric 600"}, "|192.0.2.1|"},
+      {{"via 192.0.2.1 metric 600", "via 192.0.2.77 metric 100 table 100"}, "|192.0.2.1|"},
+      {{"nexthop via 192.0.2.1 nexthop via 192.0.2.77"}, "|192.0.2.1|"}};
+  for (const auto& [routes, gateway] : kCases) {
+    run("while ip route del default; do :; done 2>/dev/null; ip route flush table 100 2>/dev/null");
+    ASSERT_TRUE(run("ip route add unreachable default metric 50"));
+    for (const std::string& route : routes) ASSERT_TRUE(run("ip route add default " + route));
+    EXPECT_NE(pathTo("neighbour.test").find(gateway), std::string::npos) << routes[0];
   }
+}
+
+TEST_F(OnAnOwnNetwork, TheHardwareAddressIsTheFirst) {
+  const bool isFirst = ::if_nametoindex(kInterface) < ::if_nametoindex("qd-peer");
+  const std::string first = isFirst ? kInterface : "qd-peer";
+  ASSERT_TRUE(run("ip link set " + first + " address 02:00:00:00:00:0a"));
+  std::array<unsigned char, 6> mac{};
+  EXPECT_TRUE(getMACAddress(mac.data()));
+  EXPECT_THAT(mac, ElementsAre(2, 0, 0, 0, 0, 0x0A));
 }
 
 }  // namespace
