@@ -65,4 +65,11 @@ int __wrap_nanosleep(const timespec* time, timespec* left) {
   return 0;
 }
 
+int __real_gettimeofday(timeval* time, void* zone);
+int __wrap_gettimeofday(timeval* time, void* zone) {
+  if (hooks == nullptr || !hooks->now) return __real_gettimeofday(time, zone);
+  *time = *hooks->now;
+  return 0;
+}
+
 }  // extern "C"

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <sys/time.h>
+
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,7 +24,8 @@ class SystemHooks {
   std::function<int()> locking;                          // flock
   std::function<int()> pausing;                          // nanosleep
 
-  std::vector<long> pauses;  ///< that did not fail, in milliseconds
+  std::vector<long> pauses;    ///< that did not fail, in milliseconds
+  std::optional<timeval> now;  ///< what gettimeofday says
 };
 
 /// Fails with `error` at the `n`th call, counted from 1.

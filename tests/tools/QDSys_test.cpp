@@ -1,6 +1,7 @@
 // Digests and time.
 
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
 
 #include <cerrno>
 #include <string>
@@ -15,15 +16,21 @@
 namespace {
 
 std::string hexOf(QDHashMD5& hash) {
-  unsigned char out[33] = {};
+  unsigned char out[33] = "before";
   hash.getHex(out);
-  return reinterpret_cast<char*>(out);
+  return reinterpret_cast<const char*>(out);
 }
 
 std::string hashOf(const std::string& data) {
   QDHashMD5 hash;
   hash.update(data.data(), static_cast<unsigned int>(data.size()));
   return hexOf(hash);
+}
+
+std::string hashOfFile(const std::string& path) {
+  unsigned char out[33] = "before";
+  QDHashMD5::computeFileHexHash(bytes(path), out);
+  return reinterpret_cast<const char*>(out);
 }
 
 const std::string kOfNothing = "D41D8CD98F00B204E9800998ECF8427E";
@@ -49,18 +56,23 @@ TEST(QDHashMD5, ComputesDigestsThatTheirFirstReadingFinishes) {
 TEST(QDHashMD5, HashesFilesOfAnySizeAndTakesWhatCannotBeReadAsEmpty) {
   const TempFolder folder;
   const LogCapture log("OSAL:9;EXCP:9;");
-  const auto ofFile = [](const std::string& path) {
-    unsigned char out[33] = {};
-    QDHashMD5::computeFileHexHash(bytes(path), out);
-    return std::string(reinterpret_cast<char*>(out));
-  };
   for (const std::size_t size : {1U, 131072U, 131073U}) {
     writeFile(folder / "file", pattern(size));
-    EXPECT_EQ(ofFile(folder / "file"), hashOf(pattern(size))) << size;
+    EXPECT_EQ(hashOfFile(folder / "file"), hashOf(pattern(size))) << size;
   }
-  EXPECT_EQ(ofFile(folder / "missing") + ofFile(folder.path()), kOfNothing + kOfNothing);
+  EXPECT_EQ(hashOfFile(folder / "missing"), kOfNothing);
+  EXPECT_EQ(hashOfFile(folder.path()), kOfNothing);
   EXPECT_TRUE(log.lines().empty());
 }
+
+#if OPENSSL_VERSION_NUMBER >= 0x30000000L
+TEST(QDHashMD5, IsNoTextThatADigestCouldEqualWhereOpenSslRefuses) {
+  ASSERT_EQ(EVP_set_default_properties(nullptr, "fips=yes"), 1);
+  EXPECT_EQ(hashOf("abc") + hashOfFile("/etc/passwd") + hashOfFile("/nowhere"), "");
+  ASSERT_EQ(EVP_set_default_properties(nullptr, ""), 1);
+  EXPECT_EQ(hashOf("abc"), kOfAbc);
+}
+#endif
 
 TEST(QDSysTime, PausesAreSlicedAndEndWhenAskedToOrWhenTheSystemCannotPause) {
   const std::string whole = "IDLE:INF sleep 2500 ms : \"why\"";
@@ -77,6 +89,16 @@ TEST(QDSysTime, PausesAreSlicedAndEndWhenAskedToOrWhenTheSystemCannotPause) {
   EXPECT_EQ(log.lines(),
             (std::vector<std::string>{whole, whole, stopped, whole, "OSAL:EL2 Cannot sleep ! (22)",
                                       "IDLE:EL2 Cannot sleep 2500 ms"}));
+}
+
+TEST(QDSysTime, DoesNotGoBackWithTheWallClock) {
+  const unsigned long long first = QDSys::timeMs();
+  SystemHooks hooks;
+  hooks.now = timeval{1, 0};
+  const unsigned long long second = QDSys::timeMs();
+  EXPECT_GE(second, first);
+  EXPECT_GT(QDSys::getWeakSeqID(), first);
+  EXPECT_LE(second - first, 60'000U) << "and it is the time";
 }
 
 }  // namespace

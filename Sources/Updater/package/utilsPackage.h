@@ -33,7 +33,8 @@ struct AttachedImage {
 int attach(const std::string& pkgName, const std::string& imagePath, AttachedImage& image);
 
 /// The MD5 digest of a file, or of what an open one still holds, 32 lower-case hexadecimal
-/// characters. A file that can't be read has the digest of no bytes.
+/// characters. A file that can't be read has the digest of no bytes. Empty, and so equal to no
+/// digest, where OpenSSL refuses MD5.
 std::string computeMD5(const std::string& path);
 std::string computeMD5(int fd);
 

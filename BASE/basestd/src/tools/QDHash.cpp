@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <boost/endian/conversion.hpp>
 #include <cstddef>
 #include <vector>
@@ -35,7 +36,8 @@ QDHashMD5::QDHashMD5() : ctx(EVP_MD_CTX_new()), md(EVP_get_digestbyname("MD5")) 
 
 void QDHashMD5::_init() {
   state = 0;
-  if (md == nullptr) return;
+  refused = md == nullptr;
+  if (refused) return;
   refused = ctx == nullptr || !libraryIsUp() || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1;
   state = 1;
 }
@@ -44,7 +46,7 @@ void QDHashMD5::reset() { _init(); }
 
 void QDHashMD5::update(const void* data, unsigned int len) {
   if (state != 1) QD_THROW_ERROR("Cannot update, bad state");
-  if (!refused) EVP_DigestUpdate(ctx.get(), data, len);
+  if (!refused) refused = EVP_DigestUpdate(ctx.get(), data, len) != 1;
 }
 
 void QDHashMD5::updateWithNum(unsigned long long n) {
@@ -63,7 +65,7 @@ void QDHashMD5::updateWithStr(const unsigned char* s) { update(s, QDSys::strlen(
 void QDHashMD5::_ends() {
   if (state != 1) return;
   digest.fill(0);
-  if (!refused) EVP_DigestFinal_ex(ctx.get(), digest.data(), nullptr);
+  if (!refused) refused = EVP_DigestFinal_ex(ctx.get(), digest.data(), nullptr) != 1;
   state = 0;
 }
 
@@ -74,7 +76,11 @@ void QDHashMD5::getBin(unsigned char* out16) {
 
 void QDHashMD5::getHex(unsigned char* out33) {
   _ends();
-  convertBinToHex(digest.data(), out33);
+  if (refused) {
+    std::fill_n(out33, kHexSize + 1, '\0');
+  } else {
+    convertBinToHex(digest.data(), out33);
+  }
 }
 
 void QDHashMD5::convertBinToHex(const unsigned char* bin16, unsigned char* out33) {
@@ -119,5 +125,5 @@ int QDHashMD5::hexHashForStr(const unsigned char* s, unsigned char* out33) {
   QDHashMD5 hash;
   hash.update(s, QDSys::strlen(s));
   hash.getHex(out33);
-  return static_cast<int>(kHexSize);
+  return hash.refused ? 0 : static_cast<int>(kHexSize);
 }

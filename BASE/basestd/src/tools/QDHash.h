@@ -11,8 +11,9 @@
 /// file.
 ///
 /// A digest in binary has 16 bytes; in hexadecimal 32 upper-case digits and a NUL. Output buffers
-/// are the caller's. Where OpenSSL is set up without MD5, every digest is all zeros. An object is
-/// used by one thread at a time.
+/// are the caller's. Where OpenSSL is set up without MD5 there is no digest: in binary it is all
+/// zeros, in hexadecimal the empty text, which no digest equals. An object is used by one thread at
+/// a time.
 class QDHashMD5 : private qd_no_duplic {
  public:
   QDHashMD5();
@@ -58,7 +59,7 @@ class QDHashMD5 : private qd_no_duplic {
   /// The same of what the open file still holds.
   static void computeFileHexHash(int fd, unsigned char* out33);
 
-  /// The digest of the string without its NUL. Returns the number of digits, 32.
+  /// The digest of the string without its NUL. Returns the number of digits, 32; 0: no digest.
   static int hexHashForStr(const unsigned char* s, unsigned char* out33);
 
  private:
@@ -72,5 +73,5 @@ class QDHashMD5 : private qd_no_duplic {
   std::unique_ptr<EVP_MD_CTX, FreeContext> ctx;
   const EVP_MD* md;
   int state = 0;         // 1: accepts updates; 0: finished, or never opened
-  bool refused = false;  // OpenSSL has no context or did not start it: it may not go on
+  bool refused = false;  // OpenSSL does not compute this digest: it may not go on
 };
