@@ -1,15 +1,28 @@
 #pragma once
 
-/// What the update procedure ends with; the number is the exit status of the process.
+#include <string_view>
+
+/// What the update procedure ends with; the number is the exit status of the process. The table
+/// says what each means.
 enum class UpdateResult : int {
-  Done = 0,                     ///< updated, or nothing to do
-  NotAdministrator = 1,         ///< the process lacks administrator rights
-  TransferFailed = 2,           ///< version text, size query or package download
-  UnsupportedArchitecture = 3,  ///< could not be read, or is not supported
-  InvalidInstalledVersion = 4,  ///< the version argument
-  InvalidServerVersion = 5,     ///< the server's version text
-  WrongSize = 6,                ///< the package never reached the expected size
-  WrongDigest = 7,              ///< size unknown, or the digest never matched
-  AttachFailed = 9,             ///< the disk image could not be attached
-  Exception = 11,               ///< no temporary folder, or an exception on the way
+#define QD_STATUS(number, name, outcome, cause, meaning) name = number,
+#include "Updater/terms/updateStatus.def"
+#undef QD_STATUS
 };
+
+/// How a run ended, in one word.
+enum class RunOutcome { UpToDate, Updated, Deferred, Refused, Failed, RolledBack, Running };
+
+/// "up-to-date", "updated", "deferred", "refused", "failed", "rolled-back", "running".
+std::string_view outcomeToString(RunOutcome outcome);
+
+/// One line of the table of statuses.
+struct UpdateStatus {
+  UpdateResult result;
+  RunOutcome outcome;
+  std::string_view cause;    ///< one word of letters and "-"; empty for Done
+  std::string_view meaning;  ///< a line for people
+};
+
+/// The line of a result.
+const UpdateStatus& statusOf(UpdateResult result);
