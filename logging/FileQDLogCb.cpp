@@ -4,10 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
+#include <iterator>
 #include <new>
 #include <string_view>
 
@@ -19,8 +20,23 @@ namespace {
 
 constexpr unsigned long long kMaxFileSize = 0x500000;
 constexpr unsigned long long kRetryRollAfter = 0x100000;
+constexpr unsigned long long kTrustedBytes = 0x10000;
+constexpr long long kTrustedMs = 100;
+constexpr std::size_t kKeptCapacity = std::size_t{64} * 1024;
 constexpr std::size_t kShortNameLength = 32;
 constexpr std::size_t kExtensionLength = 4;
+
+/// Milliseconds that never run backwards, read from the cheapest clock that there is.
+long long coarseMs() {
+#if defined(CLOCK_MONOTONIC_COARSE)
+  constexpr clockid_t kClock = CLOCK_MONOTONIC_COARSE;
+#else
+  constexpr clockid_t kClock = CLOCK_MONOTONIC;
+#endif
+  timespec now{};
+  ::clock_gettime(kClock, &now);
+  return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
+}
 
 /// Size of the file; 0 for what has none, such as a terminal.
 unsigned long long sizeOf(int fd) {
@@ -30,25 +46,26 @@ unsigned long long sizeOf(int fd) {
 
 }  // namespace
 
-const char* qdLogShortFileName(const char* file) {
-  const char* shortName = nullptr;
-  const char* end = file;
-  for (; *end != '\0'; ++end) {
-    if (*end == '/' || *end == '\\') shortName = end + 1;
-  }
-  if (shortName != nullptr) return shortName;
-  const auto length = static_cast<std::size_t>(end - file);
-  return length > kShortNameLength ? end - kShortNameLength : file;
+std::string_view qdLogShortFileName(std::string_view file) {
+  const auto isSlash = [](char c) { return c == '/' || c == '\\'; };
+  const auto slash = std::find_if(file.rbegin(), file.rend(), isSlash);
+  if (slash != file.rend()) return {slash.base(), file.end()};
+  return file.substr(file.size() - std::min(file.size(), kShortNameLength));
 }
 
-std::string qdLogLine(const char* stamp, const char* module, const char* level, const char* file,
-                      int line, const char* message) {
-  std::string text;
-  text.reserve(128 + std::strlen(message));
-  text.append("[").append(stamp).append("] - ").append(module).append(":").append(level);
-  text.append(" - [ (").append(qdLogShortFileName(file)).append(":").append(std::to_string(line));
-  text.append(")] - ").append(message);
-  return text;
+void qdLogAppendLine(std::string& text, std::string_view stamp, std::string_view module,
+                     std::string_view level, std::string_view file, int line,
+                     std::string_view message) {
+  char digits[16];
+  const std::string_view number(digits, std::to_chars(digits, std::end(digits), line).ptr);
+  // One call for each of these parts would take as long as writing the line half does.
+  const auto append = [&text](const auto&... parts) {
+    std::size_t size = text.size();
+    text.resize(size + (std::string_view(parts).size() + ...));
+    ((size += std::string_view(parts).copy(text.data() + size, std::string::npos)), ...);
+  };
+  append("[", stamp, "] - ", module, ":", level, " - [ (", qdLogShortFileName(file), ":", number,
+         ")] - ", message);
 }
 
 const std::string& QDLogClock::now() {
@@ -61,6 +78,21 @@ const std::string& QDLogClock::now() {
   _zone = zone != nullptr ? std::optional<std::string>(zone) : std::nullopt;
   _second = second;
   return _text;
+}
+
+bool QDLogSize::isOld() const {
+  return _added >= kTrustedBytes || coarseMs() - _setAt >= kTrustedMs;
+}
+
+void QDLogSize::set(unsigned long long bytes) {
+  _bytes = bytes;
+  _added = 0;
+  _setAt = coarseMs();
+}
+
+void QDLogSize::add(unsigned long long bytes) {
+  _bytes += bytes;
+  _added += bytes;
 }
 
 std::string qdLogBackupName(const std::string& path) {
@@ -86,30 +118,40 @@ ScopedFd FileQDLogCb::openFile() const {
 void FileQDLogCb::log(unsigned int /*pid*/, unsigned long long /*threadId*/, const char* module,
                       const char* level, const char* file, int line, const char* /*func*/,
                       const char* message) try {
-  const std::string text =
-      '\n' + qdLogLine(_clock.now().c_str(), module, level, file, line, message) + '\n';
-  const std::string_view whole = std::string_view(text).substr(1);
-  if (_file && sizeOf(_file.get()) + whole.size() - 1 > _rollAbove) rollLogFiles();
+  _text = '\n';
+  qdLogAppendLine(_text, _clock.now(), module, level, file, line, message);
+  _text += '\n';
+  const std::string_view whole = std::string_view(_text).substr(1);
+  if (_file && exceedsLimit(whole.size() - 1)) rollLogFiles();
   // After a line that a full disk cut off, the next one still starts at the left margin.
-  if (_file) writeToFile(_torn ? text : whole);
+  if (_file) writeToFile(_torn ? _text : whole);
   if (_echo) {
     std::fwrite(whole.data(), 1, whole.size(), stdout);
     std::fflush(stdout);
   }
+  if (_text.capacity() > kKeptCapacity) std::string().swap(_text);
 } catch (const std::bad_alloc&) {
-  QDLog::reportMissed(qdLogShortFileName(file), line);
+  QDLog::reportMissed(qdLogShortFileName(file).data(), line);
+}
+
+bool FileQDLogCb::exceedsLimit(std::size_t length) {
+  if (_size.isOld()) _size.set(sizeOf(_file.get()));
+  if (_size.bytes() + length <= _rollAbove) return false;
+  _size.set(sizeOf(_file.get()));  // others may have emptied the file
+  return _size.bytes() + length > _rollAbove;
 }
 
 void FileQDLogCb::writeToFile(std::string_view text) {
   const std::size_t written = osal_writeAll(_file.get(), text);
   if (written > 0) _torn = written < text.size();
+  _size.add(written);
 }
 
 void FileQDLogCb::rollLogFiles() {
   const bool renamed = std::rename(_path.c_str(), qdLogBackupName(_path).c_str()) == 0;
   _file = openFile();  // without memory for it the former one stays in use
-  const unsigned long long size = _file ? sizeOf(_file.get()) : 0;
-  _torn = _torn && size > 0;
+  _size.set(_file ? sizeOf(_file.get()) : 0);
+  _torn = _torn && _size.bytes() > 0;
   // A backup name that is taken for good must not cost a roll with every line.
-  _rollAbove = renamed ? kMaxFileSize : std::max(kMaxFileSize, size + kRetryRollAfter);
+  _rollAbove = renamed ? kMaxFileSize : std::max(kMaxFileSize, _size.bytes() + kRetryRollAfter);
 }

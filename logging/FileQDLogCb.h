@@ -21,12 +21,35 @@ class QDLogClock {
   std::string _text;
 };
 
+/// A file's size as this process can know it without asking before each line: what the system said
+/// last, and what was written since. For one thread at a time.
+class QDLogSize {
+ public:
+  [[nodiscard]] unsigned long long bytes() const { return _bytes; }
+
+  /// Whether the system is to be asked again: it never was, or it was 100 ms or 64 KiB ago.
+  [[nodiscard]] bool isOld() const;
+
+  /// Takes what the system said just now.
+  void set(unsigned long long bytes);
+
+  /// Counts what was written since.
+  void add(unsigned long long bytes);
+
+ private:
+  unsigned long long _bytes = 0;
+  unsigned long long _added = 0;  // bytes since `_setAt`
+  long long _setAt = -1000;       // in ms, as a clock says that never runs backwards
+};
+
 /// Writes each record as one line to a file that rolls: the line that would make it larger than 5
 /// MiB starts it afresh, and one previous generation stays beside it under the ".bak" name.
 ///
 /// It reports nothing: lines that cannot be written are lost, and echoed all the same. A line that
 /// memory has no room for is told, by its place alone, to standard error. Each line is one write at
-/// the end of the file, so that several processes may share it.
+/// the end of the file, so that several processes may share it. The file rolls when it is too
+/// large, never on a guess; what another process wrote within the last 100 ms may still be missed,
+/// so that it rolls a little later.
 class FileQDLogCb : public QDLogCb {
  public:
   /// Opens `path` for appending, created when missing; a failure leaves the sink without a file.
@@ -43,9 +66,12 @@ class FileQDLogCb : public QDLogCb {
 
  private:
   [[nodiscard]] ScopedFd openFile() const;
+  bool exceedsLimit(std::size_t length);
   void writeToFile(std::string_view text);
 
   QDLogClock _clock;
+  QDLogSize _size;
+  std::string _text;  // of the line being written, between two newlines
   ScopedFd _file;
   std::string _path;
   bool _echo;
@@ -54,12 +80,13 @@ class FileQDLogCb : public QDLogCb {
   unsigned long long _rollAbove;  // size in bytes above which the file rolls
 };
 
-/// The line for a record, without its newline. `stamp` is the local time as text.
-std::string qdLogLine(const char* stamp, const char* module, const char* level, const char* file,
-                      int line, const char* message);
+/// Appends the line for a record, without its newline. `stamp` is the local time as text.
+void qdLogAppendLine(std::string& text, std::string_view stamp, std::string_view module,
+                     std::string_view level, std::string_view file, int line,
+                     std::string_view message);
 
-/// The part of a source file's name that a line shows.
-const char* qdLogShortFileName(const char* file);
+/// The part of a source file's name that a line shows: its end.
+std::string_view qdLogShortFileName(std::string_view file);
 
 /// The name under which the previous generation of the log at `path` is kept.
 std::string qdLogBackupName(const std::string& path);

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <exception>
 #include <mutex>
 #include <new>
 
@@ -40,14 +39,11 @@ QDLog::Record::Turn::~Turn() {
   lock_.unlock();
 }
 
-QDLog::Record::Record(QDLog& logger)
-    : logger_(logger), exceptions_(std::uncaught_exceptions()), turn_(logger._lock) {
-  stream().clear();
-}
+QDLog::Record::Record(QDLog& logger) : logger_(logger), turn_(logger._lock) { stream().clear(); }
 
 QDLog::Record::~Record() {
   // A record that was left half built may have left its formats behind.
-  if (std::uncaught_exceptions() > exceptions_) stream().resetFormats();
+  if (!finished_) stream().resetFormats();
 }
 
 bool QDLog::Record::finish(QDLogMType module, int level, const char* file, int line) {
@@ -55,6 +51,7 @@ bool QDLog::Record::finish(QDLogMType module, int level, const char* file, int l
   const bool complete = !stream().fail();
   if (complete) logger_.prepareLog(module, level, file, line, "");
   stream().shrink();
+  finished_ = true;
   return complete;
 }
 

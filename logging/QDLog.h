@@ -75,8 +75,8 @@ class QDLog : private qd_no_duplic {
     };
 
     QDLog& logger_;
-    int exceptions_;
     Turn turn_;
+    bool finished_ = false;
   };
 
   QDLog();

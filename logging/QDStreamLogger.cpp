@@ -1,10 +1,13 @@
 #include "logging/QDStreamLogger.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <iomanip>
 #include <ios>
+#include <iterator>
 #include <ostream>
 #include <utility>
 
@@ -162,7 +165,7 @@ void QDLogHStr::print(std::ostringstream& out) const {
 
 void QDStreamLogger::clear() {
   std::ostringstream::clear();
-  seekp(0);
+  rdbuf()->pubseekpos(0, std::ios::out);
 }
 
 void QDStreamLogger::resetFormats() {
@@ -178,15 +181,37 @@ void QDStreamLogger::shrink() {
   const std::string freed = std::move(static_cast<std::ostringstream&>(*this)).str();
 }
 
-QDStreamLogger& QDStreamLogger::operator<<(char c) { return insert(c); }
-QDStreamLogger& QDStreamLogger::operator<<(unsigned char c) { return insert(c); }
+QDStreamLogger& QDStreamLogger::insertText(std::string_view text) {
+  if (width() != 0 || !good()) return insert(text);
+  bool inserted = false;
+  try {
+    const auto size = static_cast<std::streamsize>(text.size());
+    inserted = rdbuf()->sputn(text.data(), size) == size;
+  } catch (const std::exception&) {
+    // no memory: a failure of the stream as any other
+  }
+  if (!inserted) setstate(std::ios::badbit);
+  return *this;
+}
+
+template <typename T>
+QDStreamLogger& QDStreamLogger::insertNumber(T number) {
+  if ((flags() & (std::ios::basefield | std::ios::showpos)) != std::ios::dec) return insert(number);
+  char digits[32];
+  return insertText({digits, std::to_chars(digits, std::end(digits), number).ptr});
+}
+
+QDStreamLogger& QDStreamLogger::operator<<(char c) { return insertText({&c, 1}); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned char c) {
+  return *this << static_cast<char>(c);
+}
 QDStreamLogger& QDStreamLogger::operator<<(const char* s) {
-  return insert(s != nullptr ? s : "(null)");
+  return insertText(s != nullptr ? s : "(null)");
 }
 QDStreamLogger& QDStreamLogger::operator<<(const unsigned char* s) {
   return *this << osal_chars(s);
 }
-QDStreamLogger& QDStreamLogger::operator<<(bool b) { return insert(b ? "true" : "false"); }
+QDStreamLogger& QDStreamLogger::operator<<(bool b) { return insertText(b ? "true" : "false"); }
 
 QDStreamLogger& QDStreamLogger::operator<<(const void* p) {
   insert('@').insert(std::hex).insert(std::showbase).insert(std::nouppercase);
@@ -194,14 +219,14 @@ QDStreamLogger& QDStreamLogger::operator<<(const void* p) {
   return insert(std::noshowbase).insert(std::dec);
 }
 
-QDStreamLogger& QDStreamLogger::operator<<(short n) { return insert(n); }
-QDStreamLogger& QDStreamLogger::operator<<(unsigned short n) { return insert(n); }
-QDStreamLogger& QDStreamLogger::operator<<(int n) { return insert(n); }
-QDStreamLogger& QDStreamLogger::operator<<(unsigned int n) { return insert(n); }
-QDStreamLogger& QDStreamLogger::operator<<(long n) { return insert(n); }
-QDStreamLogger& QDStreamLogger::operator<<(unsigned long n) { return insert(n); }
-QDStreamLogger& QDStreamLogger::operator<<(long long n) { return insert(n); }
-QDStreamLogger& QDStreamLogger::operator<<(unsigned long long n) { return insert(n); }
+QDStreamLogger& QDStreamLogger::operator<<(short n) { return insertNumber(n); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned short n) { return insertNumber(n); }
+QDStreamLogger& QDStreamLogger::operator<<(int n) { return insertNumber(n); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned int n) { return insertNumber(n); }
+QDStreamLogger& QDStreamLogger::operator<<(long n) { return insertNumber(n); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned long n) { return insertNumber(n); }
+QDStreamLogger& QDStreamLogger::operator<<(long long n) { return insertNumber(n); }
+QDStreamLogger& QDStreamLogger::operator<<(unsigned long long n) { return insertNumber(n); }
 QDStreamLogger& QDStreamLogger::operator<<(float n) { return insert(n); }
 QDStreamLogger& QDStreamLogger::operator<<(double n) { return insert(n); }
 QDStreamLogger& QDStreamLogger::operator<<(long double n) { return insert(n); }

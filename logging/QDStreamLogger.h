@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <locale>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "ground/QDEnums.h"
 #include "ground/QDMarkers.h"
@@ -82,6 +84,9 @@ class QDStreamLogger : public std::ostringstream {
   enum Base : int { Oct = 0, Dec = 1, Hex = 2 };
   enum Spec : int { Endl = 0 };
 
+  /// Numbers look the same in every locale.
+  QDStreamLogger() { imbue(std::locale::classic()); }
+
   /// Goes back to the start of the buffer and forgets errors. Keeps the formats and the text behind
   /// the new position, which is why a record ends with a NUL.
   void clear();
@@ -138,6 +143,11 @@ class QDStreamLogger : public std::ostringstream {
   }
 
  private:
+  /// As `insert`, without what a stream prepares for each value, where its formats ask for nothing.
+  QDStreamLogger& insertText(std::string_view text);
+  template <typename T>
+  QDStreamLogger& insertNumber(T number);
+
   template <typename T>
   QDStreamLogger& insert(T value) {
     static_cast<std::ostringstream&>(*this) << value;

@@ -50,7 +50,7 @@ TEST(FileQDLogCb, RollsWhenALineWouldCrossTheLimit) {
   FileQDLogCb sink(path, false);
   fs::remove(path);  // by somebody else: it grows to the limit again
   writeRecord(sink, "one");
-  fs::resize_file(path, 5242880 - kFrame - 3);
+  writeRecord(sink, std::string(5242880 - 3 * kFrame - 8, 'x'));
   writeRecord(sink, "two");
   EXPECT_EQ(fs::file_size(path), 5242881U);
   EXPECT_FALSE(fs::exists(backup));
@@ -61,9 +61,26 @@ TEST(FileQDLogCb, RollsWhenALineWouldCrossTheLimit) {
 
   fs::remove(backup);  // and with that name taken it keeps the lines
   fs::create_directories(backup + "/occupied");
-  fs::resize_file(path, 5242880);
+  writeRecord(sink, std::string(5242880 - 2 * kFrame - 7, 'x'));
   writeRecord(sink, "four");
   EXPECT_EQ(fs::file_size(path), 5242880U + kFrame + 5);
+}
+
+TEST(FileQDLogCb, AsksForTheSizeBeforeARollAndBehind64KiB) {
+  const TempFolder folder;
+  const std::string path = folder / "agent.log";
+  writeFile(path, std::string(5242880 - kFrame - 4, 'x'));
+  FileQDLogCb sink(path, false);
+  writeRecord(sink, "one");
+  fs::resize_file(path, 0);  // by somebody else
+  writeRecord(sink, "two");
+  EXPECT_EQ(fs::file_size(path), kFrame + 4);
+  EXPECT_FALSE(fs::exists(folder / "agent.bak"));
+
+  fs::resize_file(path, 5242880);
+  writeRecord(sink, std::string(0x10000, 'x'));  // without a roll, if within 100 ms
+  writeRecord(sink, "three");
+  EXPECT_TRUE(fs::exists(folder / "agent.bak"));
 }
 
 TEST(FileQDLogCb, FollowsALinkOnlyInAFolderOfItsOwn) {
@@ -95,11 +112,12 @@ TEST(FileQDLogCb, BeginsALineAtTheLeftAlsoBehindOneThatWasCutOff) {
 
   fs::create_directories(folder / "agent.bak/occupied");  // nor does a roll that failed forget it
   fs::resize_file(path, 5242880 - kFrame);
+  FileQDLogCb other(path, false);
   {
     const Limit limit(RLIMIT_FSIZE, 5242880 - 1);
-    writeRecord(sink, "");
+    writeRecord(other, "");
   }
-  writeRecord(sink, "next");
+  writeRecord(other, "next");
   EXPECT_EQ(fs::file_size(path), 5242880U - 1U + 1U + kFrame + 5U);
 }
 
