@@ -138,6 +138,12 @@ VERSIONS = [
         log="{identified} | NFY tempdir is [{T}] | ERR Invalid architecture", files="{locked}"),
 ]
 
+def without_md5(run) -> None:
+    write(run.side("openssl.cnf"), "openssl_conf = init\n[init]\nalg_section = algorithms\n"
+                                   "[algorithms]\ndefault_properties = fips=yes\n")
+    run.env["OPENSSL_CONF"] = run.side("openssl.cnf")
+
+
 PACKAGES = [
     row("NoDigest", {SUM: 404},
         "{until version} | ERR Request {F}/setup.deb.md5 failed : [404] | ERR No file signature "
@@ -153,6 +159,8 @@ PACKAGES = [
     row("DigestOfAnotherForm", {SUM: f"MD5 (setup.deb) = {OTHER_SUM}\n"}, "{other three times}",
         status=7, texts={"other sum": "MD5"}, requests="{HEAD} | {GET} | {GET} | {GET}",
         files="{locked}"),
+    row("DigestOfZerosAndNoMd5InOpenSsl", {SUM: "0" * 32 + " x"}, "{other three times}", status=7,
+        prepare=without_md5, texts={"other sum": "0" * 32, "D": ""}, calls=""),
     row("WrongDigestOnce", {GET: [WRONG, PACKAGE]},
         "{until download} | {wrong} | {verified} | {installed}", requests="{requests} | {GET}"),
     row("LastAttemptNamesTheFault", {GET: [WRONG, WRONG, SHORT]},

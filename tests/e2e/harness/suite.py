@@ -60,6 +60,14 @@ def difference(what: str, seen: list[str], expected: list[str]) -> Iterator[str]
         yield "\n".join([f"{what} (- expected, + found):", *itertools.islice(diff, 2, None)])
 
 
+def logged(part: str) -> Callable[[Run, Outcome], Iterator[str]]:
+    """A Row's check that the part is in some record of the log."""
+    def check(_: Run, outcome: Outcome) -> Iterator[str]:
+        if not any(part in record for record in outcome.log):
+            yield "\n".join([f"no record has '{part}':", *outcome.log])
+    return check
+
+
 @dataclass
 class Row:
     """One run from its arguments to everything that it leaves.
@@ -162,6 +170,7 @@ def main(description: str, cases: dict[str, Case] | list[Row]) -> int:
     """The suite as a program. Its status: 0 all held, 1 not all did, 77 nothing could be run."""
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("-j", "--jobs", type=int, default=2 + (os.cpu_count() or 1))
+    parser.add_argument("-r", "--repeat", type=int, default=1)
     parser.add_argument("words", nargs="*", metavar="NAME=PROGRAM | CASE",
                         help=f"programs ({', '.join(PROGRAMS)}) and cases, all if none is named")
     parser.add_argument("-l", "--list", action="store_true", help="only list the cases")
@@ -180,6 +189,8 @@ def main(description: str, cases: dict[str, Case] | list[Row]) -> int:
     if why := why_no_root() or ("" if "A" in linux.NAMES else "no packages for this machine"):
         print(why)
         return 77
+    chosen = {f"{name} ({time})" if time else name: case
+              for time in range(options.repeat) for name, case in chosen.items()}
     return run_all(chosen, programs, options.jobs)
 
 
