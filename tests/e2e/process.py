@@ -7,7 +7,7 @@ import sys
 from functools import partial
 
 from harness import NOBODY, Answer, Row, difference, main, read, records, write
-from harness.linux import DEB, PACKAGE
+from harness.linux import CONF, DEB, PACKAGE
 
 USAGE = "Usage : \nupdate [-D] <url> <version>\n"
 DEAD = "http://127.0.0.1:9"
@@ -251,7 +251,6 @@ def appended(run, outcome):
         yield log
 
 
-CONF = "/etc/qd/conf"
 LOGS = [
     Row("AgentUnitIsNotStoppedByWhomItWouldTakeAlong", prepare=own_unit, status=11,
         commands={"busctl": "exit 1"}, check=busctl_alone, needs=["unshare --mount true"]),

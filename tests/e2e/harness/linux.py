@@ -17,6 +17,7 @@ PACKAGE = bytes(i * i % 251 for i in range(20000))
 DIGEST = hashlib.md5(PACKAGE).hexdigest()
 WRONG = b"X" + PACKAGE[1:]
 
+CONF = "/etc/qd/conf"  # the folder of the agent's configuration strings
 DEFINITION = "/agent_setup_def.json"
 VERSION = "/linux/{A}/version_long.txt"
 DEB = "/linux/{A}/setup.deb"

@@ -126,7 +126,8 @@ class Run:
             words = ["unshare", "--map-root-user", *words]
         elif self.user != 0:
             identity = {"user": self.user, "group": self.user, "extra_groups": []}
-        with open(self.side("out"), "ab") as out, open(self.side("err"), "ab") as err:
+        with open(self.side(f"out{self.starts}"), "ab") as out, \
+                open(self.side(f"err{self.starts}"), "ab") as err:
             self.process = subprocess.Popen(
                 words, cwd=self.side("work"), env={**self.env, "QD_CALLS": self.calls()},
                 stdin=self.stdin, stdout=out if self.stdout is None else self.stdout, stderr=err,
@@ -148,8 +149,9 @@ class Run:
             status = "timed out" if timed_out else signal.Signals(-status).name
         files = os.listdir(self.temp()) if os.path.isdir(self.temp()) else []
         files += [f"work/{name}" for name in os.listdir(self.side("work"))]
-        return Outcome(status, records(read(self.temp("agent_upd.log"))), read(self.side("out")),
-                       read(self.side("err")), lines(read(self.calls())), sorted(files))
+        return Outcome(status, records(read(self.temp("agent_upd.log"))),
+                       read(self.side(f"out{self.starts}")), read(self.side(f"err{self.starts}")),
+                       lines(read(self.calls())), sorted(files))
 
     def go(self, *args: str) -> Outcome:
         self.start(*args)

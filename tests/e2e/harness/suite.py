@@ -156,53 +156,29 @@ def why_no_root() -> str:
     return "needs root or a user namespace" if tried.returncode else ""
 
 
-def attempt(case: Case, place: Place) -> tuple[list[str], str]:
+def attempt(case: Case, folder: str, programs: dict[str, str]) -> tuple[list[str], str]:
     """What is wrong, and why it was skipped."""
     try:
-        return list(case(place)), ""
+        wrong = list(case(Place(folder, programs)))
     except Skip as skip:
         return [], str(skip)
     except Exception:
         return [traceback.format_exc()], ""
+    if not wrong:
+        shutil.rmtree(folder, ignore_errors=True)
+    return wrong, ""
 
 
-def main(description: str, cases: dict[str, Case] | list[Row]) -> int:
-    """The suite as a program. Its status: 0 all held, 1 not all did, 77 nothing could be run."""
-    parser = argparse.ArgumentParser(description=description)
-    parser.add_argument("-j", "--jobs", type=int, default=2 + (os.cpu_count() or 1))
-    parser.add_argument("-r", "--repeat", type=int, default=1)
-    parser.add_argument("words", nargs="*", metavar="NAME=PROGRAM | CASE",
-                        help=f"programs ({', '.join(PROGRAMS)}) and cases, all if none is named")
-    parser.add_argument("-l", "--list", action="store_true", help="only list the cases")
-    options = parser.parse_args()
-    sys.stdout.reconfigure(errors="backslashreplace")  # type: ignore[union-attr]
-    programs = PROGRAMS | dict(word.split("=", 1) for word in options.words if "=" in word)
-    wanted = [word for word in options.words if "=" not in word] or ["*"]
-    if isinstance(cases, list):
-        assert len({row.name for row in cases}) == len(cases), "two rows of one name"
-        cases = {row.name: row for row in cases}
-    chosen = {name: case for name, case in cases.items()
-              if any(fnmatch.fnmatchcase(name, pattern) for pattern in wanted)}
-    if options.list:
-        print(*chosen, sep="\n")
-        return 0
-    if why := why_no_root() or ("" if "A" in linux.NAMES else "no packages for this machine"):
-        print(why)
-        return 77
-    chosen = {f"{name} ({time})" if time else name: case
-              for time in range(options.repeat) for name, case in chosen.items()}
-    return run_all(chosen, programs, options.jobs)
+def installed(program: str, copy: str) -> str:
+    """A copy where every user reaches it; the program's own path where there is none."""
+    return shutil.copy(program, copy) if os.path.exists(program) else program
 
 
-def run_all(cases: dict[str, Case], programs: dict[str, str], jobs: int) -> int:
-    top = tempfile.mkdtemp(prefix="qd-e2e.")
-    os.chmod(top, 0o755)
+def run_all(cases: dict[str, Case], folder: str, programs: dict[str, str], jobs: int) -> int:
     failed = skipped = 0
-    try:
-        programs = {name: installed(program, f"{top}/{name}") for name, program in programs.items()}
-        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-            results = {name: pool.submit(attempt, case, Place(f"{top}/{number}", programs))
-                       for number, (name, case) in enumerate(cases.items())}
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        results = {name: pool.submit(attempt, case, f"{folder}/{number}", programs)
+                   for number, (name, case) in enumerate(cases.items())}
         for name, result in results.items():
             wrong, why = result.result()
             failed += bool(wrong)
@@ -211,12 +187,44 @@ def run_all(cases: dict[str, Case], programs: dict[str, str], jobs: int) -> int:
                 print(f"skipped: {name}: {why}")
             if wrong:
                 print("\n  ".join([f"FAILED: {name}", *"\n".join(wrong).splitlines()]))
-    finally:
-        shutil.rmtree(top, ignore_errors=True)
     print(f"{len(cases)} cases, {failed} failed, {skipped} skipped")
     return 1 if failed or not cases else 77 if skipped == len(cases) else 0
 
 
-def installed(program: str, copy: str) -> str:
-    """A copy where every user reaches it; the program's own path where there is none."""
-    return shutil.copy(program, copy) if os.path.exists(program) else program
+def main(description: str, cases: list[Row] | Callable[[Place, bool], dict[str, Case]]) -> int:
+    """The suite as a program. Its status: 0 all held, 1 not all did, 77 nothing could be run.
+
+    The cases are rows, or a function that makes the cases, by name; it is told whether all are
+    wanted or a sample is enough.
+    """
+    parser = argparse.ArgumentParser(description=description)
+    parser.add_argument("-a", "--all", action="store_true", help="not only a sample of the cases")
+    parser.add_argument("-j", "--jobs", type=int, default=2 + (os.cpu_count() or 1))
+    parser.add_argument("-l", "--list", action="store_true", help="only list the cases")
+    parser.add_argument("-r", "--repeat", type=int, default=1)
+    parser.add_argument("words", nargs="*", metavar="NAME=PROGRAM | CASE",
+                        help=f"programs ({', '.join(PROGRAMS)}); the cases that are wanted, as "
+                             "patterns of the shell")
+    options = parser.parse_args()
+    sys.stdout.reconfigure(errors="backslashreplace")  # type: ignore[union-attr]
+    if why := why_no_root() or ("" if "A" in linux.NAMES else "no packages for this machine"):
+        print(why)
+        return 77
+    top = tempfile.mkdtemp(prefix="qd-e2e.")
+    os.chmod(top, 0o755)
+    try:
+        programs = PROGRAMS | dict(word.split("=", 1) for word in options.words if "=" in word)
+        programs = {name: installed(program, f"{top}/{name}") for name, program in programs.items()}
+        named = ({row.name: row for row in cases} if isinstance(cases, list)
+                 else cases(Place(f"{top}/cases", programs), options.all))
+        assert not isinstance(cases, list) or len(named) == len(cases), "two rows of one name"
+        wanted = [word for word in options.words if "=" not in word] or ["*"]
+        chosen = {name + f" ({time})" * bool(time): case for time in range(options.repeat)
+                  for name, case in named.items()
+                  if any(fnmatch.fnmatchcase(name, pattern) for pattern in wanted)}
+        if options.list:
+            print(*chosen, sep="\n")
+            return 0
+        return run_all(chosen, top, programs, options.jobs)
+    finally:
+        shutil.rmtree(top, ignore_errors=True)

@@ -1,0 +1,306 @@
+#!/usr/bin/env python3
+"""Whole updates with one thing going wrong in each: the program is ended at a system call, a system
+call or a call of libcurl fails, memory, descriptors or the disk run out, folders vanish, the clock
+jumps, a signal comes. Whatever it is: the exit status is one of the program's, what went wrong is
+told, the lock is whole, the agent is not left stopped, and nothing but the verified package is
+installed. With --all every point is taken, else a sample."""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import time
+from collections.abc import Callable, Iterable, Iterator
+
+from harness import Case, Outcome, Place, Run, Server, lines, main, read, write
+from harness.linux import CONF, DEFINITION, DIGEST, NAMES, PACKAGE, entry
+
+VERSION, DEB = "/linux/version_long.txt", "/linux/setup.deb"
+ENTRY = entry("setup.deb", "/linux", version="version_long.txt", digest="setup.deb.md5")
+GOOD = {DEFINITION: f"[{ENTRY}]", VERSION: "7.2.1.15\n", DEB: PACKAGE, DEB + ".md5": DIGEST + " "}
+STATUSES = {0, 1, 2, 3, 4, 5, 6, 7, 9, 11}
+STOP, INSTALL, START = "systemctl stop qdagent", "dpkg -i {}", "systemctl start qdagent"
+COMPARE = 'cmp -s "$2" "$tmp/../package" || echo "another package" >> "$calls"'
+COUNT = """read -r _ _ _ _ group _ < /proc/$$/stat
+[ "$1" != start ] || ls /proc/$group/fd | wc -l > "$calls.descriptors" """
+# What a call may say; the others say EIO. What cannot fail is left out.
+ERRORS = {
+    "openat": ["EACCES", "EMFILE", "ENOSPC"], "write": ["ENOSPC", "EDQUOT", "EINTR"],
+    "read": ["EIO", "EINTR"], "rename": ["EACCES", "ENOSPC"], "fsync": ["EIO", "EDQUOT"],
+    "flock": ["EAGAIN", "ENOLCK"], "socket": ["EMFILE", "ENOBUFS"], "socketpair": ["EMFILE"],
+    "connect": ["ECONNREFUSED", "ENETUNREACH"], "sendto": ["EPIPE", "ECONNRESET"],
+    "recvfrom": ["ECONNRESET", "EINTR"], "poll": ["EINTR", "ENOMEM"], "clone": ["EAGAIN"],
+    "clone3": ["EAGAIN"], "vfork": ["EAGAIN"], "wait4": ["EINTR", "ECHILD"], "mmap": ["ENOMEM"],
+    "brk": ["ENOMEM"], "dup2": ["EMFILE"],
+} | dict.fromkeys(["exit_group", "brk", "futex", "getpid", "gettid", "getuid", "geteuid", "umask",
+                   "uname", "rt_sigreturn"], [])
+Fault = Callable[[Run], Iterable[str]]  # one run or more; yields what must not be
+Point = tuple[str, int, bool]  # a system call, the how manieth of its name, while the agent is down
+
+
+# --- a run, and what must hold after it
+
+def prepared(place: Place) -> Run:
+    run = place.run()
+    run.command("dpkg", COMPARE)
+    run.command("systemctl", COUNT)
+    run.env["ASAN_OPTIONS"] = "detect_leaks=0:verify_asan_link_order=0"
+    write(run.side("package"), PACKAGE)
+    return run
+
+
+def case(fault: Fault, **script) -> Case:
+    def tried(place: Place) -> Iterator[str]:
+        run = prepared(place)
+        with Server(GOOD | script, NAMES, run) as server:
+            run.texts["H"] = server.url.encode().hex()
+            yield from fault(run)
+    return tried
+
+
+def go(run: Run, first: str = "", **env: str) -> Outcome:
+    exports = "".join(f"export {name}={value}\n" for name, value in env.items())
+    run.first = f"ulimit -c 0\n{exports}{first}"  # not in the environment of the shell itself
+    return run.go("-D", run.texts["H"], "7.2.0.1")
+
+
+def traced(run: Run, options: str) -> Outcome:
+    return go(run, f'set -- strace -qq -o "$QD_CALLS.trace" {options} "$@"')
+
+
+def trace(run: Run) -> str:
+    return read(run.calls() + ".trace")
+
+
+def log(run: Run) -> str:
+    return read(run.temp("agent_upd.log"))
+
+
+def complete(run: Run, outcome: Outcome) -> bool:
+    calls = list(dict.fromkeys(outcome.calls))  # a command may be given another attempt
+    return outcome.status == 0 and calls == [STOP, INSTALL.format(run.temp("setup.deb")), START]
+
+
+def told(run: Run, outcome: Outcome) -> bool:
+    """Whether log, standard output or standard error say that something went wrong."""
+    said = log(run) + outcome.out
+    return bool(outcome.err or re.search(r":(ERR|WRN) - |^[^\[\n]", said, re.MULTILINE))
+
+
+def wrong(run: Run, outcome: Outcome, signals: Iterable[str] = (), descriptors: int = 5):
+    """What must not be, but for an end by one of the signals."""
+    lock = read(run.temp("upgrade_ovt.lock"))
+    if outcome.status not in STATUSES and outcome.status not in signals:
+        yield f"ended with {outcome.status}"
+    if re.search("terminate called|Sanitizer|runtime error", outcome.err):
+        yield "crashed: " + outcome.err
+    if "another package" in outcome.calls:
+        yield "installed what was not verified"
+    if os.path.lexists(run.temp("upgrade_ovt.lock")) and not re.fullmatch(r"-?\d+\n", lock):
+        yield f"the lock is {lock!r}"
+    if outcome.status == "SIGKILL":
+        return
+    if STOP in outcome.calls and START not in outcome.calls:
+        yield "the agent is left stopped"
+    if int(read(run.calls() + ".descriptors") or 0) > descriptors:
+        yield f"more than {descriptors} descriptors are open at the end"
+    if outcome.status in STATUSES and not complete(run, outcome) and not told(run, outcome):
+        yield "nothing was told"
+
+
+def held(run: Run, outcome: Outcome):
+    """What must not be after a run that nothing keeps from its end."""
+    yield from wrong(run, outcome)
+    if not complete(run, outcome):
+        yield f"ended with {outcome.status} after {outcome.calls}: {log(run)}{outcome.out}"
+
+
+def an_hour_later(run: Run):
+    if lock := read(run.temp("upgrade_ovt.lock")):
+        write(run.temp("upgrade_ovt.lock"), f"{int(lock) - 3600001}\n")
+    yield from held(run, go(run))
+
+
+# --- points of a good run
+
+def good(place: Place, go: Callable[[Run], Outcome]) -> tuple[Run, Outcome]:
+    run = prepared(place)
+    with Server(GOOD, NAMES, run) as server:
+        run.texts["H"] = server.url.encode().hex()
+        outcome = go(run)
+    if not complete(run, outcome) or list(wrong(run, outcome)):
+        sys.exit(f"the good run fails: {outcome}")
+    return run, outcome
+
+
+def system_calls(place: Place) -> Iterator[Point]:
+    """The program's system calls in a good run, from main on."""
+    run, _ = good(place, lambda run: traced(run, "-s 200"))
+    counts: dict[str, int] = {}
+    started = stopped = False
+    for line in lines(trace(run)):
+        name = line.partition("(")[0]
+        if re.fullmatch(r"\w+", name):
+            counts[name] = counts.get(name, 0) + 1
+            started = started or name == "setpgid"
+            if started:
+                yield name, counts[name], stopped
+        stopped = stopped or "Agent Stopping" in line
+
+
+def injected(run: Run, call: str, number: int, what: str) -> Outcome:
+    return traced(run, f"-e trace={call} -e inject={call}:{what}:when={number}")
+
+
+# --- kinds of faults, each yields names and cases
+
+def killed(points: list[Point]):
+    for call, number, _ in points:
+        def fault(run, call=call, number=number):
+            outcome = injected(run, call, number, "signal=KILL")
+            if len(re.findall(rf"^{call}\(", trace(run), re.MULTILINE)) < number:
+                return
+            yield from wrong(run, outcome, {"SIGKILL"})
+            last = ["", *lines(log(run))][-1]
+            down = outcome.calls and outcome.calls[-1] != START
+            if down and not re.search("Agent (Stopp|Inst)|Upgrading", last):
+                yield f"the agent is left stopped, and the log ends with {last}"
+            yield from an_hour_later(run)
+        yield f"{call} {number}", case(fault)
+
+
+def failing(points: list[Point]):
+    for call, number, _ in points:
+        for error in ERRORS.get(call, ["EIO"]):
+            def fault(run, call=call, number=number, error=error):
+                outcome = injected(run, call, number, f"error={error}")
+                # One that could not be closed; and without a group there is no finding its leader.
+                open_then = {"close": 6, "setpgid": 99}.get(call, 5)
+                yield from wrong(run, outcome, descriptors=open_then)
+            yield f"{call} {number} {error}", case(fault)
+
+
+def signalled(points: list[Point]):
+    for name in ("TERM", "HUP", "INT", "QUIT", "PIPE", "USR1", "XFSZ"):
+        for call, number, _ in points:
+            def fault(run, call=call, number=number, name=name):
+                outcome = injected(run, call, number, f"signal={name}")
+                yield from wrong(run, outcome, {"SIG" + name})
+            yield f"{name} at {call} {number}", case(fault)
+
+
+def shimmed(shim: str, faults: Iterable[str]):
+    for what in faults:
+        def fault(run, what=what):
+            outcome = go(run, LD_PRELOAD=shim, QD_FAULT=what)
+            yield from (held if what.startswith("clock") else wrong)(run, outcome)
+        yield what, case(fault)
+
+
+def mounted(run: Run, options: str) -> None:
+    subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", run.temp()], check=True)
+
+
+def small_disks():
+    def larger_package(run):
+        mounted(run, "size=1m")
+        outcome = go(run)
+        yield from wrong(run, outcome)
+        room = os.statvfs(run.temp())
+        if outcome.status != 2 or room.f_bavail * 20 < room.f_blocks:
+            yield f"ended with {outcome.status}, {room.f_bavail} of {room.f_blocks} blocks free"
+
+    def room_again(run):
+        mounted(run, "size=128k")
+        write(run.temp("agent_upd.log"), "[" + "x" * 4088 + "\n", 0o600)
+        write(run.temp("other"), bytes(124 << 10))
+        yield from held(run, go(run))
+        if any(line[:1] != "[" for line in lines(log(run))):
+            yield log(run)[4080:]
+
+    def make_room(_, run):
+        os.remove(run.temp("other"))
+        return GOOD[VERSION]
+
+    yield "a package larger than it", case(larger_package, **{DEB: bytes(2 << 20)})
+    yield "no room until the version is asked for", case(room_again, **{VERSION: make_room})
+    sizes = [f"size={4 * pages}k" for pages in range(1, 14)]
+    for limit in ["ro"] + [f"nr_inodes={count}" for count in range(6, 0, -1)] + sizes[::-1]:
+        def fault(run, limit=limit):
+            mounted(run, limit)
+            yield from wrong(run, go(run))
+            room = "remount,rw,size=1m,nr_inodes=99"
+            subprocess.run(["mount", "-o", room, run.temp()], check=True)
+            yield from an_hour_later(run)
+        yield limit, case(fault)
+
+
+def few_descriptors():
+    for most in range(4, 14):
+        def fault(run, most=most):
+            yield from wrong(run, go(run, f"ulimit -n {most}"))
+        yield str(most), case(fault)
+
+
+def vanishing_folders():
+    def log_folder(run):
+        run.texts["goes"] = run.side("data/UpdLogs")
+        os.mkdir(run.side("data"))
+        own_etc = (f"mount -t tmpfs tmpfs /etc && mkdir -p {CONF}.x && "
+                   f'printf %s {run.side("data")} > {CONF}.x/dbdir.cfg && exec "$@"')
+        first = f"exec unshare --mount /bin/sh -c '{own_etc}' sh \"$@\""
+        yield from held(run, go(run, first, QD_AGENT_INSTANCE="x"))
+
+    def temporary_folder(run):
+        run.texts["goes"] = run.temp()
+        yield from wrong(run, go(run))
+
+    for path in (DEFINITION, DEB):
+        def vanish(_, run, path=path):
+            shutil.rmtree(run.texts["goes"], ignore_errors=True)
+            return GOOD[path]
+        yield f"that of the log at {path}", case(log_folder, **{path: vanish})
+        yield f"the temporary one at {path}", case(temporary_folder, **{path: vanish})
+
+
+def cases(place: Place, everything: bool) -> dict[str, Case]:
+    shim = place.program("shim")
+    points = list(system_calls(place))
+    _, outcome = good(place, lambda run: go(run, LD_PRELOAD=shim, QD_FAULT="count"))
+    calls, allocations = map(int, outcome.err.split())
+    curl = [f"curl:{n}:{code}" for n in range(1, calls + 1) for code in (7, 23, 27)]
+    memory = [f"memory:{n}:1" for n in range(1, allocations + 1)]
+    memory += [f"memory:{n}:1000000" for n in range(1, allocations + 1, 16)]
+    clock = [f"clock:{start}:{at}:{jump}" for start in (0, 2000000000, -int(time.time()))
+             for at in (1, 5, 30) for jump in (0, -86400, 86400)]
+    window = [point for point in points if point[2]]
+    kinds = {  # the cases, and which of them are the sample
+        "killed at a system call": (killed(points), 13),
+        "a system call fails": (failing(points), 17),
+        "a call of libcurl fails": (shimmed(shim, curl), 17),
+        "memory runs out": (shimmed(shim, memory), 401),
+        "the clock is wrong": (shimmed(shim, clock), 5),
+        "a signal comes": (signalled(points if everything else window), 15),
+        "the disk is full": (small_disks(), 5),
+        "descriptors run out": (few_descriptors(), 3),
+        "folders vanish": (vanishing_folders(), 1),
+    }
+    return {f"{kind}: {name}": case for kind, (named, step) in kinds.items()
+            for name, case in list(named)[:: 1 if everything else step]}
+
+
+def inside() -> int:
+    """Starts this again where mounts are its own."""
+    unshare = ["unshare", "--mount"] + ["--map-root-user"] * (os.geteuid() != 0)
+    tried = subprocess.run([*unshare, "strace", "-o", "/dev/null", "mount", "-t", "tmpfs", "tmpfs",
+                            "/mnt"], capture_output=True)
+    if tried.returncode:
+        print("needs strace, mount namespaces and ptrace")
+        return 77
+    os.environ["QD_FAULTS_INSIDE"] = "1"
+    os.execvp("unshare", [*unshare, sys.executable, *sys.argv])
+
+
+if __name__ == "__main__":
+    sys.exit(main(__doc__, cases) if "QD_FAULTS_INSIDE" in os.environ else inside())
