@@ -25,6 +25,7 @@ else()
   set(qd_conf_dir "/etc/qd/conf")
 endif()
 set(QD_CONF_DIR ${qd_conf_dir} CACHE STRING "Folder of the agent's configuration strings")
+set(QD_STATE_DIR "/var/lib/qd" CACHE STRING "Folder of what outlives the programs' runs")
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)

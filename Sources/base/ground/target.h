@@ -13,3 +13,9 @@ bool targetIsSynology();
 
 /// The folder of the agent's configuration strings, without a slash at its end.
 const char* targetConfigurationFolder();
+
+/// The folder of what outlives the program's runs, without a slash at its end.
+const char* targetStateFolder();
+
+/// The version of the programs, such as "1.1.0".
+const char* targetProgramVersion();

@@ -1,0 +1,196 @@
+#include "Updater/command/childRun.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <optional>
+#include <string_view>
+
+#include "Updater/command/utilsExec.h"
+#include "ground/osal_io.h"
+#include "ground/osal_scoped.h"
+
+extern char** environ;
+
+namespace utils {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kTickMs = 20;
+constexpr std::size_t kMostLine = 4096;
+
+/// What becomes of the child's descriptors and signals, released at the end.
+class SpawnPlan {
+ public:
+  explicit SpawnPlan(int output) noexcept {
+    posix_spawn_file_actions_init(&files_);
+    posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&files_, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&files_, output, STDERR_FILENO);
+    posix_spawnattr_init(&attributes_);
+    posix_spawnattr_setpgroup(&attributes_, 0);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP);
+  }
+  SpawnPlan(const SpawnPlan&) = delete;
+  SpawnPlan& operator=(const SpawnPlan&) = delete;
+  ~SpawnPlan() {
+    posix_spawn_file_actions_destroy(&files_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+
+  /// The child's process id, -1 where it could not be started.
+  [[nodiscard]] pid_t start(const char* program, char* const* words,
+                            char* const* variables) const noexcept {
+    pid_t child = -1;
+    return ::posix_spawn(&child, program, &files_, &attributes_, words, variables) == 0 ? child
+                                                                                        : -1;
+  }
+
+ private:
+  posix_spawn_file_actions_t files_{};
+  posix_spawnattr_t attributes_{};
+};
+
+/// The wait status, once the child has ended.
+std::optional<int> endOf(pid_t child) {
+  int status = 0;
+  const pid_t ended = ::waitpid(child, &status, WNOHANG);
+  if (ended == 0 || (ended < 0 && errno == EINTR)) return std::nullopt;
+  return ended == child ? status : -1;
+}
+
+/// Passes a text that comes in pieces on by lines; one that is very long in parts.
+class LineCutter {
+ public:
+  explicit LineCutter(const std::function<void(const std::string&)>& onLine) : onLine_(onLine) {}
+
+  void add(std::string_view piece) {
+    for (const char c : piece) {
+      if (c == '\n' || begun_.size() == kMostLine) flush();
+      if (c != '\n') begun_ += c;
+    }
+  }
+  void end() {
+    if (!begun_.empty()) flush();
+  }
+
+ private:
+  void flush() {
+    if (onLine_) onLine_(begun_);
+    begun_.clear();
+  }
+
+  const std::function<void(const std::string&)>& onLine_;
+  std::string begun_;
+};
+
+/// Reads what is there, without waiting. Returns false when nobody can write any more.
+bool readAvailable(int fd, LineCutter& lines) {
+  std::array<char, 65536> block;
+  for (;;) {
+    const ssize_t count = osal_readSome(fd, block.data(), block.size());
+    if (count == 0) return false;
+    if (count < 0) return errno == EAGAIN;
+    lines.add({block.data(), static_cast<std::size_t>(count)});
+  }
+}
+
+bool openPipe(ScopedFd& read, ScopedFd& write) {
+  int ends[2];
+  if (::pipe(ends) != 0) return false;
+  read.reset(ends[0]);
+  write.reset(ends[1]);
+  for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+  return ::fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0;
+}
+
+/// This process's environment with what is added in place of what has the same names.
+std::vector<std::string> mergedEnvironment(const ChildRun& run) {
+  std::vector<std::string> variables;
+  for (const auto& [name, value] : run.environment) variables.push_back(name + "=" + value);
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string_view text = *variable;
+    const std::string_view name = text.substr(0, text.find('='));
+    bool replaced = false;
+    for (const auto& added : run.environment) replaced = replaced || added.first == name;
+    if (!replaced) variables.emplace_back(text);
+  }
+  return variables;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (std::string& text : texts) result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+void endGroup(pid_t child) {
+  ::kill(-child, SIGKILL);
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+}
+
+ChildEnd watch(pid_t child, int output, const ChildRun& run) {
+  LineCutter lines(run.onLine);
+  const auto until = Clock::now() + run.limit;
+  ChildEnd end;
+  bool open = true;
+  for (;;) {
+    const auto status = endOf(child);
+    pollfd readable{output, POLLIN, 0};
+    ::poll(&readable, open ? 1 : 0, status ? 0 : kTickMs);
+    open = open && readAvailable(output, lines);
+    if (status) {
+      end = {ChildEnd::How::Exited, exitStatusOf(*status)};
+      break;
+    }
+    const bool cancelled = run.cancelled && run.cancelled();
+    if (!cancelled && Clock::now() < until) continue;
+    end.how = cancelled ? ChildEnd::How::Cancelled : ChildEnd::How::TookTooLong;
+    endGroup(child);
+    if (open) readAvailable(output, lines);
+    break;
+  }
+  lines.end();
+  return end;
+}
+
+}  // namespace
+
+ChildEnd runChild(const ChildRun& run) {
+  ScopedFd read;
+  ScopedFd write;
+  if (!openPipe(read, write)) return {};
+  std::vector<std::string> words = {run.program};
+  std::vector<std::string> variables = mergedEnvironment(run);
+  const pid_t child =
+      SpawnPlan(write.get())
+          .start(run.program.c_str(), pointers(words).data(), pointers(variables).data());
+  write.reset();
+  return child < 0 ? ChildEnd{} : watch(child, read.get(), run);
+}
+
+int runShell(const char* command, int output) noexcept {
+  char shell[] = "sh";
+  char option[] = "-c";
+  char* const words[] = {shell, option, const_cast<char*>(command), nullptr};
+  const pid_t child = SpawnPlan(output).start("/bin/sh", words, environ);
+  if (child < 0) return -1;
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return -1;
+  }
+  return status;
+}
+
+}  // namespace utils

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace utils {
+
+/// A program that is run for the administrator.
+struct ChildRun {
+  std::string program;                                           ///< path
+  std::vector<std::pair<std::string, std::string>> environment;  ///< added to this process's own
+  std::chrono::seconds limit{60};
+  std::function<void(const std::string&)>
+      onLine;                       ///< of its standard output and error, as it comes
+  std::function<bool()> cancelled;  ///< asked now and then; may be empty
+};
+
+/// How it ended.
+struct ChildEnd {
+  enum class How { Exited, TookTooLong, Cancelled, NotStarted } how = How::NotStarted;
+  int status = 0;  ///< exit status, or the signal's number
+
+  [[nodiscard]] bool isGood() const { return how == How::Exited && status == 0; }
+};
+
+/// Runs the program without a shell and waits. It has a process group of its own and reads
+/// /dev/null. At the limit, or when it is cancelled, it is ended with its children. What a child
+/// that outlives it writes is not waited for. Logs nothing.
+ChildEnd runChild(const ChildRun& run);
+
+/// As `std::system`, but out of reach of the terminal's signals, in a process group of its own, and
+/// with its output in the file `output`. Returns the wait status, -1 where it could not be started.
+int runShell(const char* command, int output) noexcept;
+
+}  // namespace utils

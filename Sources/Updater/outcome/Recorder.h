@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include "Updater/outcome/RunRecord.h"
+#include "Updater/outcome/StateFolder.h"
+
+/// Tells what becomes of one run: status.json at each phase, at its end a line of the history and
+/// the metrics. What can't be written is told once in the log (WRN), and never keeps the run from
+/// going on. Nothing is thrown by what is called while the agent is stopped.
+class Recorder {
+ public:
+  /// Where records go.
+  struct Places {
+    std::string textfile;            ///< folder of the metrics; empty: none are written
+    std::string channel;             ///< named in the metrics; may be empty
+    std::uint64_t historyLimit = 0;  ///< bytes
+  };
+
+  /// `folder`, which may have failed to open, must outlive this object.
+  Recorder(StateFolder& folder, Places places);
+
+  /// The record. Whoever knows better fills it in; it is told at the next phase.
+  [[nodiscard]] RunRecord& record() { return record_; }
+
+  /// Called at each phase and whenever bytes came.
+  std::function<void(const RunRecord&)> observer;
+
+  /// The first phase: `from` is the version that is installed.
+  void begin(const std::string& from);
+
+  /// The run has come to `phase`.
+  void enter(Phase phase) noexcept;
+
+  /// Bytes of the package have come.
+  void progress(std::uint64_t bytes) noexcept;
+
+  /// The run ends with `result`; with Done it has either installed `record().to` or found nothing
+  /// to do. The last record, synchronised.
+  void finish(UpdateResult result, bool updated, const std::string& message);
+
+ private:
+  void tell(bool durable) noexcept;
+  void tellFormerRun();
+  void tellMetrics();
+  void warn(const char* what, int error) noexcept;
+  void spendTime();
+  void observe() noexcept;
+
+  StateFolder& folder_;
+  Places places_;
+  RunRecord record_;
+  std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
+  bool warned_ = false;
+};

@@ -1,0 +1,161 @@
+#include "Updater/outcome/RunRecord.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kSchema = 1;
+constexpr const char* kTimeFormat = "%Y-%m-%dT%H:%M:%SZ";
+
+constexpr std::array<std::string_view, kPhases> kPhaseNames = {
+    "check",   "fetch", "verify", "prepare",  "stop",
+    "install", "start", "health", "rollback", "done"};
+
+constexpr RunOutcome kOutcomes[] = {
+    RunOutcome::UpToDate, RunOutcome::Updated,    RunOutcome::Deferred, RunOutcome::Refused,
+    RunOutcome::Failed,   RunOutcome::RolledBack, RunOutcome::Running};
+
+Json textOrNull(const std::string& text) { return text.empty() ? Json() : Json(text); }
+
+Json timeOrNull(std::time_t time) { return textOrNull(utcText(time)); }
+
+Json jsonOf(const RunRecord& r) {
+  return {{"schema", kSchema},
+          {"run", r.run},
+          {"program", r.program},
+          {"from", r.from},
+          {"to", r.to},
+          {"phase", phaseToString(r.phase)},
+          {"outcome", outcomeToString(r.outcome)},
+          {"status", r.status},
+          {"cause", r.cause},
+          {"message", r.message},
+          {"started", utcText(r.started)},
+          {"ended", timeOrNull(r.ended)},
+          {"bytes", r.bytes},
+          {"size", r.size},
+          {"attempts", r.attempts},
+          {"rolled_back_from", textOrNull(r.rolledBackFrom)},
+          {"deferred_until", timeOrNull(r.deferredUntil)},
+          {"bad", r.bad}};
+}
+
+/// Texts from outside may be no UTF-8: what is none is replaced.
+std::string dump(const RunRecord& record, int indent) {
+  return jsonOf(record).dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::time_t timeOf(const Json& value) {
+  std::tm utc{};
+  if (!value.is_string()) return 0;
+  const auto text = value.get<std::string>();
+  return ::strptime(text.c_str(), kTimeFormat, &utc) != nullptr ? ::timegm(&utc) : 0;
+}
+
+std::string textOf(const Json& value) {
+  return value.is_string() ? value.get<std::string>() : std::string();
+}
+
+/// A label's value: the format has "\\", "\"" and the line feed escaped.
+std::string labelValue(std::string_view value) {
+  std::string escaped;
+  for (const char c : value) {
+    if (c == '\\' || c == '"') escaped += '\\';
+    escaped += c == '\n' ? ' ' : c;
+  }
+  return '"' + escaped + '"';
+}
+
+void addMetric(std::string& text, const std::string& name, const std::string& help) {
+  text += "# HELP " + name + " " + help + "\n# TYPE " + name + " gauge\n";
+}
+
+void addMetric(std::string& text, const std::string& name, const std::string& help,
+               std::uint64_t value) {
+  addMetric(text, name, help);
+  text += name + " " + std::to_string(value) + "\n";
+}
+
+}  // namespace
+
+std::string_view phaseToString(Phase phase) { return kPhaseNames[static_cast<std::size_t>(phase)]; }
+
+bool agentMayBeStopped(Phase phase) { return phase >= Phase::Stop && phase <= Phase::Rollback; }
+
+std::string utcText(std::time_t time) {
+  std::tm utc{};
+  char text[32];
+  if (time == 0 || ::gmtime_r(&time, &utc) == nullptr) return {};
+  return {text, std::strftime(text, sizeof text, kTimeFormat, &utc)};
+}
+
+std::string statusText(const RunRecord& record) { return dump(record, 2); }
+
+std::string historyLine(const RunRecord& record) { return dump(record, -1); }
+
+std::optional<RunRecord> parseRecord(std::string_view text) try {
+  const Json json = Json::parse(text);
+  if (json.at("schema") != kSchema) return std::nullopt;
+  const auto phase = std::ranges::find(kPhaseNames, textOf(json.at("phase")));
+  const auto* const outcome =
+      std::ranges::find(kOutcomes, textOf(json.at("outcome")), &outcomeToString);
+  if (phase == kPhaseNames.end() || outcome == std::end(kOutcomes)) return std::nullopt;
+  return RunRecord{.run = json.at("run"),
+                   .program = json.at("program"),
+                   .from = json.at("from"),
+                   .to = json.at("to"),
+                   .phase = static_cast<Phase>(phase - kPhaseNames.begin()),
+                   .outcome = *outcome,
+                   .status = json.at("status"),
+                   .cause = json.at("cause"),
+                   .message = json.at("message"),
+                   .started = timeOf(json.at("started")),
+                   .ended = timeOf(json.at("ended")),
+                   .bytes = json.at("bytes"),
+                   .size = json.at("size"),
+                   .attempts = json.at("attempts"),
+                   .rolledBackFrom = textOf(json.at("rolled_back_from")),
+                   .deferredUntil = timeOf(json.at("deferred_until")),
+                   .bad = json.at("bad"),
+                   .seconds = {}};
+} catch (const std::exception&) {
+  return std::nullopt;
+}
+
+std::string metricsText(const RunRecord& r, const std::string& channel, std::time_t lastSuccess) {
+  std::string text;
+  addMetric(text, "qd_update_last_run_timestamp_seconds", "When the latest run ended.",
+            static_cast<std::uint64_t>(r.ended));
+  if (lastSuccess != 0) {
+    addMetric(text, "qd_update_last_success_timestamp_seconds",
+              "When the latest run that found or left all in order ended.",
+              static_cast<std::uint64_t>(lastSuccess));
+  }
+  addMetric(text, "qd_update_status", "Exit status of the latest run.",
+            static_cast<std::uint64_t>(r.status));
+  addMetric(text, "qd_update_outcome", "1 for the outcome of the latest run.");
+  for (const RunOutcome outcome : kOutcomes) {
+    if (outcome == RunOutcome::Running) continue;
+    text += "qd_update_outcome{outcome=" + labelValue(outcomeToString(outcome)) +
+            (outcome == r.outcome ? "} 1\n" : "} 0\n");
+  }
+  addMetric(text, "qd_update_version_info", "Versions as the latest run left them.");
+  const std::string& installed = r.outcome == RunOutcome::Updated ? r.to : r.from;
+  text += "qd_update_version_info{installed=" + labelValue(installed) +
+          ",available=" + labelValue(r.to) + ",channel=" + labelValue(channel) + "} 1\n";
+  addMetric(text, "qd_update_bad_versions", "Versions that are not installed here any more.",
+            r.bad.size());
+  addMetric(text, "qd_update_downloaded_bytes", "Bytes of the package that the latest run fetched.",
+            r.bytes);
+  addMetric(text, "qd_update_duration_seconds", "Time that the latest run spent in each phase.");
+  for (std::size_t i = 0; i + 1 < kPhases; ++i) {
+    text += "qd_update_duration_seconds{phase=" + labelValue(kPhaseNames[i]) + "} " +
+            std::to_string(r.seconds[i]) + "\n";
+  }
+  return text;
+}
