@@ -43,9 +43,11 @@ Version::Version(const std::string& text) {
 
 bool Version::isValid() const { return !(*this == Version()); }
 
-void Version::print(std::ostringstream& out) const {
-  out << std::to_string(major) << '.' << std::to_string(minor) << '.' << std::to_string(patch)
-      << '.' << std::to_string(build);
+void Version::print(std::ostringstream& out) const { out << versionText(*this); }
+
+std::string versionText(const Version& version) {
+  return std::to_string(version.major) + '.' + std::to_string(version.minor) + '.' +
+         std::to_string(version.patch) + '.' + std::to_string(version.build);
 }
 
 bool operator==(const Version& a, const Version& b) { return !(a < b) && !(b < a); }

@@ -25,6 +25,9 @@ class Version : public QDStreamLoggerImpl {
   int build = -1;
 };
 
+/// As `print` writes it.
+std::string versionText(const Version& version);
+
 bool operator==(const Version& a, const Version& b);
 bool operator<(const Version& a, const Version& b);
 bool operator<=(const Version& a, const Version& b);
