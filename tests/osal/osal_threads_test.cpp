@@ -2,11 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
-#include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "Said.h"
 #include "osal/osal_deadline.h"
@@ -25,115 +26,104 @@ TEST(OsalDeadline, AddsAndCarries) {
   EXPECT_FALSE(osal_deadlineAfter({-1, 0}, 1000));
 }
 
-TEST(OSAL_Mutex, IsUsableBetweenInitAndDestroy) {
-  OSAL_Mutex mutex;
-  const auto refused = [&mutex](auto operation, const std::string& error) {
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(operation(mutex), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "OSAL_Mutex::" + error + "\n");
+#if defined(__linux__)
+TEST(OsalThread, HasTheWholePagesOfStackAskedForAndTellsItsClass) {
+  struct Seen {
+    OSAL_Semaphore done;
+    std::size_t stack = 0;
   };
-  refused([](OSAL_Mutex& m) { return m.lockMutex(); }, "lockMutex - Invalid handle");
-  refused([](OSAL_Mutex& m) { return m.unlockMutex(); }, "unlockMutex - Invalid handle");
-  EXPECT_EQ(mutex.destroyMutex(), 0);
-  EXPECT_EQ(mutex.initMutex("name"), 0);
-  refused([](OSAL_Mutex& m) { return m.initMutex("name"); },
-          "initMutex - Cannot initialize mutex (already initialized)");
-  EXPECT_EQ(mutex.destroyMutex(), 0);
-  EXPECT_EQ(mutex.initMutex(nullptr), 0);
-  EXPECT_EQ(mutex.destroyMutex(), 0);
+  const auto look = [](void* arg) -> void* {
+    auto& seen = *static_cast<Seen*>(arg);
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getstacksize(&attributes, &seen.stack);
+    pthread_attr_destroy(&attributes);
+    seen.done.post();
+    return nullptr;
+  };
+  constexpr unsigned int kSize = 77U << 20;  // more than any thread before has left behind
+  constexpr std::pair<unsigned int, const char*> kCases[] = {{kSize + 1, "unspecified"},
+                                                             {kSize + 2, "efficiency"},
+                                                             {kSize + 3, "performance"},
+                                                             {kSize + 4, "default"},
+                                                             {0, ""}};
+  int qos = 0;
+  for (const auto& [size, name] : kCases) {
+    Said said("OSAL:5;");
+    Seen seen;
+    seen.done.init(0);
+    EXPECT_EQ(said(osal_launchThread(look, size, &seen, "scan", static_cast<OSAL_QOS>(qos++))),
+              std::string("0 DBG Set QoS to ") + name + " for thread \"scan\"");
+    seen.done.wait();
+    EXPECT_GE(seen.stack, size == 0 ? 1 : kSize + 4096);
+  }
 }
+#endif
 
 TEST(OSAL_Event, LatchesOneNotificationForOneWaitBetweenInitAndDestroy) {
   Said said("OSAL:5;");
   OSAL_Event event;
   EXPECT_EQ(said(event.notify()), "-1 EL2 OSAL_Event::notify - Invalid handle");
-  EXPECT_EQ(said(event.waitForNotification(kLong)),
-            "-1 EL2 OSAL_Event::waitForNotification - Invalid handle");
-  EXPECT_EQ(said(event.destroyEvent()), "0");
-  EXPECT_EQ(said(event.initEvent()), "0 DBG OSAL_Event::initEvent - Event initialized (@)");
-  EXPECT_EQ(said(event.initEvent()),
-            "-1 EL2 OSAL_Event::initEvent - Cannot initialize event (already initialized)");
+  EXPECT_EQ(event.waitForNotification(kLong), -1);
+  EXPECT_EQ(event.initEvent(), 0);
+  EXPECT_EQ(event.initEvent(), -1);
+  said.clear();
   EXPECT_EQ(said(event.notify()), "0 DBG OSAL_Event::notify - Notify (@)");
   EXPECT_EQ(said(event.notify()), "0 DBG OSAL_Event::notify - Already notified (@)");
   EXPECT_EQ(said(event.waitForNotification(kLong)),
             "0 DBG OSAL_Event::waitForNotification - already notified (@)");
-  EXPECT_THAT(said(event.waitForNotification(0)),
-              testing::MatchesRegex("0 DBG .* - Wait for notification .@. [|] WRN "
-                                    "OSAL_Event::waitForNotification - Timed out .@."));
-  EXPECT_EQ(event.notify(), 0);  // is forgotten with the event
-  said.clear();
-  EXPECT_EQ(said(event.destroyEvent()), "0 DBG OSAL_Event::destroyEvent - Event destroyed (@)");
-  EXPECT_EQ(event.initEvent(), 0);
-  EXPECT_EQ(event.waitForNotification(0), 0);
-  EXPECT_TRUE(said().ends_with("Timed out (@)"));
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_TRUE(said(event.waitForNotification(0))
+                    .ends_with(" | WRN OSAL_Event::waitForNotification - Timed out (@)"));
+    EXPECT_EQ(event.notify(), 0);  // is forgotten with the event
+    EXPECT_EQ(event.destroyEvent(), 0);
+    EXPECT_EQ(event.destroyEvent(), 0);
+    EXPECT_EQ(event.initEvent(), 0);
+  }
   EXPECT_EQ(event.destroyEvent(), 0);
 }
 
-TEST(OSAL_Event, AWaitThatWaitedClearsTheLatch) {
+TEST(OSAL_Event, WakesEveryWaiterAndIsCleared) {
   LogCapture log("OSAL:5;");
   OSAL_Event event;
   ASSERT_EQ(event.initEvent(), 0);
   log.clear();
-  std::thread notifier([&] {
-    while (log.lines().empty()) std::this_thread::yield();  // the wait has not begun
-    EXPECT_EQ(event.notify(), 0);
-  });
-  EXPECT_EQ(event.waitForNotification(kLong), 0);
-  notifier.join();
+  std::vector<std::thread> waiters;
+  for (int i = 0; i < 3; ++i) {
+    waiters.emplace_back([&] { EXPECT_EQ(event.waitForNotification(kLong), 0); });
+  }
+  // Each says so before it waits, with the lock held that the notification takes.
+  while (log.lines().size() < 3) std::this_thread::yield();
+  EXPECT_EQ(event.notify(), 0);
+  for (std::thread& waiter : waiters) waiter.join();
   EXPECT_THAT(log.lines(), testing::Not(testing::Contains(testing::HasSubstr("Timed out"))));
   EXPECT_EQ(event.waitForNotification(0), 0);
   EXPECT_THAT(log.lines().back(), testing::HasSubstr("Timed out"));
   EXPECT_EQ(event.destroyEvent(), 0);
 }
 
-TEST(OSAL_Event, WakesEveryWaiter) {
-  Said said("OSAL:3;");
-  OSAL_Event event;
-  ASSERT_EQ(event.initEvent(), 0);
-  std::atomic<int> awake = 0;
-  std::vector<std::thread> waiters;
-  for (int i = 0; i < 3; ++i) {
-    waiters.emplace_back([&] {
-      EXPECT_EQ(event.waitForNotification(kLong), 0);
-      ++awake;
-    });
-  }
-  // A waiter that comes after the latch was consumed needs a notification of its own.
-  while (awake < 3) {
-    event.notify();
-    std::this_thread::yield();
-  }
-  for (std::thread& waiter : waiters) waiter.join();
-  EXPECT_EQ(said(), "");
-  EXPECT_EQ(event.destroyEvent(), 0);
-}
-
 TEST(OSAL_Semaphore, CountsUpToItsLimitBetweenInitAndDestroy) {
-  Said said("OSAL:5;");
+  Said said("OSAL:3;");
   OSAL_Semaphore semaphore;
-  const std::string deadline =
-      "OSAL_Semaphore::timedwait .ts.tv_sec = [0-9]+ ; ts.tv_nsec = [0-9]+.";
-  EXPECT_EQ(said(semaphore.destroySemaphore()), "0");
-  EXPECT_EQ(said(semaphore.wait()), "-1 EL2 OSAL_Semaphore::wait - Cannot lock mx (22)");
-  EXPECT_THAT(said(semaphore.timedwait(kLong)),
-              testing::MatchesRegex("-1 DBG " + deadline +
-                                    " [|] EL2 OSAL_Semaphore::timedwait - Cannot lock mx .22. [|] "
-                                    "EL2 OSAL_Semaphore::timedwait - Cannot unlock mx .22."));
-  EXPECT_EQ(said(semaphore.init(32'768)),
-            "-1 EL2 OSAL_Semaphore::init - Cannot initialize semaphore (count too high)");
-  EXPECT_EQ(said(semaphore.init(32'766)), "0");
-  EXPECT_EQ(said(semaphore.init(0)),
-            "-1 EL2 OSAL_Semaphore::init - Cannot initialize semaphore (already initialized)");
-  EXPECT_EQ(said(semaphore.post()), "0");
-  EXPECT_EQ(said(semaphore.post()), "-1 EL2 OSAL_Semaphore::post - Cannot increment count");
-  EXPECT_EQ(said(semaphore.wait()), "0");
-  EXPECT_THAT(said(semaphore.timedwait(0)), testing::MatchesRegex("1 DBG " + deadline));
+  EXPECT_EQ(said(semaphore.timedwait(kLong)),
+            "-1 EL2 OSAL_Semaphore::timedwait - Cannot lock mx (22) | "
+            "EL2 OSAL_Semaphore::timedwait - Cannot unlock mx (22)");
+  EXPECT_EQ(semaphore.init(32'768), -1);
+  EXPECT_EQ(semaphore.init(32'766), 0);
+  EXPECT_EQ(semaphore.init(0), -1);
+  EXPECT_EQ(semaphore.post(), 0);
+  EXPECT_EQ(semaphore.post(), -1);
+  EXPECT_EQ(said(),
+            "EL2 OSAL_Semaphore::init - Cannot initialize semaphore (count too high) | "
+            "EL2 OSAL_Semaphore::init - Cannot initialize semaphore (already initialized) | "
+            "EL2 OSAL_Semaphore::post - Cannot increment count");
+  EXPECT_EQ(semaphore.wait(), 0);
+  EXPECT_EQ(semaphore.timedwait(0), 1);
   int taken = 2;
   while (semaphore.trywait() == 1) ++taken;
   EXPECT_EQ(taken, 32'767);
-  EXPECT_THAT(said(semaphore.timedwait(1)), testing::MatchesRegex("0 DBG " + deadline));
-  EXPECT_EQ(said(semaphore.destroySemaphore()),
-            "0 DBG OSAL_Semaphore::destroySemaphore - Semaphore destroyed (@)");
+  EXPECT_EQ(semaphore.timedwait(1), 0);
+  EXPECT_EQ(semaphore.destroySemaphore(), 0);
   EXPECT_EQ(semaphore.init(1), 0);  // and is destroyed with the object
 }
 
@@ -144,16 +134,14 @@ TEST(OSAL_Semaphore, EveryPostWakesAWaiterOfItsOwn) {
   };
   for (int i = 0; i < 200; ++i) {
     const auto round = std::make_shared<Round>();
-    ASSERT_EQ(round->units.init(0), 0);
-    ASSERT_EQ(round->done.init(0), 0);
+    ASSERT_EQ(round->units.init(0) + round->done.init(0), 0);
     const auto wait = [round] {
       round->units.wait();
       round->done.post();
     };
     std::thread waiters[] = {std::thread(wait), std::thread(wait)};
     if (i % 2 == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
-    EXPECT_EQ(round->units.post(), 0);
-    EXPECT_EQ(round->units.post(), 0);
+    EXPECT_EQ(round->units.post() + round->units.post(), 0);
     const bool awake = round->done.timedwait(kLong) == 1 && round->done.timedwait(kLong) == 1;
     // One that sleeps on is left behind, with the round that it waits in.
     for (std::thread& waiter : waiters) awake ? waiter.join() : waiter.detach();

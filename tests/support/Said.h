@@ -13,10 +13,13 @@
 ///   EXPECT_EQ(said(file.sync()), "-1 ERR Invalid handle (sync)");
 class Said {
  public:
-  explicit Said(const std::string& levels);
+  explicit Said(const std::string& levels)
+      : log_(levels.c_str()), module_(levels.substr(0, levels.find(':') + 1)) {}
 
   /// From now on `text` is told as `name`.
-  void rename(std::string text, std::string name);
+  void rename(std::string text, std::string name) {
+    names_.emplace_back(std::move(text), std::move(name));
+  }
 
   /// Forgets the records so far.
   void clear() { log_.clear(); }

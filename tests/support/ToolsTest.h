@@ -1,15 +1,13 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <functional>
 #include <string>
 
-#include "Files.h"
+#include "FolderTest.h"
 #include "Limits.h"
 #include "LogCapture.h"
-#include "TempFolder.h"
 #include "tools/QDException.h"
 
 /// What the tools layer says when it refuses: the one line in module EXCP that `operation` logs, as
@@ -45,21 +43,6 @@ inline std::string pattern(std::size_t size) {
   for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * i / 7);
   return bytes;
 }
-
-/// A folder for each test, which may not leave descriptors open.
-class ToolsFolder : public testing::Test {
- protected:
-  ~ToolsFolder() override { EXPECT_EQ(openDescriptors(), before); }
-
-  [[nodiscard]] std::string root() const { return folder.path().string(); }
-  /// The path of what is called `name` in the folder, as messages show it.
-  [[nodiscard]] std::string quoted(const std::string& name) const {
-    return '"' + (folder / name) + '"';
-  }
-
-  const TempFolder folder{cheapBase()};
-  const std::ptrdiff_t before = openDescriptors();
-};
 
 /// Runs `body` on a thread of its own with a stack of 64 KiB, to its end.
 inline void runOnSmallStack(std::function<void()> body) {

@@ -3,11 +3,9 @@
 #include "tools/QDFile.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -20,10 +18,9 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 
-class QDFileTest : public ToolsFolder {
+class QDFileTest : public FolderTest {
  protected:
   static std::string copy(const std::string& from, const std::string& to, bool keepBackup) {
     return refusal([&] { QDFile::copy(bytes(from), bytes(to), keepBackup); });
@@ -39,18 +36,18 @@ class QDFileTest : public ToolsFolder {
 };
 
 TEST_F(QDFileTest, CreatesParentsOnlyWhereItMayCreateAndIsAskedTo) {
-  const std::string path = folder / "d1/d2/f";
+  const std::string deep = folder / "d1/d2/f";
   const auto open = [&](QDOpenMode mode, unsigned short options) {
-    return refusal([&] { QDFile().open(bytes(path), mode, options); });
+    return refusal([&] { QDFile().open(bytes(deep), mode, options); });
   };
   const std::string cannot = refused("Cannot open file " + quoted("d1/d2/f"));
   EXPECT_EQ(open(QD_OPENMODE_RWCANCREATE, 0), cannot);
   EXPECT_EQ(open(QD_OPENMODE_RWEXISTING, QDFILE_OPEN_PARENTS), cannot);
   EXPECT_FALSE(fs::exists(folder / "d1"));
   EXPECT_EQ(open(QD_OPENMODE_RWCANCREATE, QDFILE_OPEN_PARENTS), "nothing");
-  writeFile(path, "kept");
-  EXPECT_FALSE(QDFile::createEmpty(bytes(path)));
-  EXPECT_EQ(content(path), "kept");
+  writeFile(deep, "kept");
+  EXPECT_FALSE(QDFile::createEmpty(bytes(deep)));
+  EXPECT_EQ(content(deep), "kept");
 }
 
 TEST_F(QDFileTest, CleansPathsUpInPlace) {
@@ -59,10 +56,10 @@ TEST_F(QDFileTest, CleansPathsUpInPlace) {
   longest.back() = 'a';
   for (const auto& [in, out] : std::initializer_list<std::pair<std::string, std::string>>{
            {"///", "/"}, {"//a///./../b//", "/a/./../b"}, {"//" + longest + "//", longest}}) {
-    std::string path = in;
-    auto* const place = reinterpret_cast<unsigned char*>(path.data());
+    std::string copied = in;
+    auto* const place = reinterpret_cast<unsigned char*>(copied.data());
     EXPECT_EQ(QDFile::cleanupPath(place, place), place);
-    EXPECT_EQ(path.c_str(), out);
+    EXPECT_EQ(copied.c_str(), out);
   }
   unsigned char out[4097];
   EXPECT_EQ(refusal([&] { QDFile::cleanupPath(bytes(longest + "a"), out); }),

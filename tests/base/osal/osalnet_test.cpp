@@ -1,4 +1,4 @@
-// Routing messages, and which names are this machine's.
+// Routing messages, which names are this machine's, and what systems are called.
 
 #include "base/osal/osalnet.h"
 
@@ -6,116 +6,93 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <functional>
 #include <optional>
 #include <span>
 
+#include "base/osal/osalsysinfo.h"
 #include "osal/osal_routemsg.h"
 
 namespace {
 
 using routemsg::Fault;
+using namespace std::string_literals;
 
-const std::string kHost("\xC0\0\x02\x07", 4);
-const std::string kGateway("\x7F\0\0\x01", 4);
 constexpr std::size_t kStart = sizeof(routemsg::Header);
+constexpr auto kNone = std::nullopt;
+const std::string kHost = "\xC0\0\x02\x07"s;
 
-/// A routing reply put together piece by piece. The header is right until a test changes it.
-struct RouteReply {
-  RouteReply() {
-    header.rtm_version = routemsg::kVersion;
-    header.rtm_type = routemsg::kGet;
-    header.rtm_flags = routemsg::kUp | routemsg::kGateway;
-    header.rtm_pid = static_cast<int>(::getpid());
-    header.rtm_seq = routemsg::kSequence;
-  }
-
-  /// Appends an address of any bytes, whose first is its length, and its padding.
-  RouteReply& add(int bit, const std::string& address) {
-    header.rtm_addrs |= bit;
-    addresses += address;
-    addresses.resize(addresses.size() +
-                     routemsg::paddedLength(static_cast<std::uint8_t>(address.size())) -
-                     address.size());
-    return *this;
-  }
-  RouteReply& addInet(int bit, const std::string& fourBytes) {
-    return add(bit, std::string("\x10\x02\0\0", 4) + fourBytes + std::string(8, '\0'));
-  }
-  RouteReply& addLink(const std::string& name) {
-    std::string link = std::string(8, '\0') + name;
-    if (link.size() < sizeof(routemsg::Link)) link.resize(sizeof(routemsg::Link));
-    link[0] = static_cast<char>(link.size());
-    link[1] = static_cast<char>(routemsg::kLinkFamily);
-    link[5] = static_cast<char>(name.size());
-    return add(routemsg::kHasInterface, link);
-  }
-
-  [[nodiscard]] std::string bytes() const {
-    routemsg::Header complete = header;
-    complete.rtm_msglen = static_cast<std::uint16_t>(kStart + addresses.size() + lengthError);
-    std::string message(kStart, '\0');
-    std::memcpy(message.data(), &complete, kStart);
-    return message + addresses;
-  }
-
+/// A reply as the kernel sends it, with these addresses; `spoil` changes its header.
+template <typename Spoil>
+std::string reply(int which, const std::string& addresses, Spoil spoil) {
   routemsg::Header header{};
-  std::string addresses;
-  std::size_t lengthError = 0;  ///< what the header's length is too large by
-};
+  header.rtm_msglen = static_cast<std::uint16_t>(kStart + addresses.size());
+  header.rtm_version = routemsg::kVersion;
+  header.rtm_type = routemsg::kGet;
+  header.rtm_flags = routemsg::kUp | routemsg::kGateway;
+  header.rtm_addrs = which;
+  header.rtm_pid = static_cast<int>(::getpid());
+  header.rtm_seq = routemsg::kSequence;
+  spoil(header);
+  std::string message(kStart, '\0');
+  std::memcpy(message.data(), &header, kStart);
+  return message + addresses;
+}
 
 std::span<const unsigned char> span(const std::string& message) {
   return {reinterpret_cast<const unsigned char*>(message.data()), message.size()};
 }
-routemsg::Reply parse(const std::string& message) { return routemsg::parseReply(span(message)); }
+
+std::string inet(const std::string& fourBytes, char length = '\x10') {
+  return length + "\x02\0\0"s + fourBytes + std::string(8, '\0');
+}
+std::string link(const std::string& name, std::size_t nameLength) {
+  return "\x14\x12\0\0\0"s + static_cast<char>(nameLength) + "\0\0"s + name +
+         std::string(12 - name.size(), '\0');
+}
 
 TEST(RouteMessage, AsksForAHostAndItsInterface) {
   routemsg::Buffer buffer;
   std::memset(&buffer, 0xEE, sizeof buffer);
   ASSERT_EQ(routemsg::buildRequest(reinterpret_cast<const unsigned char*>(kHost.data()), buffer),
             128U);
-  std::string expected("\x80\0\x05\x04\0\0\0\0\x07\x08\0\0\x11\0\0\0\0\0\0\0\x01\0\0\0", 24);
+  std::string expected = "\x80\0\x05\x04\0\0\0\0\x07\x08\0\0\x11\0\0\0\0\0\0\0\x01\0\0\0"s;
   expected.resize(kStart);
-  expected += std::string("\x10\x02\0\0", 4) + kHost + std::string(8, '\0') + "\x14\x12";
+  expected += inet(kHost) + "\x14\x12";
   expected.resize(sizeof buffer);
   EXPECT_EQ(std::memcmp(&buffer, expected.data(), expected.size()), 0);
 }
 
 TEST(RouteMessage, FindsGatewayAndInterfaceAndTrustsNoLength) {
-  const auto none = std::nullopt;
-  const auto reply = [] { return RouteReply(); };
-  const auto withByte = [](RouteReply other, std::size_t offset, int value) {
-    other.addresses[offset] = static_cast<char>(value);
-    return other;
-  };
-  const RouteReply toGateway = reply().addInet(2, kGateway);
-  const RouteReply toInterface = reply().addLink("en0");
-  RouteReply direct = toGateway;
-  direct.header.rtm_flags = routemsg::kUp;
+  constexpr int kDestination = 1;
+  constexpr int kGateway = 2;
+  constexpr int kMask = 4;
+  constexpr int kInterface = 16;
+  const std::string en0 = link("en0", 3);
+  const auto nothing = [](routemsg::Header&) {};
+  const auto direct = [](routemsg::Header& header) { header.rtm_flags = routemsg::kUp; };
   const struct {
     const char* what;
-    RouteReply reply;
+    std::string message;
     std::optional<std::size_t> gateway;
     std::optional<std::size_t> interface;
   } kCases[] = {
-      {"both", reply().addInet(1, kHost).addInet(2, kGateway).addLink("en0"), kStart + 16,
-       kStart + 32},
+      {"all", reply(19, inet(kHost) + inet(kHost) + en0, nothing), kStart + 16, kStart + 32},
       {"a mask without bytes takes four",
-       reply().addInet(2, kGateway).add(4, std::string(1, '\0')).addLink("en0"), kStart,
+       reply(kGateway | kMask | kInterface, inet(kHost) + "\0\0\0\0"s + en0, nothing), kStart,
        kStart + 20},
-      {"a gateway of too few bytes", reply().add(2, std::string("\x08\x02\0\0", 4) + kGateway),
-       none, none},
-      {"a gateway", toGateway, kStart, none},
-      {"fewer addresses than told", reply().addInet(1, kHost).add(2, ""), none, none},
-      {"a gateway of a direct route", direct, none, none},
-      {"a gateway of length 15", withByte(toGateway, 0, 15), none, none},
-      {"a gateway of length 17", withByte(toGateway, 0, 17), none, none},
-      {"a name of 12 bytes", withByte(toInterface, 5, 12), none, kStart},
-      {"a name of 13 bytes", withByte(toInterface, 5, 13), none, none},
+      {"a gateway of too few bytes", reply(kGateway, "\x08\x02\0\0"s + kHost, nothing), kNone,
+       kNone},
+      {"fewer addresses than told", reply(kDestination | kGateway, inet(kHost), nothing), kNone,
+       kNone},
+      {"a gateway of a direct route", reply(kGateway, inet(kHost), direct), kNone, kNone},
+      {"a gateway of length 15", reply(kGateway, inet(kHost, '\x0F'), nothing), kNone, kNone},
+      {"a gateway of length 17", reply(kGateway, inet(kHost, '\x11'), nothing), kNone, kNone},
+      {"a name of 12 bytes", reply(kInterface, link("en0", 12), nothing), kNone, kStart},
+      {"a name of 13 bytes", reply(kInterface, link("en0", 13), nothing), kNone, kNone},
   };
   for (const auto& [what, message, gateway, interface] : kCases) {
     SCOPED_TRACE(what);
-    const routemsg::Reply found = parse(message.bytes());
+    const routemsg::Reply found = routemsg::parseReply(span(message));
     EXPECT_EQ(found.fault, Fault::None);
     EXPECT_EQ(found.gateway, gateway);
     EXPECT_EQ(found.interface, interface);
@@ -123,45 +100,57 @@ TEST(RouteMessage, FindsGatewayAndInterfaceAndTrustsNoLength) {
 }
 
 TEST(RouteMessage, TellsWhatIsWrongAndWhoseAnswerItIs) {
-  const std::pair<Fault, std::function<void(RouteReply&)>> kCases[] = {
-      {Fault::None, [](RouteReply&) {}},
-      {Fault::Version, [](RouteReply& r) { r.header.rtm_version = 4; }},
-      {Fault::Length, [](RouteReply& r) { r.lengthError = 8; }},
-      {Fault::Length, [](RouteReply& r) { r.lengthError = static_cast<std::size_t>(-1); }},
-      {Fault::Refused, [](RouteReply& r) { r.header.rtm_errno = 65; }},
-      {Fault::NoAddresses, [](RouteReply& r) { r.header.rtm_addrs = 0; }}};
-  const int pid = ::getpid();
-  for (const auto& [fault, spoil] : kCases) {
-    RouteReply reply = RouteReply().addLink("en0");
-    spoil(reply);
-    EXPECT_EQ(parse(reply.bytes()).fault, fault);
-    EXPECT_TRUE(routemsg::answers(span(reply.bytes()), pid));
-    EXPECT_FALSE(routemsg::answers(span(reply.bytes()), pid + 1));
+  constexpr struct {
+    Fault fault;
+    bool answers;
+    void (*spoil)(routemsg::Header&);
+  } kCases[] = {{Fault::None, true, [](routemsg::Header&) {}},
+                {Fault::None, false, [](routemsg::Header& h) { ++h.rtm_pid; }},
+                {Fault::None, false, [](routemsg::Header& h) { ++h.rtm_seq; }},
+                {Fault::Version, true, [](routemsg::Header& h) { h.rtm_version = 4; }},
+                {Fault::Length, true, [](routemsg::Header& h) { ++h.rtm_msglen; }},
+                {Fault::Length, true, [](routemsg::Header& h) { --h.rtm_msglen; }},
+                {Fault::Refused, true, [](routemsg::Header& h) { h.rtm_errno = 65; }},
+                {Fault::NoAddresses, true, [](routemsg::Header& h) { h.rtm_addrs = 0; }}};
+  for (const auto& [fault, answers, spoil] : kCases) {
+    const std::string message = reply(16, link("en0", 3), spoil);
+    EXPECT_EQ(routemsg::parseReply(span(message)).fault, fault);
+    EXPECT_EQ(routemsg::answers(span(message), ::getpid()), answers);
+    const std::string cut = message.substr(0, kStart - 1);
+    EXPECT_EQ(routemsg::parseReply(span(cut)).fault, Fault::Short);
+    EXPECT_FALSE(routemsg::answers(span(cut), ::getpid()));
   }
-  EXPECT_EQ(parse(std::string(kStart - 1, '\0')).fault, Fault::Short);
-  RouteReply earlier;
-  ++earlier.header.rtm_seq;
-  EXPECT_FALSE(routemsg::answers(span(earlier.bytes()), pid));
-  EXPECT_FALSE(routemsg::answers(span(RouteReply().bytes().substr(0, kStart - 1)), pid));
 }
 
 TEST(OsalNet, KnowsAddressesAndNamesOfThisMachine) {
-  EXPECT_TRUE(isIPlocal(0x7F000001));
-  EXPECT_TRUE(isIPlocal(0x7FFFFFFF));
-  EXPECT_FALSE(isIPlocal(0x80000000));
-  EXPECT_FALSE(isIPlocal(0x0100007F));
+  EXPECT_TRUE(isIPlocal(0x7F000001) && isIPlocal(0x7FFFFFFF));
+  EXPECT_FALSE(isIPlocal(0x80000000) || isIPlocal(0x0100007F));
   char own[129] = {};
   ASSERT_EQ(::gethostname(own, sizeof own - 1), 0);
   for (const char* const host : {"127.", "::1", "LOCALHOST", const_cast<const char*>(own)}) {
     EXPECT_TRUE(isHostLocal(host)) << host;
   }
-  for (const char* const host : {"128.0.0.1", "localhost2", ""}) {
-    EXPECT_FALSE(isHostLocal(host)) << host;
+  for (const char* const host :
+       {"128.0.0.1", "localhost2", "", static_cast<const char*>(nullptr)}) {
+    EXPECT_FALSE(isHostLocal(host));
   }
-  EXPECT_FALSE(isHostLocal(nullptr));
   EXPECT_TRUE(osalnet_isLocalOn("box.example.org", "BOX"));
   EXPECT_FALSE(osalnet_isLocalOn("box.example.org", "bo"));
   EXPECT_FALSE(osalnet_isLocalOn("box.example.org", "boxx"));
+}
+
+TEST(OsalSysinfo, NamesMacOSVersions) {
+  const std::pair<std::array<int, 3>, const char*> kCases[] = {
+      {{10, -1, 3}, "Mac OS X 10.-1.3"},           {{10, 7, 5}, "Mac OS X 10.7.5 (Lion)"},
+      {{10, 8, 5}, "OS X 10.8.5 (Mountain Lion)"}, {{10, 12, 6}, "macOS 10.12.6 (Sierra)"},
+      {{10, 16, 0}, "macOS 11.0 (Big Sur)"},       {{10, 21, 6}, "macOS 16.6"},
+      {{15, 1, 1}, "macOS 15.1 (Sequoia)"},        {{16, 2, 0}, "macOS 16.2.0"},
+      {{26, 0, 1}, "macOS 26.0 (Tahoe)"},          {{27, 0, 0}, "macOS 27.0.0"}};
+  for (const auto& [v, expected] : kCases) {
+    EXPECT_EQ(osalsysinfo_macOSDescription(v[0], v[1], v[2]), expected);
+  }
+  EXPECT_TRUE(osalsysinfo_isArm64Kernel("xnu-10063.121.3~5/RELEASE_ARM64_T6000"));
+  EXPECT_FALSE(osalsysinfo_isArm64Kernel("xnu-10063.121.3~5/RELEASE_X86_64"));
 }
 
 }  // namespace

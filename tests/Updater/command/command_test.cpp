@@ -1,9 +1,8 @@
-// What runs other programs, and the lock meanwhile.
+// What runs other programs, and how words reach a shell.
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -12,11 +11,10 @@
 #include "TempFolder.h"
 #include "Updater/command/boostProcess.h"
 #include "Updater/command/utilsExec.h"
-#include "Updater/procedure/lockFile.h"
+#include "Updater/command/utilsShell.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace utils;
 
 TEST(Exec, ReturnsTheStatusAndOnSuccessTheLines) {
@@ -39,7 +37,7 @@ TEST(Execlog, LogsOutputThenErrorsAlsoWhenBothPipesFill) {
   const TempFolder folder;
   std::string script = folder / "both";
   writeFile(script, "#!/bin/sh\nseq 20001 40000 >&2\nseq 20000\nexit 4\n");
-  fs::permissions(script, fs::perms::owner_all);
+  std::filesystem::permissions(script, std::filesystem::perms::owner_all);
   const LogCapture log(QDLOG_ROOT, 0);
   EXPECT_EQ(execlog(script), 4);
   const std::vector<std::string> lines = log.lines();
@@ -51,18 +49,15 @@ TEST(Execlog, LogsOutputThenErrorsAlsoWhenBothPipesFill) {
   EXPECT_THROW(execlog(missing), bp::process_error);
 }
 
-TEST(LockFile, IsWrittenWholeAndReadBack) {
-  const TempFolder folder;
-  const std::string path = folder / "lock";
-  ASSERT_TRUE(writeLock(path, 1700000000123));
-  EXPECT_EQ(content(path), "1700000000123\n");
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 1) << "nothing else is left";
-  EXPECT_EQ(readLock(path), 1700000000123);
-  writeFile(path, "  -5\r\nx");
-  EXPECT_EQ(readLock(path), -5);
-  for (const char* const text : {"", "abc", "99999999999999999999"}) {
-    writeFile(path, text);
-    EXPECT_THROW(readLock(path), std::logic_error) << text;
+TEST(UtilsShell, QuotesOnlyWhatNeedsIt) {
+  constexpr const char* kCases[][3] = {
+      {"/a_1.2+3:4=5@6%7,8-9.deb", "/a_1.2+3:4=5@6%7,8-9.deb", "/a_1.2+3:4=5@6%7,8-9.deb"},
+      {"it's b", "'it'\\''s b'", "it's b"},
+      {"$(id)`id`\"\\", "'$(id)`id`\"\\'", "\\$(id)\\`id\\`\\\"\\\\"},
+      {"", "", ""}};
+  for (const auto& [text, word, quoted] : kCases) {
+    EXPECT_EQ(shellWord(text), word);
+    EXPECT_EQ(shellQuotedText(text), quoted);
   }
 }
 

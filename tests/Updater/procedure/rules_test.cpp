@@ -1,0 +1,44 @@
+// What the procedure decides by numbers and texts, and its lock.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+#include "Files.h"
+#include "TempFolder.h"
+#include "Updater/procedure/lockFile.h"
+#include "Updater/procedure/updateRules.h"
+
+namespace {
+
+TEST(UpdateRules, DecideByNumbersAndTexts) {
+  EXPECT_EQ(digestIn("0123456789abcdef  setup.deb\n"), "0123456789abcdef");
+  EXPECT_EQ(digestIn("a\tb\n"), std::nullopt);
+  constexpr unsigned long long kMiB = 1ULL << 20;
+  EXPECT_EQ(downloadLimit(100 * kMiB), 200 * kMiB);
+  EXPECT_EQ(downloadLimit(10 * kMiB), 74 * kMiB);
+  EXPECT_EQ(downloadLimit(~0ULL / 2 + 1), ~0ULL);
+  constexpr long long kNow = 1'700'000'000'000;
+  EXPECT_TRUE(lockHolds(kNow - 3600000, kNow));
+  EXPECT_FALSE(lockHolds(kNow - 3600001, kNow));
+}
+
+TEST(LockFile, IsWrittenWholeAndReadBack) {
+  const TempFolder folder;
+  const std::string path = folder / "lock";
+  ASSERT_TRUE(writeLock(path, 1700000000123));
+  EXPECT_EQ(content(path), "1700000000123\n");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1)
+      << "nothing else is left";
+  EXPECT_EQ(readLock(path), 1700000000123);
+  writeFile(path, "  -5\r\nx");
+  EXPECT_EQ(readLock(path), -5);
+  for (const char* const text : {"", "abc", "99999999999999999999"}) {
+    writeFile(path, text);
+    EXPECT_THROW(readLock(path), std::logic_error) << text;
+  }
+}
+
+}  // namespace
