@@ -5,115 +5,83 @@ commands and files."""
 import re
 import sys
 import time
+from functools import partial
 
-from harness import (NOBODY, Answer, Row, blocks, difference, fill, items, main, read,
-                     redirect, write)
+from harness import (NOBODY, Answer, Row, blocks, difference, fill, items, main, read, redirect,
+                     write)
 from harness.linux import (BLOCKS, DEB, DEFINITION, DIGEST, PACKAGE, SUM, VERSION, WRONG,
                            entry)
 
 GET, HEAD = "GET " + DEB, "HEAD " + DEB
 SHORT = PACKAGE[1:]
 HOUR = 3600000
-OTHER_SUM = "0123456789abcdef0123456789abcdef"
-CHOSEN = [entry("off.deb", enable="false"), entry("other.deb", arch="{Other}"), entry("agent.rpm"),
-          entry("agent.deb", "/here", os=2, version="now.txt", digest="sum",
-                enable='true, "further": 1'), '{"name": "too late"}']
 
-TEXTS = BLOCKS | blocks("""
-[lock]
-{T}/upgrade_ovt.lock
-[held]
-{greeting}
-DBG Lock file is [{lock}]
-{another} {lock time} : lock file location is {lock}
-[another]
-NFY Another instance of has been launched less than one hour ago
-[lock unreadable]
-{greeting}
-DBG Lock file is [{lock}]
-ERR checkLockFile error : stoll
-[stale]
-{greeting}
-DBG Lock file is [{lock}]
-{system}
-{machine}
-{legacy}
-{available}
-{digest}
-{size}
-{verified}
-{installed}
-[other]
-{downloaded}
-WRN Re-download setup file because current one has a wrong hash: {D} vs {other sum}
-[other three times]
-{until version}
-NFY Downloaded md5 is {other sum}
-{size}
-{other}
-{other}
-{other}
-ERR Invalid setup md5
-[unverified]
-{until version}
-{size}
-{downloaded}
-{installed}
-[chosen]
-{opening}
-DBG Use agent setup definition file
-NFY version url = {S}/here/now.txt
-NFY setup url   = {S}/here/agent.deb
-NFY setup path  = {T}/agent.deb
-NFY hash url    = {S}/here/sum
-NFY star cmd    = systemctl start qdagent
-NFY stop cmd    = systemctl stop qdagent
-NFY install cmd = dpkg -i {T}/agent.deb
-{available}
-{digest}
-NFY File size for {S}/here/agent.deb is {B} bytes
-{verified}
-{installed}
+row = partial(Row, blocks=BLOCKS | blocks("""
+[another] NFY Another instance of has been launched less than one hour ago
+[found] DBG Lock file is [{lock file}]
+[held] {greeting} | {found} | {another} {lock time} : lock file location is {lock file}
+[lock unreadable] {greeting} | {found} | ERR checkLockFile error : stoll
+[other sum] 0123456789abcdef0123456789abcdef
+[other] {downloaded} | {rejected} {computed} vs {other sum}
+[computed] {D}
+[told] {until version} | NFY Downloaded md5 is {other sum} | {size}
+[other three times] {told} | {other} | {other} | {other} | ERR Invalid setup md5
+[unverified] {downloaded} | {installed}
+[with x11] {until stop} | {stopped} | {upgrading} | NFY installXCBDeps ...
+[as usual] NFY Agent Installed | {started}
+[faulty] ERR Exception : Fail to parse agent_setup_def file
+[apt-get] apt-get install -y {x11} {xkb} libfontconfig1 libfreetype6 libxext6 {last}
+[x11] libxrender1 libxcb1 {xcb} libxcb-image0 libxcb-util1 libxcb-cursor0
+[xcb] libxcb-render0 libxcb-render-util0 libxcb-shape0 {randr} libxcb-icccm4 libxcb-keysyms1
+[randr] libxcb-randr0 libxcb-xfixes0 libxcb-xkb1 libxcb-sync1 libxcb-shm0
+[xkb] libxkbcommon0 libxkbcommon-x11-0
+[last] libx11-xcb1 libsm6 libice6
 [paths]
 /dev/null
 /etc/localtime
 /etc/os-release
 /etc/qd/conf.{I}/dbdir.cfg
 /proc/self/cgroup
+/usr/bin/dpkg
+/usr/lib/ssl/openssl.cnf
 {T}
 {T}/agent_upd.log
 {T}/setup.deb
 {T}/upgrade_ovt.lock
 {T}/upgrade_ovt.lock.NEW
-/usr/bin/dpkg
-/usr/lib/ssl/openssl.cnf
-[GET chosen]
-GET /agent_setup_def.json
-GET /here/now.txt
-GET /here/sum
-HEAD /here/agent.deb
-GET /here/agent.deb
-[faulty]
-ERR Exception : Fail to parse agent_setup_def file
-[apt-get]
-apt-get install -y {x11} {xkb} libfontconfig1 libfreetype6 libxext6 libx11-xcb1 libsm6 libice6
-[x11]
-libxrender1 libxcb1 {xcb} libxcb-image0 libxcb-util1 libxcb-cursor0
-[xcb]
-libxcb-render0 libxcb-render-util0 libxcb-shape0 {randr} libxcb-shm0 libxcb-icccm4 libxcb-keysyms1
-[randr]
-libxcb-randr0 libxcb-xfixes0 libxcb-xkb1 libxcb-sync1
-[xkb]
-libxkbcommon0 libxkbcommon-x11-0
-""")
+"""))
 
 
-def row(name, script=None, log=None, **more) -> Row:
-    return Row(name, script or {}, log, blocks=TEXTS, **more)
+# --- what is added to the program is off without a configuration: nothing of a run may change
+
+def trace(run) -> None:
+    run.env.pop("TZ", None)
+    run.texts["I"] = run.env["QD_AGENT_INSTANCE"]
+    run.first = 'set -- strace -qq -s 4096 -e trace=%file -o "$QD_CALLS.trace" "$@"'
+
+
+def nothing_else(run, outcome):
+    """Headers of the requests, outputs, and the paths from main's first call on: all of them."""
+    for request in outcome.requests:
+        host = run.texts["S"].removeprefix("http://")
+        expected = {"host": host, "user-agent": "Updater/1.0.0", "accept": "*/*"}
+        yield from difference(request.line, [str(request.headers)], [str(expected)])
+    traced = read(run.calls() + ".trace").partition('"/dev/null"')
+    paths = [path for line in "".join(traced[1:]).split("\n") if not line.startswith("---")
+             for path in re.findall(r'"(.+?)"', line)]
+    configuration = fill("/etc/qd/update.{I}.toml", run.texts)
+    if configuration in paths:  # may be looked for once
+        paths.remove(configuration)
+    paths = sorted({re.sub(r"(upgrade_ovt.lock)\.\w+", r"\1.NEW", path) for path in paths})
+    yield from difference("paths", paths, sorted(items("{paths}", run.texts)))
+    yield from difference("output and errors", [outcome.out, outcome.err], ["", ""])
 
 
 VERSIONS = [
     row("UpdateDone", log="{update}", requests="{requests}", calls="{commands}", files="{kept}"),
+    row("WithoutConfigurationNothingIsNew", log="{update}", requests="{requests}",
+        calls="{commands}", files="{kept}", prepare=trace, check=nothing_else,
+        needs=["strace -o /dev/null true"]),
     row("UpToDate", version="7.2.1.15", log="{until version} | {nothing to do}",
         requests="{GET version}", files="{locked}"),
     row("ServerHasAnOlderVersion", {VERSION: "7.1.9.99"},
@@ -122,21 +90,19 @@ VERSIONS = [
         log="{identified} | ERR Invalid current version 7.2.1"),
     row("InvalidServerVersion", {VERSION: "7.2.2"},
         "{until parameters} | ERR Invalid version_long.txt 7.2.2", status=5),
-    row("NoVersionFile", {VERSION: 404}, "{until parameters} | {refused} | {unlock}", status=2,
-        texts={"refused": "ERR Request {F}/version_long.txt failed : [404]\n"
-                          "ERR Failed to download version:  [404]"}, files="agent_upd.log"),
-    row("AgentTooOldForX11AndNoX11Here", version="7.1.5.2",
-        commands={"dpkg": '[ "$1" != -S ] || { echo noise; echo noise >&2; exit 1; }'},
-        log="{until stop} | {stopped} | NFY Upgrading agent ...' | NFY installXCBDeps ... | "
-            "NFY X11 not found | NFY Agent Installed | {started}",
-        calls="{stop} | dpkg -S libX11 | {dpkg} | {start}"),
+    row("NoVersionFile", {VERSION: 404}, "{until parameters} | ERR Request {F}/version_long.txt "
+        "failed : [404] | ERR Failed to download version:  [404] | {unlock}", status=2,
+        files="agent_upd.log"),
+    row("AgentTooOldForX11AndNoX11Here", version="7.1.5.2", log="{with x11} | NFY X11 not found | "
+        "{as usual}", calls="{stop} | dpkg -S libX11 | {install} | {start}",
+        commands={"dpkg": '[ "$1" != -S ] || { echo noise; echo noise >&2; exit 1; }'}),
     row("AgentTooOldForX11", version="7.2.0.0", commands={"apt-get": "exit 100"},
-        log="{until stop} | {stopped} | NFY Upgrading agent ...' | NFY installXCBDeps ... | "
-            "NFY Found x11 | NFY Install xcb dependencies25600 | NFY Agent Installed | {started}",
-        calls="{stop} | dpkg -S libX11 | {apt-get} | {dpkg} | {start}"),
+        log="{with x11} | NFY Found x11 | NFY Install xcb dependencies25600 | {as usual}",
+        calls="{stop} | dpkg -S libX11 | {apt-get} | {install} | {start}"),
     row("OtherProcessor", first='set -- setarch i686 "$@"', status=3, requests="", calls="",
         log="{identified} | NFY tempdir is [{T}] | ERR Invalid architecture", files="{locked}"),
 ]
+
 
 def without_md5(run) -> None:
     write(run.side("openssl.cnf"), "openssl_conf = init\n[init]\nalg_section = algorithms\n"
@@ -145,22 +111,20 @@ def without_md5(run) -> None:
 
 
 PACKAGES = [
-    row("NoDigest", {SUM: 404},
-        "{until version} | ERR Request {F}/setup.deb.md5 failed : [404] | ERR No file signature "
-        "available (skip verification): [404] | {size} | {downloaded} | {installed}"),
-    row("DigestWithoutBlank", {SUM: OTHER_SUM + "\n"}, "{unverified}"),
-    row("DigestStartsWithBlank", {SUM: f" {OTHER_SUM}\n"},
-        "{until version} | NFY Downloaded md5 is{blank} | {size} | {downloaded} | {installed}"),
+    row("NoDigest", {SUM: 404}, "{until version} | ERR Request {F}/setup.deb.md5 failed : [404] | "
+        "ERR No file signature available (skip verification): [404] | {size} | {unverified}"),
+    row("DigestWithoutBlank", {SUM: "{other sum}\n"}, "{until version} | {size} | {unverified}"),
+    row("DigestStartsWithBlank", {SUM: " {other sum}\n"},
+        "{until version} | NFY Downloaded md5 is{blank} | {size} | {unverified}"),
     row("ShortPackageThreeTimes", {GET: SHORT}, "{until download} | {short} | {short} | {short} | "
         "ERR Invalid setup size", status=6, requests="{HEAD} | {GET} | {GET} | {GET}",
         files="{kept}"),
-    row("WrongDigestThreeTimes", {SUM: OTHER_SUM + " *setup.deb\n"}, "{other three times}",
-        status=7, texts={"other sum": OTHER_SUM}, files="{locked}"),
-    row("DigestOfAnotherForm", {SUM: f"MD5 (setup.deb) = {OTHER_SUM}\n"}, "{other three times}",
-        status=7, texts={"other sum": "MD5"}, requests="{HEAD} | {GET} | {GET} | {GET}",
-        files="{locked}"),
-    row("DigestOfZerosAndNoMd5InOpenSsl", {SUM: "0" * 32 + " x"}, "{other three times}", status=7,
-        prepare=without_md5, texts={"other sum": "0" * 32, "D": ""}, calls=""),
+    row("WrongDigestThreeTimes", {SUM: "{other sum} *setup.deb\n"}, "{other three times}",
+        status=7, files="{locked}"),
+    row("DigestOfAnotherForm", {SUM: "MD5 (setup.deb) = {X}\n"}, "{other three times}", status=7,
+        texts={"other sum": "MD5"}, requests="{HEAD} | {GET} | {GET} | {GET}", files="{locked}"),
+    row("DigestOfZerosAndNoMd5InOpenSsl", {SUM: "{other sum} x"}, "{other three times}", status=7,
+        prepare=without_md5, texts={"other sum": "0" * 32, "computed": ""}, calls=""),
     row("WrongDigestOnce", {GET: [WRONG, PACKAGE]},
         "{until download} | {wrong} | {verified} | {installed}", requests="{requests} | {GET}"),
     row("LastAttemptNamesTheFault", {GET: [WRONG, WRONG, SHORT]},
@@ -169,9 +133,8 @@ PACKAGES = [
         "{until version} | {digest} | ERR Fail to determine file size", status=7),
     row("LowerCaseLengthWins",
         {HEAD: Answer(headers={"content-length": "  20000 "}, length="20000")}, "{update}"),
-    row("PackageMissing", {DEB: 404},
-        "{until version} | {digest} | ERR Request {F}/setup.deb failed : [404] | "
-        "ERR Fail to get HEAD for {F}/setup.deb: [404 ] | {unlock}", status=2,
+    row("PackageMissing", {DEB: 404}, "{until version} | {digest} | ERR Request {F}/setup.deb "
+        "failed : [404] | ERR Fail to get HEAD for {F}/setup.deb: [404 ] | {unlock}", status=2,
         files="agent_upd.log"),
     row("PackageGoneAfterTheSizeQuery", {GET: 503},
         "{until download} | ERR Request {F}/setup.deb failed : [503] | ERR 'Fail to download setup "
@@ -188,22 +151,24 @@ PACKAGES = [
 def definition(name, script, record="") -> Row:
     """A definition file that ends the run, and the record of why (none when nothing fits)."""
     return row(name, {DEFINITION: script}, f"{{opening}} | {record} | {{faulty}}", status=11,
-               requests="GET /agent_setup_def.json", files="{locked}")
+               requests="{GET definition}", files="{locked}")
 
 
+CHOSEN = [entry("off.deb", enable="false"), entry("other.deb", arch="{Other}"), entry("agent.rpm"),
+          entry("agent.deb", "/here", os=2, version="now.txt", digest="sum",
+                enable='true, "further": 1'), '{"name": "too late"}']
 PARSING = "ERR Parsing error : [json.exception."
 UNEXPECTED_END = (PARSING + "parse_error.101] parse error at line 1, column %d: syntax error while "
                   "parsing value - unexpected end of input; expected '[', '{', or a literal")
 DEFINITIONS = [
     row("FirstFittingEntryIsChosen", {
         DEFINITION: f"[{', '.join(CHOSEN)}]", "/here/now.txt": "7.2.1.15 of today\n",
-        "/here/sum": DIGEST + " agent.deb", "/here/agent.deb": PACKAGE}, "{chosen}",
-        requests="{GET chosen}", calls="{stop} | dpkg -i {T}/agent.deb | {start}",
-        files="agent.deb | {locked}"),
-    row("RefusedDefinitionMeansBuiltInParameters", {DEFINITION: 500},
-        "{opening} | ERR Request {S}/agent_setup_def.json failed : [500] | WRN Failed to get agent "
-        "setup definition file - use legacy definition | {parameters} | {available} | {digest} | "
-        "{size} | {verified} | {installed}"),
+        "/here/sum": DIGEST + " agent.deb", "/here/agent.deb": PACKAGE}, "{update}",
+        requests="{requests}", calls="{commands}", files="{kept}", texts={
+            "definition": "{use definition}", "folder": "/here", "P": "agent.deb",
+            "version file": "now.txt", "hash file": "sum"}),
+    row("RefusedDefinitionMeansBuiltInParameters", {DEFINITION: 500}, "{update}", texts={
+        "definition": BLOCKS["no definition"].replace("404", "500")}),
     definition("NoEntryFits", f"[{entry('agent.DEB')}]"),
     definition("ShortNameNeverFits", f"[{entry('deb')}]"),
     definition("OtherMachine", f"[{entry('agent.deb', arch='{Other}')}]"),
@@ -221,44 +186,12 @@ DEFINITIONS = [
                "ERR Parsing error : invalid setup name"),
 ]
 
-
-
-def trace(run) -> None:
-    run.env.pop("TZ", None)
-    run.texts["I"] = run.env["QD_AGENT_INSTANCE"]
-    run.first = 'set -- strace -qq -s 4096 -e trace=%file -o "$QD_CALLS.trace" "$@"'
-
-
-def nothing_else(run, outcome):
-    """What a run asks for and which paths it takes, from main's first call on: all of it."""
-    for request in outcome.requests:
-        host = run.texts["S"].removeprefix("http://")
-        expected = {"host": host, "user-agent": "Updater/1.0.0", "accept": "*/*"}
-        yield from difference(request.line, [str(request.headers)], [str(expected)])
-    traced = read(run.calls() + ".trace").partition('"/dev/null"')
-    paths = [path for line in "".join(traced[1:]).split("\n") if not line.startswith("---")
-             for path in re.findall(r'"(.+?)"', line)]
-    configuration = fill("/etc/qd/update.{I}.toml", run.texts)
-    if configuration in paths:  # may be looked for once
-        paths.remove(configuration)
-    paths = sorted({re.sub(r"(upgrade_ovt.lock)\.\w+", r"\1.NEW", path) for path in paths})
-    yield from difference("paths", paths, sorted(items("{paths}", run.texts)))
-    yield from difference("standard output and error", [outcome.out, outcome.err], ["", ""])
-
-
-# What is added to the program is off without a configuration: then nothing of a run may change.
-RECORDED = [
-    row("WithoutConfigurationNothingIsNew", prepare=trace, check=nothing_else, log="{update}",
-        needs=["strace -o /dev/null true"], requests="{requests}", calls="{commands}",
-        files="{kept}"),
-]
-
 COMMANDS = [
     row("StopFails", commands={"systemctl": '[ "$1" != stop ] || exit 5'}, calls="{commands}",
         log="{until stop} | NFY Agent Stopping .... | ERR Fail to stop agent: [1280] | {upgraded}"
             " | {started}"),
-    row("InstallFails", commands={"dpkg": "exit 1"}, log="{until stop} | {stopped} | "
-        "NFY Upgrading agent ...' | ERR Fail to install agent : [256] | {started}"),
+    row("InstallFails", commands={"dpkg": "exit 1"}, log="{until stop} | {stopped} | {upgrading} | "
+        "ERR Fail to install agent : [256] | {started}"),
     row("StartFails", commands={"systemctl": '[ "$1" != start ] || exit 3'},
         log="{until stop} | {stopped} | {upgraded} | ERR Fail to re-start agent : [768] | "
             "NFY Agent Update done"),
@@ -284,14 +217,15 @@ def endless_line(run) -> None:
         file.truncate(1 << 40)
 
 
+STALE = {"lock": "{found}"}
 LOCKS = [
     lock("Held", 1000, "{held}", files="{locked}"),
-    lock("HeldForNearlyAnHour", HOUR - 60000, "{held}", around=(" \t", "")),
+    lock("HeldForNearlyAnHour", HOUR - 20000, "{held}", around=(" \t", "")),
     lock("HeldByTheFuture", -HOUR, "{held}"),
     lock("HeldIsLeftAloneByOnlyRestart", 1000, "{held}", option="-S", around=("", " \nmore\n"),
          files="{locked}"),
-    lock("Stale", HOUR + 1, "{stale}", files="{kept}"),
-    lock("StaleForEver", "-9223372036854775808\n", "{stale}"),
+    lock("Stale", HOUR + 1, "{update}", texts=STALE, files="{kept}"),
+    lock("StaleForEver", "-9223372036854775808\n", "{update}", texts=STALE),
     lock("Garbage", "yesterday\n", "{lock unreadable}", files="{locked}"),
     lock("Empty", "", "{lock unreadable}", files="{locked}"),
     row("LineWithoutEnd", prepare=endless_line, log="{lock unreadable}", files="{locked}"),
@@ -300,4 +234,4 @@ LOCKS = [
 ]
 
 if __name__ == "__main__":
-    sys.exit(main(__doc__, RECORDED + VERSIONS + PACKAGES + DEFINITIONS + COMMANDS + LOCKS))
+    sys.exit(main(__doc__, VERSIONS + PACKAGES + DEFINITIONS + COMMANDS + LOCKS))

@@ -33,119 +33,67 @@ def entry(setup: str, path: str = "/p", arch: str = "{N}", enable: str = "true",
             f'"hash": "{digest}", "os": {os}, "arch": {arch}, "enable": {enable}}}')
 
 
-COMMON = NAMES | {"D": DIGEST, "B": str(len(PACKAGE)), "blank": " ",
-                  "X": hashlib.md5(WRONG).hexdigest()}
-BLOCKS = COMMON | blocks("""
-[F]
-{S}/linux/{A}
+# What a good update leaves, in blocks that rows take apart, or change by another text for a name.
+BLOCKS = NAMES | {"D": DIGEST, "B": str(len(PACKAGE)), "blank": " ",
+                  "X": hashlib.md5(WRONG).hexdigest()} | blocks("""
+[P] setup.deb
+[version file] version_long.txt
+[hash file] {P}.md5
+[folder] /linux/{A}
+[F] {S}{folder}
+[path] {T}/{P}
+[lock file] {T}/upgrade_ovt.lock
+[stop] systemctl stop qdagent
+[install] dpkg -i {path}
+[start] systemctl start qdagent
 [greeting]
 NFY Check Update
 NFY Current version : {V}
 NFY Udpate server : {S}
-[system]
-NFY OS is [Linux]
-NFY distrib is [deb]
-[machine]
-NFY tempdir is [{T}]
-NFY arch  is [{M}]
-[identified]
-{greeting}
-NFY Lock file is [{T}/upgrade_ovt.lock]
-{system}
-[opening]
-{identified}
-{machine}
+[lock] NFY Lock file is [{lock file}]
+[system] NFY OS is [Linux] | NFY distrib is [deb]
+[identified] {greeting} | {lock} | {system}
+[opening] {identified} | NFY tempdir is [{T}] | NFY arch  is [{M}]
 [no definition]
 ERR Request {S}/agent_setup_def.json failed : [404]
 WRN Failed to get agent setup definition file - use legacy definition
+[definition] {no definition}
+[use definition] DBG Use agent setup definition file
 [parameters]
-NFY version url = {F}/version_long.txt
-NFY setup url   = {F}/setup.deb
-NFY setup path  = {T}/setup.deb
-NFY hash url    = {F}/setup.deb.md5
-NFY star cmd    = systemctl start qdagent
-NFY stop cmd    = systemctl stop qdagent
-NFY install cmd = dpkg -i {T}/setup.deb
-[legacy]
-{no definition}
-{parameters}
-[available]
-NFY Available version is 7.2.1.15
-[nothing to do]
-NFY Current version is up to date. Nothing to do
-[digest]
-NFY Downloaded md5 is {D}
-[size]
-NFY File size for {F}/setup.deb is {B} bytes
-[downloaded]
-NFY Setup downloaded [{B} bytes]
-[short]
-NFY Setup downloaded [19999 bytes]
-WRN Downloaded size is 19999 bytes. Expected size is {B} bytes - try again
-[wrong]
-{downloaded}
-WRN Re-download setup file because current one has a wrong hash: {X} vs {D}
-[verified]
-{downloaded}
-NFY Computed md5 is {D}
-[stopped]
-NFY Agent Stopping ....
-NFY Agent Stopped
-[upgraded]
-NFY Upgrading agent ...'
-NFY Agent Installed
-[started]
-NFY Agent Started
-NFY Agent Update done
-[installed]
-{stopped}
-{upgraded}
-{started}
-[unlock]
-NFY Remove lock file
-[until parameters]
-{opening}
-{legacy}
-[until version]
-{until parameters}
-{available}
-[until download]
-{until version}
-{digest}
-{size}
-[until stop]
-{until download}
-{verified}
-[update]
-{until stop}
-{installed}
-[GET version]
-GET /agent_setup_def.json
-GET /linux/{A}/version_long.txt
-[HEAD]
-{GET version}
-GET /linux/{A}/setup.deb.md5
-HEAD /linux/{A}/setup.deb
-[GET]
-GET /linux/{A}/setup.deb
-[requests]
-{HEAD}
-{GET}
-[stop]
-systemctl stop qdagent
-[start]
-systemctl start qdagent
-[dpkg]
-dpkg -i {T}/setup.deb
-[commands]
-{stop}
-{dpkg}
-{start}
-[locked]
-agent_upd.log
-upgrade_ovt.lock
-[kept]
-agent_upd.log
-setup.deb
-upgrade_ovt.lock
+NFY version url = {F}/{version file}
+NFY setup url   = {F}/{P}
+NFY setup path  = {path}
+NFY hash url    = {F}/{hash file}
+NFY star cmd    = {start}
+NFY stop cmd    = {stop}
+NFY install cmd = {install}
+[until parameters] {opening} | {definition} | {parameters}
+[available] NFY Available version is 7.2.1.15
+[until version] {until parameters} | {available}
+[nothing to do] NFY Current version is up to date. Nothing to do
+[digest] NFY Downloaded md5 is {D}
+[size] NFY File size for {F}/{P} is {B} bytes
+[until download] {until version} | {digest} | {size}
+[downloaded] NFY Setup downloaded [{B} bytes]
+[try again] WRN Downloaded size is 19999 bytes. Expected size is {B} bytes - try again
+[short] NFY Setup downloaded [19999 bytes] | {try again}
+[rejected] WRN Re-download setup file because current one has a wrong hash:
+[wrong] {downloaded} | {rejected} {X} vs {D}
+[verified] {downloaded} | NFY Computed md5 is {D}
+[until stop] {until download} | {verified}
+[stopped] NFY Agent Stopping .... | NFY Agent Stopped
+[upgrading] NFY Upgrading agent ...'
+[upgraded] {upgrading} | NFY Agent Installed
+[started] NFY Agent Started | NFY Agent Update done
+[installed] {stopped} | {upgraded} | {started}
+[update] {until stop} | {installed}
+[unlock] NFY Remove lock file
+[GET definition] GET /agent_setup_def.json
+[GET version] {GET definition} | GET {folder}/{version file}
+[HEAD] {GET version} | GET {folder}/{hash file} | HEAD {folder}/{P}
+[GET] GET {folder}/{P}
+[requests] {HEAD} | {GET}
+[commands] {stop} | {install} | {start}
+[locked] agent_upd.log | upgrade_ovt.lock
+[kept] agent_upd.log | {P} | upgrade_ovt.lock
 """)

@@ -7,6 +7,7 @@ import fnmatch
 import itertools
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -206,6 +207,9 @@ def main(description: str, cases: list[Row] | Callable[[Place, bool], dict[str, 
                         help=f"programs ({', '.join(PROGRAMS)}); the cases that are wanted, as "
                              "patterns of the shell")
     options = parser.parse_args()
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
+        if signal.getsignal(number) == signal.SIG_IGN:  # by nohup, for one; programs inherit it
+            signal.signal(number, signal.SIG_DFL)
     sys.stdout.reconfigure(errors="backslashreplace")  # type: ignore[union-attr]
     if why := why_no_root() or ("" if "A" in linux.NAMES else "no packages for this machine"):
         print(why)

@@ -13,8 +13,8 @@ def fill(text: str, texts: dict[str, str]) -> str:
 
 
 def blocks(text: str) -> dict[str, str]:
-    """The blocks of a text, by name. A line "[name]" begins a block."""
-    parts = re.split(r"^\[(.+)\]\n", text, flags=re.MULTILINE)
+    """The blocks of a text, by name. "[name]" at the start of a line begins a block."""
+    parts = re.split(r"^\[(.+?)\]\s", text, flags=re.MULTILINE)
     return {name: block.strip("\n") for name, block in zip(parts[1::2], parts[2::2])}
 
 
