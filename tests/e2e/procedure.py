@@ -56,7 +56,6 @@ row = partial(Row, blocks=BLOCKS | blocks("""
 
 def trace(run) -> None:
     run.env.pop("TZ", None)
-    run.texts["I"] = run.env["QD_AGENT_INSTANCE"]
     run.first = 'set -- strace -qq -s 4096 -e trace=%file -o "$QD_CALLS.trace" "$@"'
 
 

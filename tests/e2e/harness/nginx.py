@@ -5,7 +5,8 @@ import socket
 import subprocess
 from pathlib import Path
 
-from .suite import TOP, Skip
+from .run import Skip
+from .suite import TOP
 
 # Next to the plain server: the same files by HTTPS, under "/moved" through redirects, from HTTP to
 # HTTPS and there to the root, and under "/chunked" in chunks, without a length.

@@ -1,11 +1,13 @@
 """One run of a program as a process, with stand-ins for the system's commands, and what it left."""
 
 import fcntl
+import functools
 import os
 import re
 import select
 import signal
 import subprocess
+import tempfile
 import time
 from dataclasses import dataclass, field
 
@@ -21,6 +23,9 @@ tmp='{side}/tmp'
 printf '%s\\n' "{name} $*" >>"$calls"
 {body}
 """
+OWN = ("/etc", "/var/lib")
+OVERLAY = "mount -t overlay -o lowerdir={top},upperdir={upper},workdir={scratch} overlay {top}"
+MAPPED = ["--map-root-user"] * (os.geteuid() != 0)
 RECORD = re.compile(r"\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] - ([A-Z]{4}):([A-Z0-9]{3}) - "
                     r"\[ \([\w.]+:\d+\)\] - ")
 
@@ -60,6 +65,21 @@ def end_tree(pid: int) -> None:
     for child in read(f"/proc/{pid}/task/{pid}/children").split():
         end_tree(int(child))
     os.kill(pid, signal.SIGKILL)
+
+
+class Skip(Exception):
+    """A case cannot be run here; its text says why."""
+
+
+@functools.cache
+def why_no_overlay() -> str:
+    with tempfile.TemporaryDirectory() as folder:
+        for name in ("upper", "scratch"):
+            os.mkdir(f"{folder}/{name}")
+        command = OVERLAY.format(top="/etc", upper=f"{folder}/upper", scratch=f"{folder}/scratch")
+        words = ["unshare", "--mount", *MAPPED, "sh", "-ec", command]
+        tried = subprocess.run(words, capture_output=True, text=True)
+    return tried.stderr.strip() if tried.returncode else ""
 
 
 @dataclass
@@ -116,14 +136,30 @@ class Run:
         write(self.side(f"bin/{name}"),
               STAND_IN.format(side=self.folder, name=name, body=body), 0o755)
 
+    def own(self, path: str) -> str:
+        """Where the file lies that the program finds at this path below /etc or /var/lib. From now
+        on these are the run's own: what is written there changes nothing on this machine."""
+        if why := why_no_overlay():
+            raise Skip(why)
+        for top in OWN:
+            os.makedirs(self.side(f"scratch{top}"), exist_ok=True)
+            os.makedirs(self.side(f"own{top}"), exist_ok=True)
+        os.makedirs(os.path.dirname(self.side(f"own{path}")), exist_ok=True)
+        return self.side(f"own{path}")
+
     def start(self, *args: str) -> None:
         self.starts += 1  # commands of an earlier run that was ended may still note their calls
         words = [self.program, *args]
         if self.first:
             words = ["/bin/sh", "-c", f'{self.first}\nexec "$@"', "sh", *words]
         identity = {}
-        if os.geteuid() != 0 and self.user == 0:
-            words = ["unshare", "--map-root-user", *words]
+        if os.path.isdir(self.side("own")):
+            mounts = [OVERLAY.format(top=top, upper=self.side(f"own{top}"),
+                                     scratch=self.side(f"scratch{top}")) for top in OWN]
+            words = ["unshare", "--mount", *MAPPED, "sh", "-ec",
+                     "; ".join([*mounts, 'exec "$@"']), "sh", *words]
+        elif os.geteuid() != 0 and self.user == 0:
+            words = ["unshare", *MAPPED, *words]
         elif self.user != 0:
             identity = {"user": self.user, "group": self.user, "extra_groups": []}
         with open(self.side(f"out{self.starts}"), "ab") as out, \

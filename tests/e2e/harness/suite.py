@@ -18,7 +18,7 @@ from pathlib import Path
 from typing import Any
 
 from . import linux
-from .run import Outcome, Run
+from .run import Outcome, Run, Skip, write
 from .server import Server
 from .texts import fill, items
 
@@ -29,10 +29,6 @@ PROGRAMS = {
     "synology": f"{TOP}/build/synology/update",
     "shim": f"{TOP}/build/default/tests/e2e/libqd_fault_shim.so",
 }
-
-
-class Skip(Exception):
-    """A case cannot be run here; its text says why."""
 
 
 class Place:
@@ -75,8 +71,8 @@ class Row:
 
     What is expected is a text as `items` takes it, with {names} of `blocks` and `texts`, and {S}
     the server's address, {H} the same in hexadecimal digits, {T} the temporary folder, {V} the
-    version that is installed, {shim} the preloaded library.
-    What is None is not looked at; the log is compared without the progress of downloads.
+    version that is installed, {I} the agent's instance, {shim} the preloaded library. What is None
+    is not looked at; the log is compared without the progress of downloads.
     """
 
     name: str
@@ -92,6 +88,7 @@ class Row:
     version: str = "7.2.0.1"
     option: str = ""
     args: list[str] | None = None  # in place of option, address and version
+    config: str | None = None  # the content of update.toml, in an /etc of the run's own
     needs: list[str] = field(default_factory=list)  # shell commands that must work here
     user: int = 0
     first: str = ""  # as Run.first
@@ -112,12 +109,16 @@ class Row:
         run = place.run(self.program)
         run.user, run.first = self.user, self.first
         run.texts = {**self.blocks, "V": self.version, "T": run.temp(),
-                     "shim": place.programs["shim"], **self.texts}
+                     "I": run.env["QD_AGENT_INSTANCE"], "shim": place.programs["shim"],
+                     **self.texts}
         for name, body in self.commands.items():
             run.command(name, body)
         with Server(self.good | self.script, run.texts, run) as server:
             run.texts |= {"S": server.url, "H": server.url.encode().hex()}
             run.env |= {name: fill(value, run.texts) for name, value in self.env.items()}
+            if self.config is not None:
+                path = run.own(fill("/etc/qd/update.{I}.toml", run.texts))
+                write(path, fill(self.config, run.texts))
             if self.prepare:
                 self.prepare(run)
             usual = [*filter(None, [self.option]), "{H}", "{V}"]
