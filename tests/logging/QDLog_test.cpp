@@ -83,20 +83,6 @@ TEST(QDLog, ReadsLevels) {
   }
 }
 
-TEST(QDLog, StatementIsHygienicLazyAndEndsAtANul) {
-  const LogCapture log("OSAL:3;");
-  const bool INFO = true;
-  const std::string string = "local";
-  int evaluated = 0;
-  if (INFO)
-    QDLOG(OSAL, INFO ? WRN : ERR, string << ", " << ++evaluated << '\0' << "cut");
-  else
-    QDLOG(OSAL, ERR, "never");
-  QDLOG(OSAL, DBG, "off " << ++evaluated);
-  EXPECT_EQ(evaluated, 1);
-  EXPECT_THAT(log.lines(), ElementsAre("OSAL:WRN local, 1"));
-}
-
 int logsItself() {
   QDLOG(ROOT, NFY, "inner");
   return 1;
@@ -107,26 +93,30 @@ class Broken : public QDStreamLoggerImpl {
   void print(std::ostringstream& out) const override { out.setstate(std::ios::badbit); }
 };
 
-TEST(QDLog, AStatementThatIsMissedIsToldOnStandardErrorAndHangsNothing) {
-  const LogCapture log("");
+int throwsInside() { throw std::bad_alloc(); }
+
+TEST(QDLog, StatementIsHygienicLazyAndHarmless) {
+  const LogCapture log("OSAL:3;");
+  const bool INFO = true;
+  const std::string string = "local";
   const Broken broken;
+  int evaluated = 0;
   testing::internal::CaptureStderr();
-  QDLOG(ROOT, NFY, "outer " << logsItself());
-  QDLOG(ROOT, NFY, "x" << QDStreamLoggerAdapter(&broken) << "y");
+  if (INFO)
+    QDLOG(OSAL, INFO ? WRN : ERR, string << ", " << ++evaluated << '\0' << "cut");
+  else
+    QDLOG(OSAL, ERR, "never");
+  QDLOG(OSAL, DBG, "off " << ++evaluated);
+  QDLOG(OSAL, ERR, "outer " << logsItself());
+  QDLOG(OSAL, ERR, "x" << QDStreamLoggerAdapter(&broken) << "y");
+  EXPECT_THROW(QDLOG(OSAL, ERR, QDStreamLogger::Hex << throwsInside()), std::bad_alloc);
+  QDLOG(OSAL, ERR, "lock and formats are free " << 255);
+  EXPECT_EQ(evaluated, 1);
+  EXPECT_THAT(log.lines(), ElementsAre("OSAL:WRN local, 1", "OSAL:ERR outer 1",
+                                       "OSAL:ERR lock and formats are free 255"));
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               MatchesRegex("Log error \\(missed\\): logsItself \\(line [0-9]+\\)\n"
                            "Log error \\(missed\\): TestBody \\(line [0-9]+\\)\n"));
-  QDLOG(ROOT, NFY, "the lock is free");
-  EXPECT_THAT(log.lines(), ElementsAre("ROOT:NFY outer 1", "ROOT:NFY the lock is free"));
-}
-
-int throwsInside() { throw std::bad_alloc(); }
-
-TEST(QDLog, WhatTheExpressionThrowsReachesTheCallerWithLockAndFormatsReleased) {
-  const LogCapture log("");
-  EXPECT_THROW(QDLOG(ROOT, NFY, QDStreamLogger::Hex << throwsInside()), std::bad_alloc);
-  QDLOG(ROOT, NFY, "after " << 255);
-  EXPECT_THAT(log.lines(), ElementsAre("ROOT:NFY after 255"));
 }
 
 TEST(QDLog, ServesThreadsOneRecordAfterTheOther) {

@@ -87,14 +87,13 @@ TEST(QDTunables, ReadsAPairFromEachLine) {
 }
 
 TEST(QDTunables, EveryLineEndGivesTheSame) {
-  const std::string text =
-      "// first\n\nQD_SERVER_MODE=3\nbad\nQD_FESERVER= a \n \nQD_BIG=11\nQD_FLAG";
-  const auto expected = outcome(text, 5);
-  EXPECT_EQ(expected.second, "mode 3 big 11 server a ");
-  for (const char* lineEnd : {"\r", "\r\n", "\n\r", "\r\r\n"}) {
-    std::string other;
-    for (const char c : text) c == '\n' ? other += lineEnd : other += c;
-    EXPECT_EQ(outcome(other, 5), expected);
+  for (const std::string end : {"\n", "\r", "\r\n", "\n\r", "\r\r\n"}) {
+    std::string text;
+    for (const char* const line : {"// x", "", "QD_SERVER_MODE=3", "bad", "QD_FESERVER= a ", " ",
+                                   "QD_FLAG=true", "QD_BIG"}) {
+      text += line + end;
+    }
+    EXPECT_EQ(outcome(text, 3).second, "mode 3 flag 1 server a ");
   }
 }
 
@@ -156,24 +155,24 @@ TEST(QDTunables, AppliesValues) {
 
 // Keys that differ at one place only, and one that stands in the table twice.
 TEST(QDTunables, TellsSimilarKeysApart) {
-  constexpr std::uint32_t kLength = 24;
   std::vector<std::string> keys;
-  for (std::uint32_t place = 0; place < kLength; ++place) {
+  for (std::size_t place = 0; place < 24; ++place) {
     for (const char c : {'A', 'Z', '0', '_'})
-      keys.push_back(std::string(kLength, 'K').replace(place, 1, 1, c));
+      keys.push_back(std::string(24, 'K').replace(place, 1, 1, c));
   }
   keys.push_back(keys.front());
   std::vector<std::uint32_t> values(keys.size());
   std::vector<QDTunablesS> table;
   std::string text;
-  for (std::uint32_t i = 0; i < keys.size(); ++i) {
-    table.push_back({0, UINT32_MAX, QD_TUNABLE_TYPE_U32, &values[i], keys[i].c_str()});
-    text += keys[i] + "=" + std::to_string(i + 1) + "\n" + keys[i] + "K=7\n" + keys[i].substr(1) +
-            "=8\n";
+  for (const std::string& key : keys) {
+    table.push_back({0, UINT32_MAX, QD_TUNABLE_TYPE_U32, &values[table.size()], key.c_str()});
+    text +=
+        key + "=" + std::to_string(table.size()) + "\n" + key + "K=7\n" + key.substr(1) + "=8\n";
   }
   QDTunables::tunablesUpdate(bytes(text), table.data(), static_cast<unsigned int>(table.size()));
-  for (std::uint32_t i = 0; i + 1 < keys.size(); ++i) EXPECT_EQ(values[i], i + 1) << keys[i];
   EXPECT_EQ(values.back(), 1U) << "the first occurrence, as for its twin";
+  values.back() = static_cast<std::uint32_t>(values.size());
+  for (std::size_t i = 0; i < keys.size(); ++i) EXPECT_EQ(values[i], i + 1) << keys[i];
 }
 
 }  // namespace

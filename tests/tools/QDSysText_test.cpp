@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <bit>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
@@ -77,10 +79,8 @@ TEST(QDSysHex, ConvertsWhatFits) {
   EXPECT_EQ(fromHex("123", 3, 1), "\x12");
   EXPECT_EQ(fromHex("1234", 4, 1), hexShort);
   EXPECT_EQ(fromHex("123", 32, 16), "\x12");  // ends before its length: no byte behind is read
-  unsigned char out[4] = {};
-  for (const unsigned int n : {0x80000000U, 0x40000000U}) {  // digits that 32 bits cannot count
-    EXPECT_EQ(refusal([&] { QDSys::convertBinToHex("a", n, out, 0xFFFFFFFF, false); }), binShort);
-  }
+  unsigned char out[4] = {};                  // and digits that 32 bits cannot count
+  EXPECT_EQ(refusal([&] { QDSys::convertBinToHex("a", 1U << 31, out, 99, false); }), binShort);
   EXPECT_EQ(refusal([&] { QDSys::convertHexToBin(out, 0xFFFFFFFF, out, 0x7FFFFFFE); }), hexShort);
 }
 
@@ -140,18 +140,12 @@ TEST(QDSysUrl, DecodesUpperCaseEscapesOnlyWhereverTheyLie) {
 /// and whether this number needs that many bytes and is a character.
 std::string simplyFixed(const std::string& text) {
   std::string out;
-  for (std::size_t i = 0; i < text.size();) {
-    const auto byte = [&](std::size_t at) {
-      return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U;
-    };
-    std::size_t announced = 0;
-    while (byte(i) >= 0xC0 && announced < 7 && (byte(i) << (announced + 1) & 0x80) != 0) {
-      ++announced;
-    }
-    if (announced > 5) announced = 0;  // FE and FF announce nothing
+  for (std::size_t i = 0, length = 1; i < text.size(); i += length) {
+    const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text.c_str()[at]); };
+    auto announced = static_cast<std::size_t>(std::countl_one(byte(i)));
+    announced = announced < 2 || announced > 6 ? 0 : announced - 1;  // FE and FF announce nothing
     unsigned long number = announced == 0 ? byte(i) : byte(i) & (0x3FU >> announced);
-    std::size_t length = 1;
-    for (; length <= announced && (byte(i + length) & 0xC0) == 0x80; ++length) {
+    for (length = 1; length <= announced && (byte(i + length) & 0xC0) == 0x80; ++length) {
       number = number << 6 | (byte(i + length) & 0x3F);
     }
     constexpr std::array<unsigned long, 6> kSmallest = {0, 0x80, 0x800, 0x10000, ~0UL, ~0UL};
@@ -160,42 +154,36 @@ std::string simplyFixed(const std::string& text) {
                       !(number >= 0xD800 && number <= 0xDFFF) &&
                       !(number >= 0xFDD0 && number <= 0xFDEF) && (number & 0xFFFE) != 0xFFFE;
     out += good ? text.substr(i, length) : "\xEF\xBF\xBD";
-    i += length;
   }
   return out;
 }
 
 /// Checks every combination of one byte out of each list, alone and with characters around it.
-void checkAll(const std::string& start, const std::vector<std::vector<int>>& lists,
-              std::size_t depth = 0) {
-  if (depth == lists.size()) {
-    for (const std::string& text : {start, "0123456" + start + "\xC3\xA9 and some more"}) {
-      std::string out = "what was there before";
-      ASSERT_EQ(QDSys::fixedUTF8(bytes(text), out), simplyFixed(text))
-          << testing::PrintToString(start);
-    }
+void checkAll(const std::string& start, const std::vector<std::vector<int>>& lists) {
+  if (start.size() < lists.size()) {
+    for (const int byte : lists[start.size()]) checkAll(start + static_cast<char>(byte), lists);
     return;
   }
-  for (const int byte : lists[depth]) checkAll(start + static_cast<char>(byte), lists, depth + 1);
+  for (const std::string& text : {start, "0123456" + start + "\xC3\xA9 and some more"}) {
+    std::string out = "what was there before";
+    ASSERT_EQ(QDSys::fixedUTF8(bytes(text), out), simplyFixed(text))
+        << testing::PrintToString(start);
+  }
 }
 
 TEST(QDSysUtf8, ReplacesWhatTheDefinitionCallsIllFormedAlsoInPlace) {
-  std::vector<int> all;
-  for (int byte = 1; byte < 256; ++byte) all.push_back(byte);
+  std::vector<int> all(255);
+  std::iota(all.begin(), all.end(), 1);
   const std::vector<int> edges = {0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xAF,
                                   0xB0, 0xB6, 0xB7, 0xB8, 0xBD, 0xBE, 0xBF, 0xC0};
   const std::vector<int> few = {0x41, 0x80, 0xBF, 0xC3};
-  checkAll("", {all});
   checkAll("", {all, all});
   checkAll("", {{0xC2, 0xDF, 0xE0, 0xE1, 0xEC, 0xED, 0xEE, 0xEF}, edges, edges});
   checkAll("", {{0xEF, 0xF0, 0xF1, 0xF3, 0xF4, 0xF5, 0xF7}, edges, edges, edges});
   checkAll("", {{0xF8, 0xFB, 0xFC, 0xFD, 0xFE, 0xFF}, few, few, few, few, few, few});
   EXPECT_EQ(simplyFixed("\xE2\x82\xACx\xED\xA0\x80\xFF"), "\xE2\x82\xACx\xEF\xBF\xBD\xEF\xBF\xBD");
 
-  std::string text = "a\xC0\x80z";
-  EXPECT_STREQ(QDSys::fixedUTF8(bytes(text), text), "a\xEF\xBF\xBDz");
-  EXPECT_STREQ(QDSys::fixedUTF8(bytes(text) + 4, text), "z");
-  text = "ab\x80\x80z";
+  std::string text = "ab\x80\x80z";
   EXPECT_STREQ(QDSys::fixedUTF8(bytes(text) + 1, text), "b\xEF\xBF\xBD\xEF\xBF\xBDz");
 }
 

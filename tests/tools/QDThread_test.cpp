@@ -20,20 +20,16 @@ void launch(QDThread::Function fn, void* data, unsigned int size = 0, void* ctx 
   QDThread::launchThread(fn, 0, data, size, "t", QDThread::QD_QOS_DEFAULT, ctx);
 }
 
-/// What a launched thread saw, and the signs when it may look and that it is done with it.
-struct Seen {
-  Seen() {
-    start.init(0);
-    done.init(0);
-  }
-  OSAL_Semaphore start;
-  OSAL_Semaphore done;
-  int value = 0;
-};
-
 TEST(QDThread, GetsACopyOfTheBlockOrTheBlockItself) {
+  struct Seen {
+    OSAL_Semaphore start;
+    OSAL_Semaphore done;
+    int value = 0;
+  };
   for (const bool copied : {false, true}) {
     Seen seen;
+    seen.start.init(0);
+    seen.done.init(0);
     int block = 1;
     const auto look = [](void* data, void* ctx) -> void* {
       Seen& s = *static_cast<Seen*>(ctx);
@@ -52,8 +48,7 @@ TEST(QDThread, GetsACopyOfTheBlockOrTheBlockItself) {
 
 TEST(QDThread, AbsorbsWhatTheThreadThrows) {
   const LogCapture log(QDLOG_THRD, 9);
-  int block = 1;
-  launch([](void*, void*) -> void* { throw std::runtime_error("out"); }, &block, sizeof block);
+  launch([](void*, void*) -> void* { throw std::runtime_error("out"); }, nullptr);
   launch([](void*, void*) -> void* { throw 7; }, nullptr);
   for (int i = 0; i < 10'000 && log.lines().size() < 2; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -64,17 +59,17 @@ TEST(QDThread, AbsorbsWhatTheThreadThrows) {
 
 TEST(QDThread, LetsACancelledThreadUnwind) {
   struct TellsUnwinding {
-    OSAL_Semaphore& done;
-    ~TellsUnwinding() { done.post(); }
+    OSAL_Semaphore* done;
+    ~TellsUnwinding() { done->post(); }
   };
-  Seen seen;
-  launch(
-      [](void*, void* ctx) -> void* {
-        const TellsUnwinding tells{static_cast<Seen*>(ctx)->done};
-        pthread_exit(nullptr);
-      },
-      nullptr, 0, &seen);
-  EXPECT_EQ(seen.done.timedwait(10'000), 1);
+  OSAL_Semaphore done;
+  done.init(0);
+  const auto exit = [](void*, void* ctx) -> void* {
+    const TellsUnwinding tells{static_cast<OSAL_Semaphore*>(ctx)};
+    pthread_exit(nullptr);
+  };
+  launch(exit, nullptr, 0, &done);
+  EXPECT_EQ(done.timedwait(10'000), 1);
 }
 
 }  // namespace

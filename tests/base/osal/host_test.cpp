@@ -7,7 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
-#include <functional>
+#include <sstream>
 
 #include "Said.h"
 #include "base/osal/MacOS/UxosalTools.h"
@@ -23,33 +23,27 @@ namespace {
 constexpr std::uint64_t kMiB = 1U << 20;
 
 struct Host {
-  int error = 0;  ///< of every call, or of `failing` alone
-  std::string failing;
-  std::string text;  ///< what every text is
-  std::array<int, 3> numbers{13, 2, 1};
-  std::vector<HostInterface> interfaces;
-  std::vector<HostLinkAddress> links;
+  std::string failing = {};  ///< the call that fails, with `error`
+  int error = EIO;
+  std::string text = {};  ///< what every text is
+  std::vector<HostLinkAddress> links = {};
   int foreignReplies = 0;  ///< that come before the deadline has passed
-  std::chrono::steady_clock::time_point deadline;
+  std::chrono::steady_clock::time_point deadline = {};
 } host;
 
 template <typename Value>
 int answer(const char* call, Value& output, const Value& value) {
-  if (host.error != 0 && (host.failing.empty() || host.failing == call)) return host.error;
+  if (host.failing == call) return host.error;
   output = value;
   return 0;
 }
-int answer(const char* call) {
-  int none = 0;
-  return answer(call, none, 0);
-}
+int answer(const char* call) { return host.failing == call ? host.error : 0; }
 
 }  // namespace
 
 int host_productVersion(std::string& version) { return answer("version", version, host.text); }
 int host_productVersionNumbers(std::array<int, 3>& numbers) {
-  numbers = host.numbers;
-  return ENOENT;
+  return answer("numbers", numbers, {13, 2, 1});
 }
 int host_productName(std::string& name) { return answer("product", name, host.text); }
 int host_kernelRelease(std::string& release) { return answer("release", release, host.text); }
@@ -78,153 +72,128 @@ int hostnet_readRoute(int, std::chrono::steady_clock::time_point deadline, void*
   std::memset(message, 0, *length);
   return 0;
 }
-int hostnet_interfaces(std::vector<HostInterface>& interfaces) {
-  return answer("interfaces", interfaces, host.interfaces);
-}
+int hostnet_interfaces(std::vector<HostInterface>&) { return EIO; }
 int hostnet_linkAddresses(std::vector<HostLinkAddress>& addresses) {
   return answer("links", addresses, host.links);
 }
 
 namespace {
 
-class OnOurHost : public testing::Test {
- protected:
-  ~OnOurHost() override { host = {}; }
-
-  static int hostUid() {
-    char buffer[33];
-    return osal_getHostUID(buffer, sizeof buffer);
-  }
-  static int computerName() {
-    unsigned char buffer[99];
-    return osal_getcomputername(buffer, sizeof buffer);
-  }
-  static int ramInfos() {
-    unsigned int small = 0;
-    unsigned long long large = 0;
-    return osal_getRAMInfos(small, small, large);
-  }
-  static int route() {
-    _sockRequest_buff buffer;
-    return _sockRequest(nullptr, &buffer, nullptr, nullptr);
-  }
-
-  Said said{"OSAL:5;"};
-};
-
-TEST_F(OnOurHost, ACallThatFailsIsReported) {
-  const std::string ram = "-1 ERR Cannot get memory information (5)";
-  const std::string socket = "-1 ERR _sockRequest: error ";
-  const int nice = ::getpriority(PRIO_PROCESS, 0) - static_cast<int>(BASE_POSIX_PRIORITY_DELTA);
-  const struct {
-    std::string failing;
-    std::function<int()> call;
-    std::string said;
-    int error = EIO;
-  } kCases[] = {
-      {"uuid", hostUid, "-1 ERR gethostuuid failed with error 5"},
-      {"name", computerName, "-1 EL2 Error getting computer name"},
-      {"name", computerName, "-1 ERR Error converting computer name", EILSEQ},
-      {"upTime", [] { return static_cast<int>(osal_getRunTimeSecs()); },
-       "0 ERR Cannot get up-time (5)"},
-      {"resident", ramInfos, ram},
-      {"regions", ramInfos, ram},
-      {"physical", ramInfos, ram},
-      {"release", [] { return osal_macOSReleaseGet(nullptr); },
-       "-1 ERR Cannot get kernel release (5)"},
-      {"nice", [] { return osal_AdjustProcessPriority(true), 0; },
-       ::geteuid() != 0 ? "0" : "0 WRN Cannot set process priority (5) to " + std::to_string(nice)},
-      {"links",
-       [] { return static_cast<int>(getMACAddress(std::array<unsigned char, 6>{}.data())); },
-       "0 ERR getMACAddress: error on getifaddrs (5)"},
-      {"open", route, socket + "opening socket"},
-      {"write", route, socket + "writing in the socket"},
-  };
-  for (const auto& c : kCases) {
-    host.failing = c.failing;
-    host.error = c.error;
-    EXPECT_EQ(said(c.call()), c.said);
-  }
+/// Everything that asks the host, and what it got: numbers and texts with blanks between them.
+std::string askAll() {
+  std::ostringstream all;
+  char uid[33] = "-";
+  unsigned char name[99] = "-";
+  unsigned int privateMiB = 0;
+  unsigned int residentMiB = 0;
+  unsigned long long physicalMiB = 0;
+  int major = 0;
+  _sockRequest_buff buffer;
+  osal_getHostUID(uid, sizeof uid);
+  osal_getcomputername(name, sizeof name);
+  osal_getRAMInfos(privateMiB, residentMiB, physicalMiB);
+  osal_macOSReleaseGet(&major);
+  _sockRequest(nullptr, &buffer, nullptr, nullptr);
+  all << std::string(uid).substr(0, 4) << ' ' << name << ' ' << osal_getRunTimeSecs() << ' '
+      << privateMiB << '/' << residentMiB << '/' << physicalMiB << ' ' << major << ' '
+      << osal_getFinderUser() << ' ' << osalsysinfo_macOS();
+  return all.str();
 }
 
-TEST_F(OnOurHost, TheRoutingQuestionEndsFiveSecondsAfterItWasAsked) {
+TEST(OnOurHost, WhatFailsIsReportedAndLeavesTheRest) {
+  const std::string ram = "AB01 14.5 5 0/0/0 14 14.5 macOS 14.5 (Sonoma)";
+  const std::string ramError = "ERR Cannot get memory information (5) | ";
+  const std::string all = "AB01 14.5 5 5/7/16777216 14 14.5 macOS 14.5 (Sonoma)";
+  const std::string socket = "ERR _sockRequest: error ";
+  const struct {
+    const char* failing;
+    std::string expected;
+    std::string said;
+    std::string socketSaid = "reading in the socket";
+    int error = EIO;
+  } kCases[] = {
+      {"", all, ""},
+      {"uuid", "-" + all.substr(4), "ERR gethostuuid failed with error 5 | "},
+      {"name", "AB01 -" + all.substr(9), "EL2 Error getting computer name | "},
+      {"name", "AB01 -" + all.substr(9), "ERR Error converting computer name | ",
+       "reading in the socket", EILSEQ},
+      {"resident", ram, ramError},
+      {"regions", ram, ramError},
+      {"physical", ram, ramError},
+      {"release", "AB01 14.5 5 5/7/16777216 0 14.5 macOS 14.5 (Sonoma)",
+       "ERR Cannot get kernel release (5) | "},
+      {"user", "AB01 14.5 5 5/7/16777216 14  macOS 14.5 (Sonoma)", ""},
+      {"version", "AB01 14.5 5 5/7/16777216 14 14.5 macOS 13.2 (Ventura)", ""},
+      {"open", all, "", "opening socket"},
+      {"write", all, "", "writing in the socket"},
+  };
+  for (const auto& c : kCases) {
+    host = {.failing = c.failing, .error = c.error, .text = "14.5"};
+    Said said("OSAL:3;");
+    EXPECT_EQ(askAll(), c.expected + (isEmulation() ? " (Emulated)" : ""));
+    EXPECT_EQ(said(), c.said + socket + c.socketSaid);
+  }
+  const int nice = ::getpriority(PRIO_PROCESS, 0) - static_cast<int>(BASE_POSIX_PRIORITY_DELTA);
+  host = {.failing = "nice"};
+  Said said("OSAL:3;");
+  osal_AdjustProcessPriority(true);
+  if (::geteuid() == 0) {
+    EXPECT_EQ(said(), "WRN Cannot set process priority (5) to " + std::to_string(nice));
+  }
+  host = {.failing = "upTime"};
+  EXPECT_EQ(said(static_cast<int>(osal_getRunTimeSecs())), "0 ERR Cannot get up-time (5)");
+}
+
+TEST(OnOurHost, TheRoutingQuestionEndsFiveSecondsAfterItWasAsked) {
   using Clock = std::chrono::steady_clock;
-  host.foreignReplies = 1000;
+  host = {.foreignReplies = 1000};
   const Clock::time_point before = Clock::now() + std::chrono::seconds(5);
-  EXPECT_EQ(said(route()), "-1 ERR _sockRequest: error reading in the socket");
+  _sockRequest_buff buffer;
+  EXPECT_EQ(_sockRequest(nullptr, &buffer, nullptr, nullptr), -1);
   EXPECT_EQ(host.foreignReplies, -1);
   EXPECT_TRUE(before <= host.deadline && host.deadline <= Clock::now() + std::chrono::seconds(5));
 }
 
-TEST_F(OnOurHost, TheHardwareAddressIsTheFirstThatIsOneUnlessEn0HasOne) {
+TEST(OnOurHost, TheHardwareAddressIsTheFirstThatIsOneUnlessEn0HasOne) {
   const auto link = [](const char* name, unsigned char byte) {
     HostLinkAddress address{name, {}};
     address.address.fill(byte);
     return address;
   };
   const std::pair<std::vector<HostLinkAddress>, int> kCases[] = {
-      {{}, -1},
       {{link("lo", 0), link("x", 0xFF)}, -1},
       {{link("lo", 0), link("eth0", 1), link("eth1", 2)}, 1},
       {{link("eth0", 1), link("en1", 2), link("en0", 3), link("eth2", 4)}, 3},
       {{link("en0", 3), link("eth0", 1)}, 3},
       {{link("en0", 0), link("eth0", 1), link("en0", 0xFF)}, 1}};
   for (const auto& [links, expected] : kCases) {
-    host.links = links;
+    host = {.links = links};
     std::array<unsigned char, 6> mac{};
     EXPECT_EQ(getMACAddress(mac.data()) ? mac[0] : -1, expected);
   }
+  Said said("OSAL:3;");
+  host = {.failing = "links"};
+  EXPECT_FALSE(getMACAddress(std::array<unsigned char, 6>{}.data()));
+  EXPECT_EQ(said(), "ERR getMACAddress: error on getifaddrs (5)");
 }
 
-TEST_F(OnOurHost, TextsAreTakenAsTheyAreMeant) {
-  const bool emulated = isEmulation();
-  for (const auto& [text, user, system] : std::initializer_list<std::array<std::string, 3>>{
-           {"anna", "anna", "macOS 0.0.0"},
-           {"loginwindow", "", "macOS 13.2 (Ventura)"},
-           {"root", "", "macOS 0.0.0"},
-           {"14.5", "14.5", "macOS 14.5 (Sonoma)"},
-           {"14.", "14.", "macOS 13.2 (Ventura)"}}) {
-    host.text = text;
+TEST(OnOurHost, TheConsolesUserIsAPerson) {
+  for (const auto& [text, user] : {std::pair("anna", "anna"), {"loginwindow", ""}, {"root", ""}}) {
+    host = {.text = text};
     EXPECT_EQ(osal_getFinderUser(), user);
-    EXPECT_EQ(osalsysinfo_macOS(), system + (emulated ? " (Emulated)" : ""));
   }
-  int major = 0;
-  host.text = "23.5.0";
-  EXPECT_EQ(osal_macOSReleaseGet(&major), 0);
-  EXPECT_EQ(major, 23);
-  host.error = EILSEQ;
-  EXPECT_EQ(osal_getFinderUser(), "");
-  EXPECT_EQ(osalsysinfo_macOS(),
-            std::string("macOS 13.2 (Ventura)") + (emulated ? " (Emulated)" : ""));
 }
 
-TEST_F(OnOurHost, NumbersAreRoundedDown) {
-  unsigned int privateMiB = 0;
-  unsigned int residentMiB = 0;
-  unsigned long long physicalMiB = 0;
-  EXPECT_EQ(osal_getRAMInfos(privateMiB, residentMiB, physicalMiB), 0);
-  EXPECT_EQ(privateMiB, 5U);
-  EXPECT_EQ(residentMiB, 7U);
-  EXPECT_EQ(physicalMiB, 1ULL << 24);
-  EXPECT_EQ(osal_getRunTimeSecs(), 5U);
-}
-
-TEST_F(OnOurHost, AnInterfaceIsOfAKindOrItsName) {
+TEST(OnOurHost, AnInterfaceIsOfAKindOrItsName) {
   using enum HostInterfaceKind;
   const std::pair<HostInterfaceKind, const char*> kCases[] = {
       {Bluetooth, "WiFi"},    {Ieee80211, "WiFi"},    {Wwan, "WiFi"}, {Bond, "Ethernet"},
       {Ethernet, "Ethernet"}, {FireWire, "Ethernet"}, {Ppp, "PPP"},   {Other, "en7"}};
-  char text[1025];
   for (const auto& [kind, expected] : kCases) {
-    host.interfaces = {{"en70", Ppp}, {"en7", kind}, {"lo0", Ppp}};
-    EXPECT_EQ(_getInterface("en7", text), 0);
-    EXPECT_STREQ(text, expected);
+    EXPECT_EQ(osalnet_interfaceKind("en7", {{"en70", Other}, {"en7", kind}}), expected);
   }
-  for (const auto& [name, expected] :
-       {std::pair("lo0", "Loopback"), {"lo", "lo"}, {"en8", "en8"}}) {
-    EXPECT_EQ(_getInterface(name, text), 0);
-    EXPECT_STREQ(text, expected);
-  }
+  EXPECT_EQ(osalnet_interfaceKind("lo0", {{"lo0", Ppp}}), "Loopback");
+  EXPECT_EQ(osalnet_interfaceKind("lo", {{"lo0", Ppp}}), "lo");
 }
 
 }  // namespace

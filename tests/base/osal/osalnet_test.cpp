@@ -52,50 +52,43 @@ std::string link(const std::string& name, std::size_t nameLength) {
 
 TEST(RouteMessage, AsksForAHostAndItsInterface) {
   routemsg::Buffer buffer;
-  std::memset(&buffer, 0xEE, sizeof buffer);
   ASSERT_EQ(routemsg::buildRequest(reinterpret_cast<const unsigned char*>(kHost.data()), buffer),
             128U);
   std::string expected = "\x80\0\x05\x04\0\0\0\0\x07\x08\0\0\x11\0\0\0\0\0\0\0\x01\0\0\0"s;
   expected.resize(kStart);
   expected += inet(kHost) + "\x14\x12";
-  expected.resize(sizeof buffer);
   EXPECT_EQ(std::memcmp(&buffer, expected.data(), expected.size()), 0);
 }
 
 TEST(RouteMessage, FindsGatewayAndInterfaceAndTrustsNoLength) {
-  constexpr int kDestination = 1;
-  constexpr int kGateway = 2;
-  constexpr int kMask = 4;
-  constexpr int kInterface = 16;
   const std::string en0 = link("en0", 3);
-  const auto nothing = [](routemsg::Header&) {};
-  const auto direct = [](routemsg::Header& header) { header.rtm_flags = routemsg::kUp; };
   const struct {
     const char* what;
-    std::string message;
+    int which;  // of the addresses there are
+    std::string addresses;
     std::optional<std::size_t> gateway;
     std::optional<std::size_t> interface;
+    std::int32_t flags = routemsg::kUp | routemsg::kGateway;
   } kCases[] = {
-      {"all", reply(19, inet(kHost) + inet(kHost) + en0, nothing), kStart + 16, kStart + 32},
-      {"a mask without bytes takes four",
-       reply(kGateway | kMask | kInterface, inet(kHost) + "\0\0\0\0"s + en0, nothing), kStart,
+      {"all", 1 | 2 | 16, inet(kHost) + inet(kHost) + en0, kStart + 16, kStart + 32},
+      {"a mask without bytes takes four", 2 | 4 | 16, inet(kHost) + "\0\0\0\0"s + en0, kStart,
        kStart + 20},
-      {"a gateway of too few bytes", reply(kGateway, "\x08\x02\0\0"s + kHost, nothing), kNone,
-       kNone},
-      {"fewer addresses than told", reply(kDestination | kGateway, inet(kHost), nothing), kNone,
-       kNone},
-      {"a gateway of a direct route", reply(kGateway, inet(kHost), direct), kNone, kNone},
-      {"a gateway of length 15", reply(kGateway, inet(kHost, '\x0F'), nothing), kNone, kNone},
-      {"a gateway of length 17", reply(kGateway, inet(kHost, '\x11'), nothing), kNone, kNone},
-      {"a name of 12 bytes", reply(kInterface, link("en0", 12), nothing), kNone, kStart},
-      {"a name of 13 bytes", reply(kInterface, link("en0", 13), nothing), kNone, kNone},
+      {"a gateway of too few bytes", 2, "\x08\x02\0\0"s + kHost, kNone, kNone},
+      {"fewer addresses than told", 1 | 2, inet(kHost), kNone, kNone},
+      {"a gateway of a direct route", 2, inet(kHost), kNone, kNone, routemsg::kUp},
+      {"a gateway of length 15", 2, inet(kHost, '\x0F'), kNone, kNone},
+      {"a gateway of length 17", 2, inet(kHost, '\x11'), kNone, kNone},
+      {"a name of 12 bytes", 16, link("en0", 12), kNone, kStart},
+      {"a name of 13 bytes", 16, link("en0", 13), kNone, kNone},
   };
-  for (const auto& [what, message, gateway, interface] : kCases) {
-    SCOPED_TRACE(what);
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.what);
+    const std::string message =
+        reply(c.which, c.addresses, [&c](routemsg::Header& header) { header.rtm_flags = c.flags; });
     const routemsg::Reply found = routemsg::parseReply(span(message));
     EXPECT_EQ(found.fault, Fault::None);
-    EXPECT_EQ(found.gateway, gateway);
-    EXPECT_EQ(found.interface, interface);
+    EXPECT_EQ(found.gateway, c.gateway);
+    EXPECT_EQ(found.interface, c.interface);
   }
 }
 
