@@ -187,6 +187,10 @@ def signalled(name: str, ended: int | str, during: str, whom: str = "$group") ->
                    status=ended, has="NFY Agent Started")
 
 
+def terminate(run, _piece) -> None:
+    os.kill(run.process.pid, signal.SIGTERM)
+
+
 SIGNALS = [
     signalled("TERM", "SIGTERM", "systemctl"),
     signalled("TERM", "SIGTERM", "dpkg"),
@@ -199,8 +203,8 @@ SIGNALS = [
     *(signalled(name, "SIG" + name, during) for name, during in (
         ("ALRM", "dpkg"), ("USR1", "dpkg"), ("USR2", "systemctl"), ("XCPU", "dpkg"),
         ("XFSZ", "dpkg"))),
-    Row("TermBeforeTheStopEndsTheRunAtOnce", status="SIGTERM", calls="", script={
-        "GET " + DEB: Answer(PACKAGE, paced=lambda run, _: run.process.terminate())}),
+    Row("TermBeforeTheStopEndsTheRunAtOnce", {"GET " + DEB: Answer(PACKAGE, paced=terminate)},
+        status="SIGTERM", calls=""),
 ]
 
 

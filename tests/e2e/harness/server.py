@@ -58,7 +58,7 @@ class Server(http.server.ThreadingHTTPServer):
         super().__init__(("127.0.0.1", 0), Handler)
         self.url = f"{'https' if tls else 'http'}://127.0.0.1:{self.server_address[1]}"
         self.texts = {**(texts or {}), "S": self.url}
-        self.script = {fill(key, self.texts): value if isinstance(value, list) else [value]
+        self.script = {fill(key, self.texts): [*value] if isinstance(value, list) else [value]
                        for key, value in script.items()}
         self.run, self.tls = run, tls
         self.requests: list[Request] = []
