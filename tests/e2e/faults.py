@@ -12,6 +12,7 @@ import subprocess
 import sys
 import time
 from collections.abc import Callable, Iterable, Iterator
+from contextlib import contextmanager
 
 from harness import Case, Outcome, Place, Run, Server, lines, main, read, write
 from harness.linux import CONF, DEFINITION, DIGEST, NAMES, PACKAGE, entry
@@ -41,20 +42,21 @@ Point = tuple[str, int, bool]  # a system call, the how manieth of its name, whi
 
 # --- a run, and what must hold after it
 
-def prepared(place: Place) -> Run:
+@contextmanager
+def prepared(place: Place, script: dict) -> Iterator[Run]:
     run = place.run()
     run.command("dpkg", COMPARE)
     run.command("systemctl", COUNT)
     run.env["ASAN_OPTIONS"] = "detect_leaks=0:verify_asan_link_order=0"
     write(run.side("package"), PACKAGE)
-    return run
+    with Server(GOOD | script, NAMES, run) as server:
+        run.texts["H"] = server.url.encode().hex()
+        yield run
 
 
 def case(fault: Fault, **script) -> Case:
     def tried(place: Place) -> Iterator[str]:
-        run = prepared(place)
-        with Server(GOOD | script, NAMES, run) as server:
-            run.texts["H"] = server.url.encode().hex()
+        with prepared(place, script) as run:
             yield from fault(run)
     return tried
 
@@ -125,12 +127,10 @@ def an_hour_later(run: Run):
 # --- points of a good run
 
 def good(place: Place, go: Callable[[Run], Outcome]) -> tuple[Run, Outcome]:
-    run = prepared(place)
-    with Server(GOOD, NAMES, run) as server:
-        run.texts["H"] = server.url.encode().hex()
+    with prepared(place, {}) as run:
         outcome = go(run)
-    if not complete(run, outcome) or list(wrong(run, outcome)):
-        sys.exit(f"the good run fails: {outcome}")
+        if not complete(run, outcome) or list(wrong(run, outcome)):
+            sys.exit(f"the good run fails: {outcome}")
     return run, outcome
 
 

@@ -12,8 +12,8 @@ import sys
 import time
 from functools import partial
 
-from harness import (NOBODY, Gate, Outcome, Row, Run, Skip, difference, logged, main, read,
-                     records, write)
+from harness import (NOBODY, Gate, Outcome, Row, Run, Skip, difference, fill, logged, main,
+                     read, records, write)
 from harness.linux import PACKAGE
 
 CANARY = "1\nthe canary\n"  # as a lock it would be an old one
@@ -116,41 +116,16 @@ IN_THE_WAY = [
 
 # --- the verified package is the installed one
 
-def changed(package: str) -> bytes:
-    with open(package, "rb") as file:
-        first, *rest = file.read()
-    return bytes([(first + 1) % 256, *rest])
-
-
-def in_its_place(package: str, content: bytes, keep_time: bool = False) -> None:
-    found = os.stat(package)
-    write(package + ".new", content)
-    if keep_time:
-        os.utime(package + ".new", ns=(found.st_atime_ns, found.st_mtime_ns))
-    os.rename(package + ".new", package)
-
-
-def link_in_its_place(package: str) -> None:
-    write(package + ".new", "evil")
-    os.remove(package)
-    os.symlink(package + ".new", package)
-
-
-def in_place(package: str) -> None:
-    evil = changed(package)
-    with open(package, "r+b") as file:
-        file.write(evil)
-
-
-SWAPS = {
-    "another file": lambda package: in_its_place(package, b"evil"),
+SWAPS = {  # shell text; the package is $1
+    "another file": 'printf evil > "$1.new"; mv "$1.new" "$1"',
     "another file of its size and time":
-        lambda package: in_its_place(package, changed(package), keep_time=True),
-    "link to another file": link_in_its_place,
-    "changed in place": in_place,
-    "longer": lambda package: os.truncate(package, 30000),
-    "removed": os.remove,
+        'cp -p "$1" "$1.new"; {change}of="$1.new"; touch -r "$1" "$1.new"; mv "$1.new" "$1"',
+    "link to another file": 'printf evil > "$1.new"; ln -sf "$1.new" "$1"',
+    "changed in place": '{change}of="$1"',
+    "longer": 'truncate -s 30000 "$1"',
+    "removed": 'rm "$1"',
 }
+CHANGE = "printf X | dd status=none conv=notrunc "
 
 
 def swapped(name: str, moment: str) -> Row:
@@ -160,7 +135,8 @@ def swapped(name: str, moment: str) -> Row:
         run.start(*args)
         gate.hold_at(moment)
         time.sleep(0.02)  # the clock of files has coarse ticks
-        SWAPS[name](run.temp(DEB))
+        swap = fill(SWAPS[name], {"change": CHANGE})
+        subprocess.run(["sh", "-ec", swap, "sh", run.temp(DEB)], check=True)
         gate.release()
         return run.finish()
 
@@ -183,26 +159,22 @@ os.setgid(user)
 os.setuid(user)
 canary, *names = sys.argv[1:]
 own = names[0] + ".own"
-def attempt(call, *args):
+def spoil(name):
+    fd = os.open(name, os.O_RDWR | os.O_CREAT | os.O_NONBLOCK, 0o666)
     try:
-        return call(*args)
-    except OSError:
-        return -1
+        os.write(fd, b"evil")
+        os.fchmod(fd, 0o644)
+    finally:
+        os.close(fd)
 while os.getppid() != 1:
     for name in names:
-        fd = attempt(os.open, name, os.O_RDWR | os.O_CREAT | os.O_NONBLOCK, 0o666)
-        if fd >= 0:
-            attempt(os.write, fd, b"evil")
-            attempt(os.fchmod, fd, 0o644)
-            os.close(fd)
-        attempt(os.unlink, name)
-        if attempt(os.symlink, canary, own) is None:
-            attempt(os.rename, own, name)
-        if attempt(os.link, name, own) is None:
-            attempt(os.rename, own, name)
-        attempt(os.mkfifo, name, 0o666)
-        attempt(os.unlink, name)
-        attempt(os.unlink, own)
+        for act, *args in ((spoil, name), (os.unlink, name), (os.symlink, canary, own),
+                           (os.rename, own, name), (os.link, name, own), (os.rename, own, name),
+                           (os.mkfifo, name), (os.unlink, name), (os.unlink, own)):
+            try:
+                act(*args)
+            except OSError:
+                pass
 """
 
 

@@ -6,7 +6,7 @@ import signal
 import sys
 from functools import partial
 
-from harness import NOBODY, Answer, Row, difference, main, read, records, write
+from harness import NOBODY, Answer, Row, difference, fill, main, read, records, write
 from harness.linux import CONF, DEB, PACKAGE
 
 USAGE = "Usage : \nupdate [-D] <url> <version>\n"
@@ -98,16 +98,12 @@ ARGUMENTS = [
 def start(name: str, probe: str, expected: str, first: str = "", **more) -> Row:
     """A good update whose installing command prints what `probe` does, whatever was inherited."""
     def probed(run, outcome):
-        run.texts |= {"bin": run.side("bin"), "pid": str(run.process.pid)}
-        seen = read(run.side("seen")).split()
-        yield from difference("probe", seen, [fill_one(word, run) for word in expected.split()])
+        texts = {"bin": run.side("bin"), "pid": str(run.process.pid)}
+        yield from difference("probe", read(run.side("seen")).split(),
+                              fill(expected, texts).split())
     return updated("Start:" + name, option="-D", first=first, check=probed, log="{update}",
                    commands={"systemctl": "echo noise; echo noise >&2",
                              "dpkg": f'{{ {probe}; }} > "$tmp/../seen"'}, **more)
-
-
-def fill_one(word: str, run) -> str:
-    return word.format(**{name: run.texts[name] for name in ("bin", "pid")})
 
 
 def mask(process: str, line: str, *signals: signal.Signals) -> str:
