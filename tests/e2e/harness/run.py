@@ -25,6 +25,7 @@ printf '%s\\n' "{name} $*" >>"$calls"
 """
 OWN = ("/etc", "/var/lib")
 OVERLAY = "mount -t overlay -o lowerdir={top},upperdir={upper},workdir={scratch} overlay {top}"
+# Makes a user namespace where this user is root, when it is not already.
 MAPPED = ["--map-root-user"] * (os.geteuid() != 0)
 RECORD = re.compile(r"\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] - ([A-Z]{4}):([A-Z0-9]{3}) - "
                     r"\[ \([\w.]+:\d+\)\] - ")
@@ -158,9 +159,9 @@ class Run:
                                      scratch=self.side(f"scratch{top}")) for top in OWN]
             words = ["unshare", "--mount", *MAPPED, "sh", "-ec",
                      "; ".join([*mounts, 'exec "$@"']), "sh", *words]
-        elif os.geteuid() != 0 and self.user == 0:
+        elif MAPPED and self.user == 0:
             words = ["unshare", *MAPPED, *words]
-        elif self.user != 0:
+        elif not MAPPED and self.user != 0:
             identity = {"user": self.user, "group": self.user, "extra_groups": []}
         with open(self.side(f"out{self.starts}"), "ab") as out, \
                 open(self.side(f"err{self.starts}"), "ab") as err:
