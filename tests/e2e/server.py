@@ -52,7 +52,7 @@ def limited(kib: int) -> str:
 
 NGINX = [
     nginx("Http", lambda server: server.url),
-    nginx("HttpsWithACertificateOfAnotherHostSignedByItself", lambda server: server.tls_url),
+    nginx("Https", lambda server: server.tls_url),
     nginx("RedirectsFromHttpToHttpsAndOn", lambda server: server.url + "/moved", connections=2),
     nginx("ChunkedAnswers", lambda server: server.tls_url + "/chunked"),
     nginx("TwoSlashesAtTheEnd", lambda server: server.url + "//"),
@@ -95,6 +95,8 @@ def resolves_in_the_background(run) -> None:
 UNKNOWN = "http://updates.invalid"
 FAILED_VERSION = "ERR Failed to download version:  [-1]"
 CONNECTIONS = [
+    Row("CertificateOfAnotherHostSignedByItself", tls="elsewhere.example", log="{update}",
+        requests="{requests}"),
     Row("ProgressIsLoggedInTens", {GET: Answer(PACKAGE, paced=until_logged)}, calls="{commands}",
         check=tens),
     Row("ProxyOfTheEnvironment", {UNKNOWN + VERSION: "7.2.0.1"},

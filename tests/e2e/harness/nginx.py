@@ -7,6 +7,7 @@ from pathlib import Path
 
 from .run import Skip
 from .suite import TOP
+from .tls import certify
 
 # Next to the plain server: the same files by HTTPS, under "/moved" through redirects, from HTTP to
 # HTTPS and there to the root, and under "/chunked" in chunks, without a length.
@@ -46,10 +47,7 @@ class Nginx:
         self.www.mkdir(parents=True)
         port, tls = free_port(), free_port()
         self.url, self.tls_url = f"http://127.0.0.1:{port}", f"https://127.0.0.1:{tls}"
-        subprocess.run(
-            ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
-             "-nodes", "-days", "2", "-subj", "/CN=elsewhere.example", "-keyout", "key.pem",
-             "-out", "cert.pem"], cwd=folder, check=True, capture_output=True)
+        certify(folder, "elsewhere.example")
         self.script("server_start", folder, MORE.format(folder=folder, port=port, tls=tls))
 
     def script(self, function: str, *args: str) -> None:

@@ -77,9 +77,11 @@ class Server(http.server.ThreadingHTTPServer):
             self.process_request(connection, address)
 
     def finish_request(self, connection, address) -> None:
-        if self.tls:
-            connection = self.tls.wrap_socket(connection, server_side=True)
-        super().finish_request(connection, address)
+        if self.tls is None:
+            super().finish_request(connection, address)
+            return
+        with self.tls.wrap_socket(connection, server_side=True) as secured:
+            super().finish_request(secured, address)
 
     def handle_error(self, request, client_address) -> None:
         pass  # a client that has gone away

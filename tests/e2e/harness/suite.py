@@ -21,6 +21,7 @@ from . import linux
 from .run import MAPPED, Outcome, Run, Skip, write
 from .server import Server
 from .texts import fill, items
+from .tls import context
 
 TOP = Path(__file__).resolve().parents[3]
 PROGRAMS = {
@@ -88,6 +89,7 @@ class Row:
     version: str = "7.2.0.1"
     option: str = ""
     args: list[str] | None = None  # in place of option, address and version
+    tls: str = ""  # the server has a certificate for this host, signed by itself: {ca}
     config: str | None = None  # the content of update.toml, in an /etc of the run's own
     needs: list[str] = field(default_factory=list)  # shell commands that must work here
     user: int = 0
@@ -111,10 +113,11 @@ class Row:
         run.user, run.first = self.user, self.first
         run.texts = {**self.blocks, "V": self.version, "T": run.temp(),
                      "I": run.env["QD_AGENT_INSTANCE"], "shim": place.programs["shim"],
-                     **self.texts}
+                     "ca": run.side("cert.pem"), **self.texts}
         for name, body in self.commands.items():
             run.command(name, body)
-        with Server(self.good | self.script, run.texts, run) as server:
+        tls = context(run.folder, self.tls) if self.tls else None
+        with Server(self.good | self.script, run.texts, run, tls) as server:
             run.texts |= {"S": server.url, "H": server.url.encode().hex()}
             run.env |= {name: fill(value, run.texts) for name, value in self.env.items()}
             if self.config is not None:
