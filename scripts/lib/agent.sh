@@ -6,22 +6,26 @@ agent_run_folder=${QD_AGENT_RUN:-/run/qdagent}
 # agent_tree VERSION FOLDER: the files of the agent, as they lie below "/".
 agent_tree() {
   mkdir -p "$2/usr/sbin" "$2/usr/lib/systemd/system"
-  cat >"$2/usr/sbin/qdagent" <<END
-#!/bin/sh
-# Sample agent: says which version of it runs, and waits. On USR1 it starts its own update.
-version=$1
+  {
+    printf '#!/usr/bin/python3 -IS\nVERSION = "%s"\n' "$1"
+    cat <<'END'
+# Sample agent: says which version of it runs, and waits. On USR1 it starts its own update. Its signals are blocked
+# but for the wait, and it has no child otherwise: none is lost in a child that is just being made, which
+# would then outlive the stop of the service.
+import os
+import signal
+import socket
+
+SIGNALS = {signal.SIGTERM, signal.SIGUSR1}
+signal.pthread_sigmask(signal.SIG_BLOCK, SIGNALS)
+with open(os.environ["RUNTIME_DIRECTORY"] + "/version", "w") as file:
+    print(VERSION, file=file)
+if "NOTIFY_SOCKET" in os.environ:
+    socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM).sendto(b"READY=1", os.environ["NOTIFY_SOCKET"])
+while signal.sigwait(SIGNALS) == signal.SIGUSR1:
+    os.posix_spawn("/etc/qdagent/update", ["update"], os.environ, setsigmask=[])
 END
-  cat >>"$2/usr/sbin/qdagent" <<'END'
-trap 'kill "$sleeper"; exit 0' TERM
-trap '/etc/qdagent/update &' USR1
-echo "$version" >"${RUNTIME_DIRECTORY:?}/version"
-[ -z "${NOTIFY_SOCKET:-}" ] || systemd-notify --ready
-while :; do
-  sleep 3600 &
-  sleeper=$!
-  wait "$sleeper"
-done
-END
+  } >"$2/usr/sbin/qdagent"
   chmod 755 "$2/usr/sbin/qdagent"
   cat >"$2/usr/lib/systemd/system/qdagent.service" <<'END'
 [Unit]
@@ -30,7 +34,6 @@ StartLimitIntervalSec=0
 
 [Service]
 Type=notify
-NotifyAccess=all
 ExecStart=/usr/sbin/qdagent
 RuntimeDirectory=qdagent
 
