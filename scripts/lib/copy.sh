@@ -38,6 +38,7 @@ copy_obstacle() {
   # shellcheck disable=SC2016
   unshare --mount --propagation private --pid --fork --mount-proc sh -c '
     mount -t tmpfs tmpfs /mnt && mkdir /mnt/upper /mnt/work /mnt/root &&
+    mknod /mnt/upper/mnt c 0 0 &&
     mount -t overlay -o lowerdir=/,upperdir=/mnt/upper,workdir=/mnt/work overlay /mnt/root &&
     test -x /mnt/root/lib/systemd/systemd -a -d /mnt/root/var/lib/dpkg' >/dev/null 2>&1 ||
     say "This machine does not allow the mounts and namespaces that booting a copy of it takes."
