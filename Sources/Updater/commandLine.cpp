@@ -10,11 +10,3 @@ std::optional<CommandLine> readCommandLine(int argc, const char* const* argv) {
   return CommandLine{
       .echo = true, .skipInstall = option == "-S", .url = argv[2], .version = argv[3]};
 }
-
-std::string dataFolderFile(const std::string& configurationFolder, const std::string& instance) {
-  constexpr std::size_t kMaxFolder = 1055;
-  if (instance.find('/') != std::string::npos) return {};
-  std::string folder = configurationFolder;
-  if (!instance.empty()) folder += "." + instance;
-  return folder.size() > kMaxFolder ? std::string() : folder + "/dbdir.cfg";
-}

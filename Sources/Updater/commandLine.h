@@ -13,7 +13,3 @@ struct CommandLine {
 
 /// Empty when the arguments call for the usage.
 std::optional<CommandLine> readCommandLine(int argc, const char* const* argv);
-
-/// The file that holds the agent's data folder, for an agent instance that may be empty; empty for
-/// an instance name that can't be one.
-std::string dataFolderFile(const std::string& configurationFolder, const std::string& instance);

@@ -142,6 +142,7 @@ class HttpClient::Request {
     options_.set(CURLOPT_URL, url.c_str());
     options_.set(CURLOPT_HEADERFUNCTION, &readHeaderCb);
     options_.set(CURLOPT_HEADERDATA, &received_);
+    if (client.watcher) watch(progress_);
   }
   Request(const Request&) = delete;
   Request& operator=(const Request&) = delete;
@@ -161,6 +162,11 @@ class HttpClient::Request {
   void set(CURLoption option, Value value) {
     options_.set(option, value);
   }
+  /// It is a download, whose progress is told.
+  void tellProgress() {
+    progress_.isDownload = true;
+    watch(progress_);
+  }
   /// Not even tried when an option was refused. A connection that ends within the headers is no
   /// answer, whatever status they began with.
   CURLcode perform() {
@@ -170,9 +176,31 @@ class HttpClient::Request {
   }
 
  private:
+  /// How far the transfer is, for those who want to know.
+  struct Progress {
+    const Watcher& watcher;
+    bool isDownload = false;
+    int lastPercent = 0;
+  };
+
+  void watch(Progress& progress) {
+    options_.set(CURLOPT_NOPROGRESS, 0L);
+    options_.set(CURLOPT_XFERINFOFUNCTION, &watchCb);
+    options_.set(CURLOPT_XFERINFODATA, &progress);
+  }
+
+  static int watchCb(void* userdata, curl_off_t dltotal, curl_off_t dlnow, curl_off_t ultotal,
+                     curl_off_t ulnow) noexcept {
+    auto& progress = *static_cast<Progress*>(userdata);
+    if (progress.isDownload) progressCb(&progress.lastPercent, dltotal, dlnow, ultotal, ulnow);
+    const auto bytes = progress.isDownload ? static_cast<unsigned long long>(dlnow) : 0;
+    return !progress.watcher || progress.watcher(bytes) ? 0 : 1;
+  }
+
   HttpClient& client_;
   Options options_;
   ReceivedHeaders received_;
+  Progress progress_{client_.watcher};
 };
 
 HttpClient::~HttpClient() { cleanup(); }
@@ -248,15 +276,12 @@ int HttpClient::receive(const std::string& url, int fd, Headers& headers) {
   if (file == nullptr) return -1;
   std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
   LimitedFile target{file.get(), std::min(downloadLimit, roomFor(file.get()))};
-  int lastPercent = 0;
   Request request(*this, config + url, headers);
   request.set(CURLOPT_NOBODY, 0L);
   request.set(CURLOPT_HTTPGET, 1L);
   request.set(CURLOPT_WRITEFUNCTION, &writeLimitedCb);
   request.set(CURLOPT_WRITEDATA, &target);
-  request.set(CURLOPT_NOPROGRESS, 0L);
-  request.set(CURLOPT_XFERINFOFUNCTION, &progressCb);
-  request.set(CURLOPT_XFERINFODATA, &lastPercent);
+  request.tellProgress();
   long status = 0;
   if (perform(request, url, "Faild to get  http status code [", status) != 0) return -1;
   if (std::fflush(file.get()) != 0) return reportFailure(url, CURLE_WRITE_ERROR);

@@ -3,9 +3,11 @@
 #include <curl/curl.h>
 
 #include <cstddef>
+#include <functional>
 #include <limits>
 #include <map>
 #include <string>
+#include <utility>
 
 /// The updater's only network component: one libcurl easy handle, created by the first request and
 /// reused, with its connection, by every other. One thread at a time.
@@ -38,6 +40,12 @@ class HttpClient {
   /// less than a sixteenth of the disk's free space.
   void setDownloadLimit(unsigned long long bytes) { downloadLimit = bytes; }
 
+  /// Called now and then during every request, also while nothing comes, with the bytes of the
+  /// download that came so far; 0 for what is not a download. When it returns false the request
+  /// ends as a failed transfer. It must not throw. Empty: nobody is asked.
+  using Watcher = std::function<bool(unsigned long long bytes)>;
+  void setWatcher(Watcher newWatcher) { watcher = std::move(newWatcher); }
+
   /// GET into memory. `headers` receives the response's headers, name as sent, both sides trimmed;
   /// the last value of a name wins, across redirects too.
   int get(const std::string& url, std::string& body, Headers& headers);
@@ -68,6 +76,7 @@ class HttpClient {
   std::string config;
   bool initialized = false;
   unsigned long long downloadLimit = std::numeric_limits<unsigned long long>::max();
+  Watcher watcher;
 
  private:
   class Request;

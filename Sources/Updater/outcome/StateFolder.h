@@ -22,6 +22,9 @@ class StateFolder {
   /// nobody else may write to it.
   std::string open(const std::string& path);
 
+  /// From here on nothing is written any more.
+  void close() { path_.clear(); }
+
   [[nodiscard]] bool isOpen() const { return !path_.empty(); }
   [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] std::string pathOf(const char* name) const { return path_ + "/" + name; }
@@ -29,6 +32,8 @@ class StateFolder {
   /// Takes the lock for as long as this object lives. Returns false when another process holds it.
   /// Nobody but this user can open its file: whoever can open it can hold it.
   bool lock();
+
+  [[nodiscard]] bool holdsLock() const { return static_cast<bool>(lock_); }
 
   /// What the latest holder of the lock wrote into it; kept over the end of a process.
   [[nodiscard]] std::string lockNote() const;

@@ -1,10 +1,14 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "Updater/config/Settings.h"
 #include "Updater/net/HttpClient.h"
+#include "Updater/outcome/Recorder.h"
 #include "Updater/package/PackageFile.h"
 #include "Updater/package/utilsPackage.h"
+#include "Updater/procedure/CommandOutput.h"
 #include "Updater/setup/utilsSetup.h"
 #include "Updater/terms/UpdateResult.h"
 #include "Updater/terms/Version.h"
@@ -25,4 +29,22 @@ struct UpdateRun {
   UpdateResult lastFailure = UpdateResult::Done;  ///< why the latest download was no good
   PackageFile package;
   utils::AttachedImage image;  ///< of the package, when that is a disk image
+
+  // What a run with a settings file has besides; the other has none of it.
+  const Settings* settings = nullptr;
+  Recorder* recorder = nullptr;
+  CommandOutput* output = nullptr;  ///< takes what commands print
+  std::vector<std::string> hooks;
+  std::string message;  ///< for people, where no record of the log says it
+  bool updated = false;
+
+  /// Brings the record up to date.
+  void fillRecord() const noexcept;
+
+  /// The run has come to `phase`.
+  void enter(Phase phase) const noexcept;
+
+  /// Whether somebody wants the run to end. Only before the agent is stopped is there an answer to
+  /// that.
+  [[nodiscard]] bool isInterrupted() const;
 };

@@ -1,13 +1,14 @@
 #include "Updater/procedure/Updater.h"
 
 #include <boost/filesystem/operations.hpp>
-#include <chrono>
 #include <cstdio>
 #include <exception>
 
+#include "Updater/outcome/hooks.h"
 #include "Updater/package/utilsPackage.h"
 #include "Updater/procedure/lockFile.h"
 #include "Updater/procedure/updateRules.h"
+#include "Updater/process/Interrupts.h"
 #include "Updater/process/agentUnit.h"
 #include "base/osal/osalnet.h"
 #include "logging/QDLog.h"
@@ -15,9 +16,7 @@
 namespace fs = boost::filesystem;
 
 int Updater::checkAndUpdate(const std::string& url, const std::string& currentVersion) {
-  QDLOG(ROOT, NFY, "Check Update");
-  QDLOG(ROOT, NFY, "Current version : " << currentVersion);
-  QDLOG(ROOT, NFY, "Udpate server : " << url);
+  announce(url, currentVersion);
   if (!checkLockFile()) return static_cast<int>(UpdateResult::Done);
   const int result = doCheckAndUpdate(url, currentVersion);
   if (skipInstall || result == static_cast<int>(UpdateResult::NotAdministrator) ||
@@ -27,10 +26,14 @@ int Updater::checkAndUpdate(const std::string& url, const std::string& currentVe
   return result;
 }
 
-bool Updater::checkLockFile() try {
-  using std::chrono::duration_cast, std::chrono::milliseconds, std::chrono::system_clock;
-  const long long now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+void Updater::announce(const std::string& url, const std::string& currentVersion) {
+  QDLOG(ROOT, NFY, "Check Update");
+  QDLOG(ROOT, NFY, "Current version : " << currentVersion);
+  QDLOG(ROOT, NFY, "Udpate server : " << url);
+}
 
+bool Updater::checkLockFile() try {
+  const long long now = lockTimeNow();
   lockFilePath = utils::joinPath(fs::temp_directory_path().string(), "upgrade_ovt.lock");
   const fs::file_type type = fs::symlink_status(lockFilePath).type();
   if (type != fs::regular_file) {
@@ -55,29 +58,83 @@ bool Updater::checkLockFile() try {
   return false;
 }
 
+bool Updater::checkLockFile(StateFolder& folder) {
+  if (!folder.holdsLock()) return checkLockFile();
+  const std::string path = utils::joinPath(fs::temp_directory_path().string(), "upgrade_ovt.lock");
+  if (!lockHoldsBeside(findLock(path), folder.lockNote(), lockTimeNow())) {
+    std::remove(path.c_str());
+  }
+  if (!checkLockFile()) return false;
+  if (const auto taken = findLock(path)) folder.setLockNote(std::to_string(*taken));
+  return true;
+}
+
 void Updater::removeLockFile() {
   QDLOG(ROOT, NFY, "Remove lock file");
   std::remove(lockFilePath.c_str());
 }
 
-int Updater::doCheckAndUpdate(const std::string& url, const std::string& currentVersion) try {
-  using Step = Stop (Updater::*)(UpdateRun&);
-  static constexpr Step kSteps[] = {
-      &Updater::identifySystem,  &Updater::checkAdministrator,   &Updater::parseInstalledVersion,
-      &Updater::findTempDir,     &Updater::identifyArchitecture, &Updater::chooseParameters,
-      &Updater::compareVersions, &Updater::checkAgentUnit,       &Updater::fetchDigest,
-      &Updater::querySize,       &Updater::obtainPackage,        &Updater::replaceAgent,
-  };
-  serverUrl = url;
+int Updater::doCheckAndUpdate(const std::string& url, const std::string& currentVersion) {
   UpdateRun run;
   run.installedText = currentVersion;
-  for (const Step step : kSteps) {
-    if (const Stop stop = (this->*step)(run)) return static_cast<int>(*stop);
-  }
-  return static_cast<int>(UpdateResult::Done);
+  return static_cast<int>(perform(url, run));
+}
+
+UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
+  static constexpr Step kSteps[] = {
+      {Phase::Check, &Updater::identifySystem},        {Phase::Check, &Updater::checkAdministrator},
+      {Phase::Check, &Updater::parseInstalledVersion}, {Phase::Check, &Updater::findTempDir},
+      {Phase::Check, &Updater::identifyArchitecture},  {Phase::Check, &Updater::chooseParameters},
+      {Phase::Check, &Updater::compareVersions},       {Phase::Check, &Updater::checkAgentUnit},
+      {Phase::Fetch, &Updater::fetchDigest},           {Phase::Fetch, &Updater::querySize},
+      {Phase::Fetch, &Updater::obtainPackage},         {Phase::Prepare, &Updater::runBeforeHooks},
+      {Phase::Stop, &Updater::replaceAgent},
+  };
+  serverUrl = url;
+  return take(kSteps, run);
 } catch (const std::exception& e) {
   QDLOG(ROOT, ERR, "Exception : " << e.what());
-  return static_cast<int>(UpdateResult::Exception);
+  return UpdateResult::Exception;
+}
+
+UpdateResult Updater::checkOnly(const std::string& url, UpdateRun& run) try {
+  static constexpr Step kSteps[] = {
+      {Phase::Check, &Updater::identifySystem},   {Phase::Check, &Updater::parseInstalledVersion},
+      {Phase::Check, &Updater::findTempDir},      {Phase::Check, &Updater::identifyArchitecture},
+      {Phase::Check, &Updater::chooseParameters}, {Phase::Check, &Updater::compareVersions},
+  };
+  serverUrl = url;
+  const UpdateResult result = take(kSteps, run);
+  const bool isNewer = result == UpdateResult::Done && run.installed < run.available;
+  return isNewer ? UpdateResult::UpdateAvailable : result;
+} catch (const std::exception& e) {
+  QDLOG(ROOT, ERR, "Exception : " << e.what());
+  return UpdateResult::Exception;
+}
+
+UpdateResult Updater::take(std::span<const Step> steps, UpdateRun& run) {
+  for (const Step& step : steps) {
+    if (run.isInterrupted()) return giveUp(run, UpdateResult::Interrupted);
+    run.enter(step.phase);
+    const Stop stop = (this->*step.take)(run);
+    if (!stop) continue;
+    if (step.phase == Phase::Stop || *stop == UpdateResult::Done) return *stop;
+    return giveUp(run, run.isInterrupted() ? UpdateResult::Interrupted : *stop);
+  }
+  return UpdateResult::Done;
+}
+
+/// The run ends before the agent is stopped.
+UpdateResult Updater::giveUp(UpdateRun& run, UpdateResult result) {
+  if (!run.image.device.empty()) {
+    utils::unmount(run.image.device);
+    run.image = {};
+  }
+  if (result == UpdateResult::Interrupted) {
+    run.message = "interrupted; nothing was changed";
+    QDLOG(ROOT, WRN, "Interrupted. Nothing was changed");
+  }
+  return result;
 }
 
 Updater::Stop Updater::identifySystem(UpdateRun& /*run*/) {
@@ -236,6 +293,7 @@ Updater::Stop Updater::downloadVerified(UpdateRun& run) {
 
 UpdateResult Updater::downloadOnce(UpdateRun& run) {
   PackageFile& package = run.package;
+  run.enter(Phase::Fetch);
   httpClient.setDownloadLimit(downloadLimit(run.expectedSize));
   const bool acquired = package.acquire(run.setup.setupPath);
   const int r = acquired ? httpClient.download(run.setup.setupUrl, package.fd(), run.headers) : -1;
@@ -255,6 +313,7 @@ UpdateResult Updater::downloadOnce(UpdateRun& run) {
 }
 
 UpdateResult Updater::verifyDigest(UpdateRun& run) {
+  run.enter(Phase::Verify);
   run.package.remember();
   const bool untouched = run.package.isUntouched();
   if (untouched && run.expectedMd5.empty()) return UpdateResult::Done;
@@ -270,6 +329,16 @@ UpdateResult Updater::rejectPackage(UpdateRun& run, const std::string& computed)
         "Re-download setup file because current one has a wrong hash: " << computed << " vs "
                                                                         << run.expectedMd5);
   run.package.remove();
+  return UpdateResult::WrongDigest;
+}
+
+Updater::Stop Updater::runBeforeHooks(UpdateRun& run) {
+  if (run.hooks.empty()) return std::nullopt;
+  run.message = runHooks(run.hooks, "before-", run.recorder->record(), true, &Interrupts::came);
+  if (!run.message.empty()) return UpdateResult::HookRefused;
+  // They may have taken their time, in which somebody could have exchanged the package.
+  if (usesDiskImage() ? run.package.isStillThere() : run.package.isUntouched()) return std::nullopt;
+  run.message = "the package was exchanged after its verification";
   return UpdateResult::WrongDigest;
 }
 

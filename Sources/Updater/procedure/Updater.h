@@ -1,9 +1,11 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 
 #include "Updater/net/HttpClient.h"
+#include "Updater/outcome/StateFolder.h"
 #include "Updater/procedure/UpdateRun.h"
 #include "Updater/setup/utilsSetup.h"
 #include "Updater/terms/UpdateResult.h"
@@ -28,9 +30,24 @@ class Updater {
   /// The update procedure itself; returns an UpdateResult as a number. No std::exception leaves it.
   int doCheckAndUpdate(const std::string& url, const std::string& currentVersion);
 
+  /// The same with what the caller set in `run` and finds there afterwards.
+  UpdateResult perform(const std::string& url, UpdateRun& run);
+
+  /// Asks the server alone: the first steps of the procedure. Done: the installed version is up to
+  /// date; UpdateAvailable: it is not, and `run.available` is the version to install. Changes
+  /// nothing and needs no rights. No std::exception leaves it.
+  UpdateResult checkOnly(const std::string& url, UpdateRun& run);
+
+  /// Logs what a run is about to do.
+  static void announce(const std::string& url, const std::string& currentVersion);
+
   /// Takes the lock: true when this run may go on, false when another run holds it or it can't be
   /// read.
   bool checkLockFile();
+
+  /// The same for a run that holds the lock of `folder`, if there is one: that one decides, so a
+  /// lock that lies in the future, that a run left that died, or that can't be read does not hold.
+  bool checkLockFile(StateFolder& folder);
 
   /// Removes the lock, whoever's it is.
   void removeLockFile();
@@ -94,7 +111,16 @@ class Updater {
   Stop fetchDigest(UpdateRun& run);
   Stop querySize(UpdateRun& run);
   Stop obtainPackage(UpdateRun& run);
+  Stop runBeforeHooks(UpdateRun& run);
   Stop replaceAgent(UpdateRun& run);
+
+  /// One step and the phase that it belongs to.
+  struct Step {
+    Phase phase;
+    Stop (Updater::*take)(UpdateRun&);
+  };
+  UpdateResult take(std::span<const Step> steps, UpdateRun& run);
+  static UpdateResult giveUp(UpdateRun& run, UpdateResult result);
 
   // Parts of obtainPackage. downloadOnce says Done, TransferFailed, WrongSize or WrongDigest.
   Stop downloadVerified(UpdateRun& run);
@@ -107,7 +133,8 @@ class Updater {
   // Parts of replaceAgent. Once the agent is being stopped nothing throws, so that it is always
   // started.
   void stopAgent(const UpdateRun& run) const noexcept;
-  void installAgent(const UpdateRun& run, bool withXCBDeps) const noexcept;
-  void installXCBDeps() const noexcept;
-  void startAgent(const UpdateRun& run) const noexcept;
+  bool installAgent(const UpdateRun& run, bool withXCBDeps) const noexcept;
+  void installXCBDeps(const UpdateRun& run) const noexcept;
+  bool startAgent(const UpdateRun& run) const noexcept;
+  UpdateResult judgeReplacement(UpdateRun& run, bool installed, bool started) const;
 };

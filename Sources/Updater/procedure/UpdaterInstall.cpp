@@ -8,7 +8,9 @@
 
 #include <cstdlib>
 
+#include "Updater/command/childRun.h"
 #include "Updater/command/utilsShell.h"
+#include "Updater/package/installedAgent.h"
 #include "Updater/procedure/Updater.h"
 #include "Updater/procedure/updateRules.h"
 #include "Updater/process/SignalDelay.h"
@@ -40,7 +42,14 @@ void replaceBrokenOutputs() noexcept {
   }
 }
 
-int execute(const char* command) noexcept {
+/// Like system(). With a settings file what the command prints goes into the log, and the
+/// terminal's signals do not reach it.
+int execute(const char* command, const UpdateRun& run) noexcept {
+  if (run.output != nullptr) {
+    const int r = utils::runShell(command, run.output->fd());
+    run.output->log();
+    return r;
+  }
   replaceBrokenOutputs();
   return std::system(command);
 }
@@ -49,16 +58,21 @@ int execute(const char* command) noexcept {
 /// so, too: POSIX wants it told as a shell that ended with 127.
 bool neverRan(int r) noexcept { return r == -1 || (WIFEXITED(r) && WEXITSTATUS(r) == 127); }
 
-/// Runs `command` like system(), but does not take a momentary lack of processes or memory for an
+/// Runs `command` as above, but does not take a momentary lack of processes or memory for an
 /// answer: an agent that is not started again is what must not happen.
-int systemPersistently(const char* command) noexcept {
+int executePersistently(const char* command, const UpdateRun& run) noexcept {
   constexpr int kAttempts = 5;
-  int r = execute(command);
+  int r = execute(command, run);
   for (int attempt = 1; neverRan(r) && attempt < kAttempts; ++attempt) {
     ::sleep(1);
-    r = execute(command);
+    r = execute(command, run);
   }
   return r;
+}
+
+/// rpm takes a package whose script failed for installed, and says so in its output alone.
+bool scriptFailed(const UpdateRun& run) noexcept {
+  return run.output != nullptr && run.output->text().find("scriptlet failed") != std::string::npos;
 }
 
 }  // namespace
@@ -70,52 +84,76 @@ Updater::Stop Updater::replaceAgent(UpdateRun& run) {
   const bool withXCBDeps = needsXCBDeps(os, run.installed, run.available);
   const SignalDelay delay;
   stopAgent(run);
-  if (!skipInstall) installAgent(run, withXCBDeps);
-  startAgent(run);
+  if (!skipInstall) run.enter(Phase::Install);
+  const bool installed = skipInstall || installAgent(run, withXCBDeps);
+  run.enter(Phase::Start);
+  const bool started = startAgent(run);
   QD_LOG_QUIETLY(NFY, "Agent Update done");
-  return UpdateResult::Done;
+  if (run.settings == nullptr) return UpdateResult::Done;
+  return judgeReplacement(run, installed, started);
 }
 
 void Updater::stopAgent(const UpdateRun& run) const noexcept {
   QD_LOG_QUIETLY(NFY, "Agent Stopping ....");
-  if (const int r = execute(run.setup.stopCmd.c_str()); r != 0) {
+  if (const int r = execute(run.setup.stopCmd.c_str(), run); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to stop agent: [" << r << "]");
   } else {
     QD_LOG_QUIETLY(NFY, "Agent Stopped");
   }
 }
 
-void Updater::installAgent(const UpdateRun& run, bool withXCBDeps) const noexcept {
+bool Updater::installAgent(const UpdateRun& run, bool withXCBDeps) const noexcept {
   QD_LOG_QUIETLY(NFY, "Upgrading agent ...'");
-  if (withXCBDeps) installXCBDeps();
-  if (const int r = execute(run.setup.installCmd.c_str()); r != 0) {
+  if (withXCBDeps) installXCBDeps(run);
+  if (const int r = execute(run.setup.installCmd.c_str(), run); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to install agent : [" << r << "]");
-    return;
+    return false;
   }
   QD_LOG_QUIETLY(NFY, "Agent Installed");
-  if (run.setup.postInstallCmd.empty()) return;
-  if (const int r = execute(run.setup.postInstallCmd.c_str()); r != 0) {
+  if (run.setup.postInstallCmd.empty()) return !scriptFailed(run);
+  if (const int r = execute(run.setup.postInstallCmd.c_str(), run); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to run post install command: [" << r << "]");
+    return false;
   }
+  return true;
 }
 
-void Updater::installXCBDeps() const noexcept {
+void Updater::installXCBDeps(const UpdateRun& run) const noexcept {
   QD_LOG_QUIETLY(NFY, "installXCBDeps ...");
   const XCBCommands commands = xcbCommands(distrib);
-  if (commands.query == nullptr || execute(commands.query) != 0) {
+  if (commands.query == nullptr || execute(commands.query, run) != 0) {
     QD_LOG_QUIETLY(NFY, "X11 not found");
     return;
   }
   QD_LOG_QUIETLY(NFY, "Found x11");
-  const int r = execute(commands.install);
+  const int r = execute(commands.install, run);
   QD_LOG_QUIETLY(NFY, "Install xcb dependencies" << r);
 }
 
-void Updater::startAgent(const UpdateRun& run) const noexcept {
-  if (usesDiskImage()) execute(run.image.detachCmd.c_str());
-  if (const int r = systemPersistently(run.setup.startCmd.c_str()); r != 0) {
+bool Updater::startAgent(const UpdateRun& run) const noexcept {
+  if (usesDiskImage()) execute(run.image.detachCmd.c_str(), run);
+  if (const int r = executePersistently(run.setup.startCmd.c_str(), run); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to re-start agent : [" << r << "]");
-  } else {
-    QD_LOG_QUIETLY(NFY, "Agent Started");
+    return false;
   }
+  QD_LOG_QUIETLY(NFY, "Agent Started");
+  return true;
+}
+
+/// The exit status of a package manager is not believed alone: its database is asked.
+UpdateResult Updater::judgeReplacement(UpdateRun& run, bool installed, bool started) const {
+  const auto agent = skipInstall ? std::nullopt : utils::queryInstalledAgent(distrib);
+  const std::string there = agent ? "; there is now: " + agent->text() : std::string();
+  if (agent) installed = installed && agent->isWhole && Version(agent->version) == run.available;
+  if (!started) {
+    run.message = std::string("the agent could not be started after ") +
+                  (installed ? "the installation" : "an installation that failed") + there;
+    return UpdateResult::StartFailed;
+  }
+  if (!installed) {
+    run.message = "the installation failed" + there;
+    return UpdateResult::InstallFailed;
+  }
+  run.updated = !skipInstall;
+  return UpdateResult::Done;
 }

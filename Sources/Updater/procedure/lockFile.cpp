@@ -1,7 +1,9 @@
 #include "Updater/procedure/lockFile.h"
 
 #include <boost/algorithm/string/trim.hpp>
+#include <chrono>
 #include <ctime>
+#include <exception>
 
 #include "ground/osal_io.h"
 #include "ground/osal_localtime.h"
@@ -22,6 +24,22 @@ std::string readFirstLine(const std::string& path) {
 }
 
 }  // namespace
+
+long long lockTimeNow() {
+  using std::chrono::duration_cast, std::chrono::milliseconds, std::chrono::system_clock;
+  return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+std::optional<long long> findLock(const std::string& path) try {
+  return readLock(path);
+} catch (const std::exception&) {
+  return std::nullopt;
+}
+
+bool lockHoldsBeside(std::optional<long long> lockTime, const std::string& former, long long now) {
+  return lockTime && *lockTime <= now && lockHolds(*lockTime, now) &&
+         std::to_string(*lockTime) != former;
+}
 
 bool lockHolds(long long lockTime, long long now) { return lockTime >= now - kHeldForMs; }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 // The lock of a run is a small text file whose content alone decides: one line, the start time of
@@ -8,6 +9,17 @@
 /// Whether a lock taken at `lockTime` still holds at `now` (both in ms): for an hour, inclusive,
 /// and also when it lies in the future.
 bool lockHolds(long long lockTime, long long now);
+
+/// The time now, as locks hold it.
+long long lockTimeNow();
+
+/// The time in a lock file as `readLock` has it; nothing where there is none.
+std::optional<long long> findLock(const std::string& path);
+
+/// Whether a lock holds for a run that has a surer lock besides: then a time in the future is a
+/// clock that was set, a file without a time is nobody's, and `former`, the time that the last
+/// holder of the surer lock wrote, is a run that died.
+bool lockHoldsBeside(std::optional<long long> lockTime, const std::string& former, long long now);
 
 /// The time of a lock as messages show it, local; empty for a time that has no calendar date.
 std::string lockTimeText(long long lockTime);

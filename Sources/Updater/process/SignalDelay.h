@@ -16,8 +16,9 @@ class SignalDelay {
   SignalDelay(const SignalDelay&) = delete;
   SignalDelay& operator=(const SignalDelay&) = delete;
 
- private:
   static constexpr std::array kSignals = {SIGHUP,  SIGINT,  SIGQUIT, SIGTERM, SIGALRM,
                                           SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ};
+
+ private:
   std::array<struct sigaction, kSignals.size()> former_{};
 };

@@ -90,11 +90,6 @@ AgentSetupDef chooseSetup(const std::string& text, AgentOS os, AgentArch arch,
   return {};
 }
 
-AgentDistrib linuxDistrib(bool synology, bool debian) {
-  if (synology) return DistribSpk;
-  return debian ? DistribDeb : DistribRpm;
-}
-
 void fillFromDefinition(SetuParameter& p, const AgentSetupDef& entry, const std::string& serverUrl,
                         const std::string& tempDir) {
   const std::string base = serverUrl + entry.path + "/";

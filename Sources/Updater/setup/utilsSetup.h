@@ -50,9 +50,6 @@ struct SetuParameter {
   std::string mountedDevice;         ///< the attached disk image
 };
 
-/// Package kind of a Linux machine.
-AgentDistrib linuxDistrib(bool synology, bool debian);
-
 /// Fills names, URLs and the local path from a definition file's entry.
 void fillFromDefinition(SetuParameter& p, const AgentSetupDef& entry, const std::string& serverUrl,
                         const std::string& tempDir);

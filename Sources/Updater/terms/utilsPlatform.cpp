@@ -94,6 +94,11 @@ const char* agentDistribToString(AgentDistrib distrib) {
   return "None";
 }
 
+AgentDistrib linuxDistrib(bool synology, bool debian) {
+  if (synology) return DistribSpk;
+  return debian ? DistribDeb : DistribRpm;
+}
+
 bool checkAdmin() { return ::getuid() == 0; }
 
 bool isDebian() {

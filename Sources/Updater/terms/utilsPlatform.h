@@ -50,6 +50,9 @@ const char* agentArchToString(AgentArch arch);
 /// The extension of a package kind; "None" for every other value.
 const char* agentDistribToString(AgentDistrib distrib);
 
+/// Package kind of a Linux machine.
+AgentDistrib linuxDistrib(bool synology, bool debian);
+
 /// Whether the real user is root.
 bool checkAdmin();
 

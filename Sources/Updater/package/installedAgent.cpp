@@ -1,0 +1,78 @@
+#include "Updater/package/installedAgent.h"
+
+#include <exception>
+#include <vector>
+
+#include "Updater/command/utilsExec.h"
+
+namespace utils {
+
+namespace {
+
+/// The question for the database, whose answer is one line at the end of the output.
+const char* question(AgentDistrib distrib) {
+  switch (distrib) {
+    case DistribDeb:
+      return "dpkg-query --show --showformat='${db:Status-Abbrev}|${Version}\\n' qdagent "
+             "2>/dev/null";
+    case DistribRpm:
+      return "rpm -q --queryformat '%{VERSION}\\n' qdagent 2>/dev/null";
+    case DistribPkg:
+    case DistribDmg:
+      return "pkgutil --pkg-info com.qdagent 2>/dev/null | sed -n 's/^version: //p'";
+    case DistribSpk:
+      return "synopkg version kesa 2>/dev/null";
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+std::string InstalledAgent::text() const {
+  if (version.empty()) return "nothing";
+  return isWhole || state.empty() ? version : version + " (" + state + ")";
+}
+
+InstalledAgent readInstalledAgent(AgentDistrib distrib, const std::string& answer) {
+  if (distrib != DistribDeb) return {.version = answer, .state = {}, .isWhole = !answer.empty()};
+  const std::size_t bar = answer.find('|');
+  if (bar == std::string::npos) return {};
+  std::string state = answer.substr(0, answer.find_last_not_of(" |", bar) + 1);
+  // What was removed, its configuration perhaps kept, is not there.
+  const bool there = state.size() >= 2 && state[1] != 'n' && state[1] != 'c';
+  const bool whole = state.size() == 2 && state[1] == 'i';
+  return {.version = there ? answer.substr(bar + 1) : "", .state = state, .isWhole = whole};
+}
+
+std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib) try {
+  const char* const asked = question(distrib);
+  if (asked == nullptr) return std::nullopt;
+  std::string command = asked;
+  std::vector<std::string> lines;
+  const int status = exec(command, lines);
+  if (status == 127) return std::nullopt;
+  const std::string answer = status == 0 && !lines.empty() ? lines.back() : "";
+  // The receipt on a Mac may have another name.
+  if (answer.empty() && getOS() == OsMacOSX) return std::nullopt;
+  return readInstalledAgent(distrib, answer);
+} catch (const std::exception&) {
+  return std::nullopt;
+}
+
+AgentDistrib installedKind() {
+  return getOS() == OsMacOSX ? DistribPkg : linuxDistrib(isSyno(), isDebian());
+}
+
+std::optional<bool> agentRuns() try {
+  std::string command = "systemctl is-active --quiet qdagent";
+  if (getOS() == OsMacOSX) command = "launchctl list com.qdagent >/dev/null 2>&1";
+  if (isSyno()) command = "synopkg is_onoff kesa >/dev/null 2>&1";
+  std::vector<std::string> lines;
+  const int status = exec(command, lines);
+  return status == 127 ? std::nullopt : std::optional(status == 0);
+} catch (const std::exception&) {
+  return std::nullopt;
+}
+
+}  // namespace utils

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Updater/terms/utilsPlatform.h"
+
+namespace utils {
+
+/// The agent's package as the system's package database has it.
+struct InstalledAgent {
+  std::string version;   ///< as the database spells it; empty: the package is not there
+  std::string state;     ///< Debian's abbreviation, such as "ii"; else empty
+  bool isWhole = false;  ///< it is there, and its installation came to its end
+
+  /// For messages: "7.2.1.4", "7.2.1.4 (iF)" or "nothing".
+  [[nodiscard]] std::string text() const;
+};
+
+/// Reads what dpkg-query, rpm, pkgutil or synopkg answered.
+InstalledAgent readInstalledAgent(AgentDistrib distrib, const std::string& answer);
+
+/// Asks the database that packages of the kind `distrib` are in; nothing where there is none to
+/// ask, or it does not answer.
+std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib);
+
+/// The kind of package by which the agent is installed on this machine.
+AgentDistrib installedKind();
+
+/// Whether the agent runs, as the system's service manager says; nothing where it says neither.
+std::optional<bool> agentRuns();
+
+}  // namespace utils

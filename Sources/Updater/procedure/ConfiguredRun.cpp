@@ -1,0 +1,129 @@
+#include "Updater/procedure/ConfiguredRun.h"
+
+#include <exception>
+#include <iostream>
+#include <utility>
+
+#include "Updater/outcome/hooks.h"
+#include "Updater/procedure/LastError.h"
+#include "Updater/process/Interrupts.h"
+#include "Updater/terms/utilsPlatform.h"
+#include "logging/QDLog.h"
+
+RunPlaces RunPlaces::ofInstance(const std::string& instance) {
+  return {.settingsFile = settingsFileOf(utils::getConfigurationFolder(), instance),
+          .dropInFolder = dropInFolderOf(utils::getConfigurationFolder()),
+          .stateFolder = stateFolderOf(instance)};
+}
+
+ConfiguredRun::ConfiguredRun(SettingsRead read, RunPlaces places)
+    : read_(std::move(read)),
+      settings_(read_.settings.value_or(Settings())),
+      places_(std::move(places)) {}
+
+int ConfiguredRun::perform(const RunRequest& request) try {
+  Updater::announce(withoutPassword(request.server), request.installed);
+  const Interrupts interrupts;
+  const std::string closed = folder_.open(places_.stateFolder);
+  if (!closed.empty()) QDLOG(ROOT, WRN, "No records: " << closed);
+  const bool locked = folder_.lock();
+  if (!locked && read_.fault.empty()) {
+    message_ = "another run holds " + folder_.pathOf("lock");
+    QDLOG(ROOT, NFY, "Another run holds " << folder_.pathOf("lock"));
+    return static_cast<int>(UpdateResult::Locked);
+  }
+  // The records are those of the run that holds the lock.
+  if (!locked) folder_.close();
+  recorder_ = std::make_unique<Recorder>(
+      folder_, Recorder::Places{.textfile = settings_.report.textfile,
+                                .channel = settings_.trust ? settings_.trust->channel : "",
+                                .historyLimit = settings_.report.history});
+  recorder_->observer = observer;
+  return static_cast<int>(performLocked(request));
+} catch (const std::exception& e) {
+  QDLOG(ROOT, ERR, "Exception : " << e.what());
+  return static_cast<int>(UpdateResult::Exception);
+}
+
+UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
+  const LastError lastError;
+  UpdateRun run;
+  run.installedText = request.installed;
+  run.recorder = recorder_.get();
+  recorder_->begin(request.installed);
+
+  std::vector<std::string> hooks;
+  std::string fault = read_.fault;
+  if (fault.empty()) fault = unsupportedSetting(settings_);
+  if (fault.empty()) fault = checkDropIns(places_, hooks);
+  if (!fault.empty()) {
+    QDLOG(ROOT, ERR, "Configuration : " << fault);
+    std::cerr << fault << '\n';
+    run.message = fault;
+    record(run, UpdateResult::ConfigurationFaulty);
+    return UpdateResult::ConfigurationFaulty;
+  }
+
+  Updater updater(request.restartOnly);
+  CommandOutput output;
+  run.settings = &settings_;
+  run.output = &output;
+  run.hooks = hooks;
+  const UpdateResult result = update(updater, request, run);
+  if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
+  record(run, result);
+  if (run.attempts > 0) runHooks(hooks, "after-", recorder_->record(), false, {});
+  return result;
+}
+
+UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, UpdateRun& run) {
+  if (request.installed.empty()) {
+    run.message = "the package manager knows no installed agent";
+    return UpdateResult::InvalidInstalledVersion;
+  }
+  if (!updater.checkLockFile(folder_)) {
+    run.message = "another run holds " + updater.lockFilePath;
+    return UpdateResult::Locked;
+  }
+  updater.httpClient.setWatcher([this](unsigned long long bytes) {
+    if (bytes > 0) recorder_->progress(bytes);
+    return !Interrupts::came();
+  });
+  const UpdateResult result = updater.perform(request.server, run);
+  updater.removeLockFile();
+  if (Interrupts::came() && result != UpdateResult::Interrupted) {
+    QDLOG(ROOT, WRN, "An interrupt came when the agent was being replaced: the run went on");
+  }
+  return result;
+}
+
+void ConfiguredRun::record(const UpdateRun& run, UpdateResult result) {
+  run.fillRecord();
+  recorder_->finish(result, run.updated, run.message);
+  message_ = recorder_->record().message;
+}
+
+std::string checkDropIns(const RunPlaces& places, std::vector<std::string>& hooks) {
+  for (const char* const name : {"hooks", "health", "inhibit"}) {
+    const bool isRun = std::string_view(name) != "inhibit";
+    DropIns found = listDropIns(places.dropInFolder + "/" + name, isRun);
+    if (!found.fault.empty()) return found.fault;
+    if (std::string_view(name) == "hooks") hooks = std::move(found.files);
+  }
+  return {};
+}
+
+std::string unsupportedSetting(const Settings& settings) {
+  const FetchSettings& fetch = settings.fetch;
+  const FetchSettings usual;
+  const char* name = nullptr;
+  if (settings.trust) name = "[trust]";
+  if (settings.health) name = "[health]";
+  if (settings.rollout) name = "[rollout]";
+  if (fetch.proxy || fetch.noProxy || !fetch.ca.empty() || !fetch.clientCert.empty() ||
+      fetch.rate != usual.rate || fetch.deadline != usual.deadline) {
+    name = "[fetch]";
+  }
+  if (name == nullptr) return {};
+  return std::string("this version cannot follow ") + name + " yet: remove it, or update qd-update";
+}

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "Updater/config/SettingsFile.h"
+#include "Updater/outcome/Recorder.h"
+#include "Updater/outcome/StateFolder.h"
+#include "Updater/procedure/Updater.h"
+
+/// Where a run finds what the administrator set, and leaves its records.
+struct RunPlaces {
+  std::string settingsFile;
+  std::string dropInFolder;
+  std::string stateFolder;
+
+  /// Those of an agent instance, which may be empty.
+  static RunPlaces ofInstance(const std::string& instance);
+};
+
+/// What is asked of one run.
+struct RunRequest {
+  std::string server;     ///< without a slash at its end
+  std::string installed;  ///< the installed version; empty: nobody knows
+  bool restartOnly = false;
+};
+
+/// One update as the administrator set it: the procedure, with its records, hooks and lock around
+/// it. Once per process.
+class ConfiguredRun {
+ public:
+  /// `read` holds settings, or why there are none.
+  ConfiguredRun(SettingsRead read, RunPlaces places);
+
+  /// Called at each phase and whenever bytes came. Set before `perform`.
+  std::function<void(const RunRecord&)> observer;
+
+  /// The update. Returns the exit status of the process. No std::exception leaves it.
+  int perform(const RunRequest& request);
+
+  /// What became of it, for people; empty when all is well.
+  [[nodiscard]] const std::string& message() const { return message_; }
+
+ private:
+  UpdateResult performLocked(const RunRequest& request);
+  UpdateResult update(Updater& updater, const RunRequest& request, UpdateRun& run);
+  void record(const UpdateRun& run, UpdateResult result);
+
+  SettingsRead read_;
+  Settings settings_;  ///< the defaults where there are none
+  RunPlaces places_;
+  StateFolder folder_;
+  std::unique_ptr<Recorder> recorder_;
+  std::string message_;
+};
+
+/// What a run would find faulty besides the settings file itself, with what to do; empty when
+/// nothing. `hooks`: those that may be run.
+std::string checkDropIns(const RunPlaces& places, std::vector<std::string>& hooks);
+
+/// A section or key that this version does not know how to follow yet; empty when it follows all.
+std::string unsupportedSetting(const Settings& settings);
