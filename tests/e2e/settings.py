@@ -1,0 +1,160 @@
+#!/usr/bin/env python3
+"""Whole runs with an update.toml: statuses, records, hooks and lock, and what is told of a faulty one."""
+
+import json
+import os
+import sys
+import time
+from functools import partial
+from pathlib import Path
+
+import jsonschema
+
+from harness import Row, blocks, difference, fill, main, read, write
+from harness.linux import BLOCKS, DEB, PACKAGE, WRONG
+
+SCHEMA = json.loads(Path(__file__).resolve().parents[2].joinpath("share/status.schema.json").read_text())
+STATE = "/var/lib/qd/update.{I}"
+# What dpkg-query says of the agent, a version a line in the file "installed".
+DATABASE = {"dpkg-query": 'cat "$tmp/../installed"',
+            "dpkg": 'printf "Reading 5%%\\rUnpacking\\n"; echo "ii |7.2.1.15" >"$tmp/../installed"'}
+GOOD = {"status": 0, "outcome": "updated", "phase": "done", "cause": "", "message": "",
+        "from": "7.2.0.1", "to": "7.2.1.15", "bytes": len(PACKAGE), "size": len(PACKAGE), "attempts": 1}
+
+
+def state(run, name: str = "status.json") -> str:
+    return run.own(fill(f"{STATE}/{name}", run.texts))
+
+
+def told(run) -> list[dict]:
+    """status.json and the lines of the history, each of which fits the schema."""
+    records = [json.loads(read(state(run)))]
+    records += [json.loads(line) for line in read(state(run, "history.jsonl")).splitlines()]
+    for record in records:
+        jsonschema.validate(record, SCHEMA)
+    return records
+
+
+def tells(expected: dict, history: int = 1):
+    """That the record says so, the history's last line the same, and that it has so many lines."""
+    def check(run, _):
+        status, *lines = told(run)
+        seen = {name: status[name] for name in expected}
+        yield from difference("record", [str(seen)], [fill(str(expected), run.texts)])
+        if len(lines) != history or lines[-1:] != [status]:
+            yield f"history: {lines}"
+        for name in ("status.json", "history.jsonl"):
+            if os.stat(state(run, name)).st_mode & 0o777 != 0o644:
+                yield f"mode of {name}"
+    return check
+
+
+def faulty(name: str, text: str, said: str, mode: int = 0o644, owner: int = 0, before=lambda run: None) -> Row:
+    """A configuration of which a person is told so, and which ends the run before any request."""
+    def prepare(run):
+        path = run.own(fill("/etc/qd/update.{I}.toml", run.texts))
+        os.chmod(path, mode)
+        os.chown(path, owner, 0)
+        before(run)
+
+    def check(run, outcome):
+        line = fill(said, run.texts)
+        yield from difference("standard error", outcome.err.splitlines(), [line])
+        yield from tells({"status": 20, "cause": "configuration", "message": line,
+                          "phase": "check", "outcome": "failed"})(run, outcome)
+    return row(name, config=text, prepare=prepare, check=check, status=20,
+               requests="", calls="")
+
+
+def drop_in(path: str, text: str, mode: int = 0o755, owner: int = 0):
+    def prepare(run):
+        file = run.own(f"/etc/qd/update.d/{path}")
+        write(file, fill("#!/bin/sh\n" + text, run.texts), mode)
+        os.chown(file, owner, 0)
+    return prepare
+
+
+def installed(version: str = "ii |7.2.0.1"):
+    return lambda run: write(run.side("installed"), version + "\n")
+
+
+def both(*steps):
+    def prepare(run):
+        for step in steps:
+            step(run)
+    return prepare
+
+
+def lock(milliseconds: int, note: str = ""):
+    """A lock of the former kind, and what the lock beside the records says of it."""
+    def prepare(run):
+        taken = str(int(time.time() * 1000) + milliseconds)
+        write(run.temp("upgrade_ovt.lock"), taken + "\n")
+        write(state(run, "lock"), note or taken, 0o600)
+    return prepare
+
+
+row = partial(Row, config="", commands=DATABASE, prepare=installed(), blocks=BLOCKS | blocks("""
+[file] /etc/qd/update.{I}.toml
+[own] /etc/qd/update.d
+[hooked] {until stop} | {before} | {stopped}
+[before] NFY Hook before-1 | NFY before-1: {V} 7.2.1.15 prepare running 0
+[stopped] NFY Agent Stopping .... | NFY Agent Stopped
+[installing] NFY Upgrading agent ...'
+[printed] {installing} | NFY Unpacking | NFY ii |7.2.1.15
+"""))
+
+RUNS = [
+    row("Updates", calls="{stop} | {install} | {start} | dpkg-query --show "
+        "--showformat=${db:Status-Abbrev}|${Version}\\n qdagent", files="agent_upd.log | setup.deb",
+        has="NFY Unpacking | NFY Remove lock file", check=tells(GOOD)),
+    row("FindsNothingNewer", version="7.2.1.15", status=0, calls="", check=tells(
+        {"outcome": "up-to-date", "status": 0, "phase": "done", "to": "7.2.1.15", "message": ""})),
+    row("SaysWhyAndWhereItFailed", {DEB: 404}, status=2, calls="", check=tells(
+        {"outcome": "failed", "cause": "transfer", "phase": "fetch",
+         "message": "Fail to get HEAD for {F}/setup.deb: [404 ]"})),
+    row("InstallationThatFailed", status=13, has="NFY no space", check=tells(
+        {"cause": "install-failed", "phase": "start",
+         "message": "the installation failed; there is now: 7.2.0.1"}),
+        commands=DATABASE | {"dpkg": "echo no space >&2; exit 2"}),
+    row("InstallationThatOnlySeemedToWork", status=13, check=tells(
+        {"message": "the installation failed; there is now: 7.2.1.15 (iF)"}),
+        commands=DATABASE | {"dpkg": 'echo "iF |7.2.1.15" >"$tmp/../installed"'}),
+    row("AgentThatDoesNotStart", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'},
+        check=tells({"cause": "start-failed", "message": "the agent could not be started after the "
+                     "installation; there is now: 7.2.1.15"})),
+    row("HookRefuses", status=28, calls="", prepare=both(installed(), drop_in(
+        "hooks/before-1", 'echo $QD_UPDATE_FROM $QD_UPDATE_TO $QD_UPDATE_PHASE $QD_UPDATE_OUTCOME '
+        '$QD_UPDATE_STATUS; exit 3'), drop_in("hooks/before-2", "touch $TMPDIR/ran")),
+        has="{before} | WRN hook before-1 ended with 3", files="agent_upd.log | setup.deb",
+        check=tells({"cause": "hook-refused", "phase": "prepare", "outcome": "refused",
+                     "message": "hook before-1 ended with 3"})),
+    row("HookAfterwardsIsOnlyRecorded", {DEB: [PACKAGE, WRONG]}, status=7, prepare=both(
+        installed(), drop_in("hooks/after-1", 'echo $QD_UPDATE_STATUS $QD_UPDATE_CAUSE; exit 1')),
+        has="NFY after-1: 7 wrong-digest | WRN hook after-1 ended with 1"),
+    row("LockOfARunThatDied", prepare=both(installed(), lock(-1000)), check=tells(GOOD)),
+    row("LockInTheFuture", prepare=both(installed(), lock(7200000, "1")), check=tells(GOOD)),
+    row("LockOfARunWithoutSettings", status=12, calls="", requests="", prepare=both(
+        installed(), lock(-1000, "1")), check=tells({"cause": "locked", "outcome": "deferred"})),
+]
+
+FAULTY = [
+    faulty("UnknownKey", "\n[fetch]\nprox = 1", '{file}:3:1: unknown key "fetch.prox"; did you mean '
+           '"fetch.proxy"?'),
+    faulty("WritableByOthers", "", "{file}: others than root may write to it; see to its content, "
+           "then chmod go-w", 0o664),
+    faulty("BelongsToAUser", "", "{file}: belongs to user 7, not to root: somebody else could change "
+           "it; see to its content, then chown root", owner=7),
+    faulty("PasswordForAll", "fetch.proxy = 'u:p@h'", "{file}: holds a password that others can "
+           "read; chmod 600 it, and change the password if others may have read it"),
+    faulty("NotBuiltYet", "[health]", "this version cannot follow [health] yet: remove it, or update "
+           "qd-update"),
+    faulty("HookOfAUser", "", "{own}/hooks/before-1: belongs to user 7, not to root: somebody else "
+           "could change it; see to its content, then chown root",
+           before=drop_in("hooks/before-1", "", owner=7)),
+    faulty("CheckThatCannotRun", "", "{own}/health/x: is not executable; chmod +x it, or remove it",
+           before=drop_in("health/x", "", 0o644)),
+]
+
+if __name__ == "__main__":
+    sys.exit(main(__doc__, [*RUNS, *FAULTY]))
