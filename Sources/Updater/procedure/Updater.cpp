@@ -15,6 +15,15 @@
 
 namespace fs = boost::filesystem;
 
+namespace {
+
+void detach(utils::AttachedImage& image) {
+  utils::unmount(image.device);
+  image = {};
+}
+
+}  // namespace
+
 int Updater::checkAndUpdate(const std::string& url, const std::string& currentVersion) {
   announce(url, currentVersion);
   if (!checkLockFile()) return static_cast<int>(UpdateResult::Done);
@@ -126,10 +135,7 @@ UpdateResult Updater::take(std::span<const Step> steps, UpdateRun& run) {
 
 /// The run ends before the agent is stopped.
 UpdateResult Updater::giveUp(UpdateRun& run, UpdateResult result) {
-  if (!run.image.device.empty()) {
-    utils::unmount(run.image.device);
-    run.image = {};
-  }
+  if (!run.image.device.empty()) detach(run.image);
   if (result == UpdateResult::Interrupted) {
     run.message = "interrupted; nothing was changed";
     QDLOG(ROOT, WRN, "Interrupted. Nothing was changed");
@@ -270,7 +276,7 @@ Updater::Stop Updater::obtainPackage(UpdateRun& run) {
       if (!usesDiskImage()) return std::nullopt;
       if (const Stop stop = attachImage(run)) return stop;
       if (run.package.isStillThere()) return std::nullopt;
-      utils::unmount(run.image.device);
+      detach(run.image);
     }
     // Somebody exchanged the package after its verification: it counts as one with a wrong digest,
     // which is that of the file that lies there now.
