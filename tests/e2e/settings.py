@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Whole runs with an update.toml: statuses, records, hooks and lock, and what is told of a faulty one."""
+"""Whole runs with an update.toml: statuses, records, hooks, lock, and what is told of a faulty one."""
 
 import json
 import os
@@ -13,13 +13,15 @@ import jsonschema
 from harness import Row, blocks, difference, fill, main, read, write
 from harness.linux import BLOCKS, DEB, PACKAGE, WRONG
 
-SCHEMA = json.loads(Path(__file__).resolve().parents[2].joinpath("share/status.schema.json").read_text())
+TOP = Path(__file__).resolve().parents[2]
+SCHEMA = json.loads((TOP / "share/status.schema.json").read_text())
 STATE = "/var/lib/qd/update.{I}"
 # What dpkg-query says of the agent, a version a line in the file "installed".
 DATABASE = {"dpkg-query": 'cat "$tmp/../installed"',
             "dpkg": 'printf "Reading 5%%\\rUnpacking\\n"; echo "ii |7.2.1.15" >"$tmp/../installed"'}
 GOOD = {"status": 0, "outcome": "updated", "phase": "done", "cause": "", "message": "",
-        "from": "7.2.0.1", "to": "7.2.1.15", "bytes": len(PACKAGE), "size": len(PACKAGE), "attempts": 1}
+        "from": "7.2.0.1", "to": "7.2.1.15", "bytes": len(PACKAGE), "size": len(PACKAGE),
+        "attempts": 1}
 
 
 def state(run, name: str = "status.json") -> str:
@@ -49,12 +51,14 @@ def tells(expected: dict, history: int = 1):
     return check
 
 
-def faulty(name: str, text: str, said: str, mode: int = 0o644, owner: int = 0, before=lambda run: None) -> Row:
+def faulty(name: str, text: str, said: str, mode: int = 0o644, owner: int = 0,
+           before=lambda run: None) -> Row:
     """A configuration of which a person is told so, and which ends the run before any request."""
     def prepare(run):
         path = run.own(fill("/etc/qd/update.{I}.toml", run.texts))
         os.chmod(path, mode)
-        os.chown(path, owner, 0)
+        if owner:
+            os.chown(path, owner, 0)
         before(run)
 
     def check(run, outcome):
@@ -62,7 +66,8 @@ def faulty(name: str, text: str, said: str, mode: int = 0o644, owner: int = 0, b
         yield from difference("standard error", outcome.err.splitlines(), [line])
         yield from tells({"status": 20, "cause": "configuration", "message": line,
                           "phase": "check", "outcome": "failed"})(run, outcome)
-    return row(name, config=text, prepare=prepare, check=check, status=20,
+    needs = ["test $(id -u) = 0"] if "belongs to user" in said else []
+    return row(name, needs=needs, config=text, prepare=prepare, check=check, status=20,
                requests="", calls="")
 
 
@@ -70,7 +75,8 @@ def drop_in(path: str, text: str, mode: int = 0o755, owner: int = 0):
     def prepare(run):
         file = run.own(f"/etc/qd/update.d/{path}")
         write(file, fill("#!/bin/sh\n" + text, run.texts), mode)
-        os.chown(file, owner, 0)
+        if owner:
+            os.chown(file, owner, 0)
     return prepare
 
 
@@ -139,16 +145,16 @@ RUNS = [
 ]
 
 FAULTY = [
-    faulty("UnknownKey", "\n[fetch]\nprox = 1", '{file}:3:1: unknown key "fetch.prox"; did you mean '
-           '"fetch.proxy"?'),
+    faulty("UnknownKey", "\n[fetch]\nprox = 1", '{file}:3:1: unknown key '
+           '"fetch.prox"; did you mean "fetch.proxy"?'),
     faulty("WritableByOthers", "", "{file}: others than root may write to it; see to its content, "
            "then chmod go-w", 0o664),
-    faulty("BelongsToAUser", "", "{file}: belongs to user 7, not to root: somebody else could change "
-           "it; see to its content, then chown root", owner=7),
+    faulty("BelongsToAUser", "", "{file}: belongs to user 7, not to root: somebody else could "
+           "change it; see to its content, then chown root", owner=7),
     faulty("PasswordForAll", "fetch.proxy = 'u:p@h'", "{file}: holds a password that others can "
            "read; chmod 600 it, and change the password if others may have read it"),
-    faulty("NotBuiltYet", "[health]", "this version cannot follow [health] yet: remove it, or update "
-           "qd-update"),
+    faulty("NotBuiltYet", "[health]", "this version cannot follow [health] yet: remove it, or "
+           "update qd-update"),
     faulty("HookOfAUser", "", "{own}/hooks/before-1: belongs to user 7, not to root: somebody else "
            "could change it; see to its content, then chown root",
            before=drop_in("hooks/before-1", "", owner=7)),
