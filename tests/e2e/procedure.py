@@ -60,7 +60,7 @@ def trace(run) -> None:
 
 
 def nothing_else(run, outcome):
-    """Headers of the requests, outputs, and the paths from main's first call on: all of them."""
+    """Headers of the requests, and the paths from main's first call on: all of them."""
     for request in outcome.requests:
         host = run.texts["S"].removeprefix("http://")
         expected = {"host": host, "user-agent": "Updater/1.0.0", "accept": "*/*"}
@@ -73,13 +73,12 @@ def nothing_else(run, outcome):
         paths.remove(configuration)
     paths = sorted({re.sub(r"(upgrade_ovt.lock)\.\w+", r"\1.NEW", path) for path in paths})
     yield from difference("paths", paths, sorted(items("{paths}", run.texts)))
-    yield from difference("output and errors", [outcome.out, outcome.err], ["", ""])
 
 
 VERSIONS = [
     row("UpdateDone", log="{update}", requests="{requests}", calls="{commands}", files="{kept}"),
     row("WithoutConfigurationNothingIsNew", log="{update}", requests="{requests}",
-        calls="{commands}", files="{kept}", prepare=trace, check=nothing_else,
+        calls="{commands}", files="{kept}", out="", err="", prepare=trace, check=nothing_else,
         needs=["strace -o /dev/null true"]),
     row("UpToDate", version="7.2.1.15", log="{until version} | {nothing to do}",
         requests="{GET version}", files="{locked}"),

@@ -6,7 +6,7 @@ import signal
 import sys
 from functools import partial
 
-from harness import NOBODY, Answer, Row, difference, fill, main, read, records, write
+from harness import NOBODY, Answer, Row, difference, fill, logged, main, read, records, write
 from harness.linux import CONF, DEB, PACKAGE
 
 USAGE = "Usage : \nupdate [-D] <url> <version>\n"
@@ -16,30 +16,18 @@ updated = partial(Row, calls="{commands}")
 
 # --- arguments
 
-def usage(run, outcome):
-    yield from difference("output and errors", [outcome.out, outcome.err], [USAGE, ""])
-
-
 def wrong(name: str, *args: str) -> Row:
-    return Row("Wrong:" + name, args=list(args), status=1, check=usage, files="",
-               user=NOBODY)
+    return Row("Wrong:" + name, args=list(args), status=1, out=USAGE, err="", files="", user=NOBODY)
 
 
-def decoded(name: str, encode, address: str | None = None) -> Row:
-    """`encode` makes the argument of the server's address; `address` is what it stands for."""
-    def asked(run, args):
+def decoded(name: str, encode) -> Row:
+    """`encode` returns, for the server's address, the argument and what that stands for."""
+    def asked(run, _):
         argument, run.texts["address"] = encode(run.texts["S"])
         return run.go(argument, "7.2.0.1")
-
-    def requested(run, outcome):
-        asked_for = f"ERR Request {run.texts['address']}/agent_setup_def.json failed : ["
-        if not any(record.startswith(asked_for) for record in outcome.log):
-            yield "\n".join(outcome.log)
-
-    def place(run):
-        run.texts["server"] = "NFY Udpate server : {address}"
-    return Row("Address:" + name, good={}, drive=asked, status=2, prepare=place, check=requested,
-               has="{server}")
+    return Row("Address:" + name, good={}, drive=asked, status=2,
+               has="NFY Udpate server : {address}",
+               check=logged("ERR Request {address}/agent_setup_def.json failed : ["))
 
 
 def hexa(text: str) -> str:
@@ -51,16 +39,8 @@ def longest(url: str) -> str:
 
 
 def too_long(size: int) -> Row:
-    def told(run, outcome):
-        log = read(run.temp("agent_upd.log"))
-        yield from difference("output", [outcome.out], [log + USAGE])
     return Row(f"AddressOf{size}", args=["-D", hexa(DEAD.ljust(size, "a")), "{V}"], status=1,
-               check=told, log="EXCP:ERR NET: convertHexStrNullToBin: Buffer too small")
-
-
-def echo(run, outcome):
-    log = read(run.temp("agent_upd.log"))
-    yield from difference("output", [outcome.out], [run.texts.get("echo", log)])
+               out="{echo}" + USAGE, log="EXCP:ERR NET: convertHexStrNullToBin: Buffer too small")
 
 
 def told_on_output(run, outcome):
@@ -85,9 +65,9 @@ ARGUMENTS = [
     decoded("one slash", lambda url: ("2f", "")),
     too_long(4096),
     too_long(5000),
-    updated("NoOptionNoEcho", check=echo, texts={"echo": ""}),
-    updated("EchoIsTheLog", option="-D", check=echo),
-    Row("EchoIsTheLogOfOnlyRestart", option="-S", check=echo, calls="{stop} | {start}"),
+    updated("NoOptionNoEcho", out=""),
+    updated("EchoIsTheLog", option="-D", out="{echo}"),
+    Row("EchoIsTheLogOfOnlyRestart", option="-S", out="{echo}", calls="{stop} | {start}"),
     Row("NoTemporaryFolderIsToldOnOutput", env={"TMPDIR": "/nowhere"}, check=told_on_output,
         connections=0, files=""),
 ]

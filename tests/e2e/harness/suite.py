@@ -18,7 +18,7 @@ from pathlib import Path
 from typing import Any
 
 from . import linux
-from .run import MAPPED, Outcome, Run, Skip, write
+from .run import MAPPED, Outcome, Run, Skip, read, write
 from .server import Server
 from .texts import fill, items
 from .tls import context
@@ -60,9 +60,9 @@ def difference(what: str, seen: list[str], expected: list[str]) -> Iterator[str]
 
 def logged(part: str) -> Callable[[Run, Outcome], Iterator[str]]:
     """A Row's check that the part is in some record of the log."""
-    def check(_: Run, outcome: Outcome) -> Iterator[str]:
-        if not any(part in record for record in outcome.log):
-            yield "\n".join([f"no record has '{part}':", *outcome.log])
+    def check(run: Run, outcome: Outcome) -> Iterator[str]:
+        if not any(fill(part, run.texts) in record for record in outcome.log):
+            yield "\n".join([f"no record has '{fill(part, run.texts)}':", *outcome.log])
     return check
 
 
@@ -84,6 +84,8 @@ class Row:
     calls: str | None = None
     files: str | None = None
     has: str = ""  # records that are in the log
+    out: str | None = None  # standard output; {echo} is the log as it is
+    err: str | None = None
     check: Callable[[Run, Outcome], Iterable[str]] | None = None  # yields what else is wrong
     connections: int = 1  # at most
     version: str = "7.2.0.1"
@@ -141,6 +143,11 @@ class Row:
             if expected is not None:
                 wanted = items(expected, run.texts)
                 yield from difference(what, seen, sorted(wanted) if what == "files" else wanted)
+        texts = run.texts | {"echo": read(run.temp("agent_upd.log"))}
+        for what, text, expected in (("output", outcome.out, self.out),
+                                     ("errors", outcome.err, self.err)):
+            if expected is not None:
+                yield from difference(what, text.split("\n"), fill(expected, texts).split("\n"))
         if missing := [record for record in items(self.has, run.texts) if record not in log]:
             yield from difference("log, of which one is missing", log, missing)
         if server.connections > self.connections:
