@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "Said.h"
+#include "SystemHooks.h"
 #include "osal/osal_deadline.h"
 
 namespace {
@@ -36,9 +38,16 @@ TEST(OsalThread, StartsWithAnyStackAndTellsItsClass) {
     done.init(0);
     Said said("OSAL:5;");
     const unsigned int size = qos == 0 ? 0 : (1U << 20) + 1;
+#if defined(__linux__)
+    SystemHooks hooks;
+#endif
     EXPECT_EQ(said(osal_launchThread(post, size, &done, "scan", static_cast<OSAL_QOS>(qos++))),
               "0 DBG Set QoS to " + name + " for thread \"scan\"");
     done.wait();
+#if defined(__linux__)
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    EXPECT_EQ(hooks.stackSize, size == 0 ? 0 : (1U << 20) + page) << "whole pages";
+#endif
   }
 }
 

@@ -26,6 +26,7 @@ class SystemHooks {
 
   std::vector<long> pauses;    ///< that did not fail, in milliseconds
   std::optional<timeval> now;  ///< what gettimeofday says
+  std::size_t stackSize = 0;   ///< that was asked for a new thread at last
 };
 
 /// Fails with `error` at the `n`th call, counted from 1.
