@@ -20,6 +20,7 @@ static_assert(sizeof(off_t) == 8, "file sizes take 64 bits: build with _FILE_OFF
 namespace {
 
 constexpr mode_t kNewFileMode = 0777;
+constexpr mode_t kNewStreamMode = 0666;
 constexpr unsigned int kDumpSize = 16;  // bytes of each transfer that the log shows
 
 int openFlags(QDOpenMode mode) {
@@ -35,16 +36,22 @@ int openFlags(QDOpenMode mode) {
   }
 }
 
-/// The modes of stdio, each with the "e" that makes the descriptor close-on-exec.
-const char* streamMode(QDOpenMode mode) {
+/// How stdio opens a file, and what it calls that. Its own open cannot make a descriptor
+/// close-on-exec on every system.
+struct StreamMode {
+  int flags;
+  const char* name;
+};
+
+StreamMode streamMode(QDOpenMode mode) {
   switch (mode) {
     case QD_OPENMODE_RWNOTEXISTING:
     case QD_OPENMODE_RWCANCREATE:
-      return "we";
+      return {O_WRONLY | O_CREAT | O_TRUNC, "w"};
     case QD_OPENMODE_RWEXISTING:
-      return "r+e";
+      return {O_RDWR, "r+"};
     default:
-      return "re";
+      return {O_RDONLY, "r"};
   }
 }
 
@@ -238,7 +245,9 @@ bool OSAL_File::isOpen(const char* operation, bool silent) const {
 }
 
 int OSAL_File::openBuffered(const unsigned char* path, QDOpenMode mode, bool silent) {
-  stream = std::fopen(osal_chars(path), streamMode(mode));
+  const auto [flags, name] = streamMode(mode);
+  ScopedFd opened(::open(osal_chars(path), flags | O_CLOEXEC | O_NOCTTY, kNewStreamMode));
+  stream = opened ? ::fdopen(opened.get(), name) : nullptr;
   if (stream == nullptr) {
     const int error = errno;
     if (!silent) {
@@ -246,7 +255,7 @@ int OSAL_File::openBuffered(const unsigned char* path, QDOpenMode mode, bool sil
     }
     return -1;
   }
-  fd = ::fileno(stream);
+  fd = opened.release();
   return 0;
 }
 
