@@ -80,10 +80,10 @@ int host_memoryRegions(std::vector<HostMemoryRegion>& regions) {
 int host_residentSize(std::uint64_t& bytes) {
   const OwnTask task;
   if (!task) return EPERM;
-  task_basic_info_64_data_t info{};
-  mach_msg_type_number_t count = TASK_BASIC_INFO_64_COUNT;
-  if (::task_info(task.port(), TASK_BASIC_INFO_64, reinterpret_cast<task_info_t>(&info), &count) !=
-      KERN_SUCCESS) {
+  mach_task_basic_info_data_t info{};
+  mach_msg_type_number_t count = MACH_TASK_BASIC_INFO_COUNT;
+  if (::task_info(task.port(), MACH_TASK_BASIC_INFO, reinterpret_cast<task_info_t>(&info),
+                  &count) != KERN_SUCCESS) {
     return EPERM;
   }
   bytes = info.resident_size;
