@@ -32,9 +32,9 @@ namespace {
 /// the agent that started this program, and read from it, may just have been stopped.
 void replaceBrokenOutputs() noexcept {
   for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
-    pollfd state{fd, POLLOUT, 0};
-    if (::poll(&state, 1, 0) != 1 || (state.revents & (POLLERR | POLLHUP | POLLNVAL)) == 0)
-      continue;
+    // Nothing else counts: for devices that are in order macOS answers POLLNVAL.
+    pollfd state{fd, 0, 0};
+    if (::poll(&state, 1, 0) != 1 || (state.revents & (POLLERR | POLLHUP)) == 0) continue;
     const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (null < 0) continue;
     ::dup2(null, fd);
