@@ -13,7 +13,7 @@ class QDLogClock {
  public:
   /// The time now, "2026-03-01 14:05:09"; empty for one that has no local time. Lives until the
   /// next call. It is made anew when the second has changed, or TZ.
-  const std::string& now();
+  std::string_view now();
 
  private:
   std::time_t _second = -1;
@@ -79,14 +79,6 @@ class FileQDLogCb : public QDLogCb {
   bool _torn = false;             // the file ends in a part of a line
   unsigned long long _rollAbove;  // size in bytes above which the file rolls
 };
-
-/// Appends the line for a record, without its newline. `stamp` is the local time as text.
-void qdLogAppendLine(std::string& text, std::string_view stamp, std::string_view module,
-                     std::string_view level, std::string_view file, int line,
-                     std::string_view message);
-
-/// The part of a source file's name that a line shows: its end.
-std::string_view qdLogShortFileName(std::string_view file);
 
 /// The name under which the previous generation of the log at `path` is kept.
 std::string qdLogBackupName(const std::string& path);

@@ -196,7 +196,8 @@ QDStreamLogger& QDStreamLogger::insertText(std::string_view text) {
 
 template <typename T>
 QDStreamLogger& QDStreamLogger::insertNumber(T number) {
-  if ((flags() & (std::ios::basefield | std::ios::showpos)) != std::ios::dec) return insert(number);
+  const auto format = flags() & (std::ios::basefield | std::ios::showpos);
+  if (format != std::ios::dec || width() != 0) return insert(number);
   char digits[32];
   return insertText({digits, std::to_chars(digits, std::end(digits), number).ptr});
 }

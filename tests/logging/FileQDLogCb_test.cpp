@@ -35,9 +35,9 @@ TEST(FileQDLogCb, AppendsAndEchoes) {
 TEST(FileQDLogCb, StampsWithTheTimeZoneOfTheMoment) {
   QDLogClock clock;
   ::setenv("TZ", "AAA11", 1);
-  const std::string west = clock.now();
+  const std::string west(clock.now());
   ::setenv("TZ", "BBB-11", 1);
-  const std::string east = clock.now();
+  const std::string east(clock.now());
   ::unsetenv("TZ");
   EXPECT_NE(west.substr(0, 13), east.substr(0, 13));  // the date and the hour
 }
