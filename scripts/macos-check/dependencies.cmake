@@ -7,7 +7,7 @@ macro(qd_provide_headers method name)
     target_compile_definitions(qd_check_headers INTERFACE
       _LIBCPP_ENABLE_CXX17_REMOVED_UNARY_BINARY_FUNCTION _LIBCPP_ENABLE_CXX20_REMOVED_TYPE_TRAITS)
     foreach(library IN ITEMS Threads::Threads CURL::libcurl OpenSSL::Crypto OpenSSL::SSL
-        Boost::filesystem Boost::headers nlohmann_json::nlohmann_json)
+        Boost::filesystem Boost::headers nlohmann_json::nlohmann_json CLI11::CLI11 GTest::gtest GTest::gmock GTest::gtest_main)
       add_library(${library} INTERFACE IMPORTED)
       target_link_libraries(${library} INTERFACE qd_check_headers)
     endforeach()
