@@ -122,7 +122,7 @@ void FileQDLogCb::log(unsigned int /*pid*/, unsigned long long /*threadId*/, con
        std::string_view(message), "\n"sv);
   const std::string_view whole = std::string_view(_text).substr(1);
   if (_file && exceedsLimit(whole.size() - 1)) rollLogFiles();
-  // After a line that a full disk cut off, the next one still starts at the left margin.
+  // After an incomplete line, which a full disk leaves, the next one still starts a line.
   if (_file) writeToFile(_torn ? _text : whole);
   if (_echo) {
     std::fwrite(whole.data(), 1, whole.size(), stdout);
@@ -148,9 +148,9 @@ void FileQDLogCb::writeToFile(std::string_view text) {
 
 void FileQDLogCb::rollLogFiles() {
   const bool renamed = std::rename(_path.c_str(), qdLogBackupName(_path).c_str()) == 0;
-  _file = openFile();  // without memory for it the former one stays in use
+  _file = openFile();  // the former one stays in use when there is no memory for it
   _size.set(_file ? sizeOf(_file.get()) : 0);
   _torn = _torn && _size.bytes() > 0;
-  // A backup name that is taken for good must not cost a roll with every line.
+  // Where the backup name cannot be replaced, not every line should try to roll.
   _rollAbove = renamed ? kMaxFileSize : std::max(kMaxFileSize, _size.bytes() + kRetryRollAfter);
 }

@@ -11,8 +11,8 @@
 /// The local time as the text of a log line. For one thread at a time.
 class QDLogClock {
  public:
-  /// The time now, "2026-03-01 14:05:09"; empty for one that has no local time. Lives until the
-  /// next call. It is made anew when the second has changed, or TZ.
+  /// The time now, "2026-03-01 14:05:09"; empty when it has no local time. The text lives until the
+  /// next call, and is only formatted again when the second or TZ has changed.
   std::string_view now();
 
  private:
@@ -45,17 +45,17 @@ class QDLogSize {
 /// Writes each record as one line to a file that rolls: the line that would make it larger than 5
 /// MiB starts it afresh, and one previous generation stays beside it under the ".bak" name.
 ///
-/// It reports nothing: lines that cannot be written are lost, and echoed all the same. A line that
-/// memory has no room for is told, by its place alone, to standard error. Each line is one write at
-/// the end of the file, so that several processes may share it. The file rolls when it is too
-/// large, never on a guess; what another process wrote within the last 100 ms may still be missed,
-/// so that it rolls a little later.
+/// The sink reports no failure: a line that cannot be written is lost, but echoed all the same.
+/// When there is no memory for a line, standard error gets its source file and line number. Each
+/// line is a single write at the end of the file, so several processes may share it.
+/// The file rolls when it is too large, never on a guess; what another process wrote within the last
+/// 100 ms may still be missed, so that it rolls a little later.
 class FileQDLogCb : public QDLogCb {
  public:
   /// Opens `path` for appending, created when missing; a failure leaves the sink without a file.
-  /// `echo`: every line is also written to standard output. `shared`: others could exchange what
-  /// stands at `path`, as in the temporary folder, so the file is this user's alone and no link is
-  /// followed; so it is anyway where others may write to its folder.
+  /// `echo`: every line is also written to standard output. `shared`: other users could exchange
+  /// the file at `path`, as in the temporary folder; it is then opened by the rules of
+  /// `osal_openOwnFile`. These hold anyway where other users may write to its folder.
   FileQDLogCb(const std::string& path, bool echo, bool shared = false);
 
   void log(unsigned int pid, unsigned long long threadId, const char* module, const char* level,
@@ -76,7 +76,7 @@ class FileQDLogCb : public QDLogCb {
   std::string _path;
   bool _echo;
   bool _shared;
-  bool _torn = false;             // the file ends in a part of a line
+  bool _torn = false;             // the last line in the file is incomplete
   unsigned long long _rollAbove;  // size in bytes above which the file rolls
 };
 

@@ -30,9 +30,9 @@ inline constexpr const char* QDLOG_LEVELS[] = {"NFY", "EL2", "ERR", "WRN", "INF"
 /// The levels that have a name of their own.
 enum class QDLevel : int { NFY = 0, EL2 = 1, ERR = 2, WRN = 3, INF = 4, DBG = 5 };
 
-/// Where records go. `log` is called under the logger's lock, so a sink needs none of its own; it
-/// must not log. What it throws reaches the code that logged, a destructor perhaps: a sink catches
-/// its own.
+/// Where records go. The logger calls `log` under its lock, so a sink needs none of its own; a sink
+/// must not log. An exception that leaves it reaches the code that logged, perhaps a destructor, so
+/// a sink catches its own exceptions.
 class QDLogCb : public qd_interface_base_qualifier {
  public:
   /// Takes one record. All strings belong to the caller and live until the return.
@@ -117,7 +117,7 @@ class QDLog : private qd_no_duplic {
   /// True while this thread is inside a statement, which must not be nested.
   [[nodiscard]] static bool inRecord();
 
-  /// Says on standard error that the statement at `line` of `func` was lost.
+  /// Reports on standard error that the statement at `line` of `func` was lost.
   static void reportMissed(const char* func, int line);
 
  private:
@@ -141,9 +141,9 @@ class QDLog : private qd_no_duplic {
 /// `module` is a module code; `level` is NFY, EL2, ERR, WRN, INF, DBG, a number from 0 to 9 or an
 /// expression of these; the rest is what to stream, evaluated only when the record is written.
 /// It is one statement. What it streams must not log: a nested statement is refused with a line on
-/// standard error. A failure of the stream, want of memory among them, never reaches the caller, so
-/// destructors may log; what the streamed expression itself or a sink throws does, after the lock
-/// is released.
+/// standard error. A failure of the stream, lack of memory included, never reaches the caller, so
+/// destructors may log; an exception of the streamed expression itself or of a sink does, after the
+/// lock is released.
 #define QDLOG(module, level, ...)                                                        \
   do {                                                                                   \
     const int qdlogLevel_ = [&] {                                                        \

@@ -5,15 +5,15 @@
 #include "ground/QDMarkers.h"
 #include "ground/osal_mutex.h"
 
-/// What can be locked and unlocked; satisfies the standard's BasicLockable.
+/// An object that can be locked and unlocked; satisfies the standard's BasicLockable.
 class QDLockIntf : public qd_interface_base_qualifier {
  public:
   virtual void lock() = 0;
   virtual void unlock() = 0;
 };
 
-/// A mutex that never reports and never fails to its caller. When it could not be initialised it
-/// locks nothing; its OSAL_Mutex has told standard error.
+/// A mutex whose operations report nothing and cannot fail. When it could not be initialised, which
+/// its OSAL_Mutex reports on standard error, it locks nothing.
 class QDMutexSilent : public QDLockIntf, private qd_no_duplic {
  public:
   QDMutexSilent();

@@ -76,9 +76,9 @@ struct QDLogTabl {
 /// The record that log statements stream into. One overload for each type that may be logged fixes
 /// how it looks; null strings and pointers are legal.
 ///
-/// Base, fill and letter case are state of the record and outlive a statement: who changes them
-/// changes them back. A failing insertion, also one that memory has no room for, throws nothing: it
-/// leaves the record failed, which the statement reports.
+/// Base, fill and letter case are state of the record and outlive a statement: a statement that
+/// changes them changes them back. An insertion that fails, also for lack of memory, throws
+/// nothing: the record stays failed, which the statement reports.
 class QDStreamLogger : public std::ostringstream {
  public:
   enum Base : int { Oct = 0, Dec = 1, Hex = 2 };
@@ -94,8 +94,7 @@ class QDStreamLogger : public std::ostringstream {
   /// The record's text as a C string: what was written up to its NUL.
   [[nodiscard]] const char* text() const;
 
-  /// Decimal, without prefix, filled with blanks: what statements leave behind that come to their
-  /// end.
+  /// Sets decimal numbers without a prefix, filled with blanks: what a complete statement leaves.
   void resetFormats();
 
   /// Gives the memory back that one extraordinarily long record made the buffer keep.

@@ -11,5 +11,5 @@ struct CommandLine {
   std::string version;       ///< the installed version
 };
 
-/// Empty when the arguments call for the usage.
+/// The arguments; empty when they are faulty, so that the usage is to be shown.
 std::optional<CommandLine> readCommandLine(int argc, const char* const* argv);

@@ -17,7 +17,7 @@
 #include "logging/FileQDLogCb.h"
 #include "logging/QDLog.h"
 
-/// The run's sink; `main` deletes it when nothing is logged any more.
+/// The sink of this run; LogEnd deletes it.
 FileQDLogCb* g_QDLogCb = nullptr;
 
 namespace {
@@ -28,7 +28,7 @@ void init_logging(bool echo) {
   QDLog* const logger = QDLog::getLogger();
   if (logger == nullptr) throw std::bad_alloc();
   logger->setLevels("ROOT:5;");
-  logger->setLogCb(nullptr);  // the search for the log's place is nobody's news
+  logger->setLogCb(nullptr);  // the search for the place of the log is not logged
 
   const LogPlace place = findLogPlace();
   g_QDLogCb = new FileQDLogCb(place.file, echo, place.shared);

@@ -76,14 +76,14 @@ FilePtr streamTo(int fd) {
 unsigned long long roomFor(std::FILE* file) {
   struct statvfs info {};
   if (::fstatvfs(::fileno(file), &info) != 0 || info.f_blocks == 0) {
-    return std::numeric_limits<unsigned long long>::max();  // it is not known
+    return std::numeric_limits<unsigned long long>::max();  // unknown
   }
   const unsigned long long free = static_cast<unsigned long long>(info.f_bfree) * info.f_frsize;
   return free - free / 16;
 }
 
 /// Sets options of a handle up to the first that fails: a request with some of them missing would
-/// be another request.
+/// be a different one.
 class Options {
  public:
   explicit Options(CURL* handle) : handle_(handle) {}
@@ -132,8 +132,8 @@ int reportFailure(const std::string& url, CURLcode code) {
 
 }  // namespace
 
-/// One request: its options, and at its end every pointer to a caller's object is taken off the
-/// handle again, so that none outlives it.
+/// One request: sets its options, and at its end takes every pointer to a caller's object off the
+/// handle, so that none outlives the object.
 class HttpClient::Request {
  public:
   Request(HttpClient& client, const std::string& url, Headers& headers)
@@ -162,13 +162,13 @@ class HttpClient::Request {
   void set(CURLoption option, Value value) {
     options_.set(option, value);
   }
-  /// It is a download, whose progress is told.
-  void tellProgress() {
+  /// Has the progress logged: this is a download.
+  void logProgress() {
     progress_.isDownload = true;
     watch(progress_);
   }
-  /// Not even tried when an option was refused. A connection that ends within the headers is no
-  /// answer, whatever status they began with.
+  /// Does nothing when an option was refused. A connection that ends within the headers has given
+  /// no answer, whatever status they began with.
   CURLcode perform() {
     if (options_.code() != CURLE_OK) return options_.code();
     const CURLcode code = curl_easy_perform(client_.handle);
@@ -281,7 +281,7 @@ int HttpClient::receive(const std::string& url, int fd, Headers& headers) {
   request.set(CURLOPT_HTTPGET, 1L);
   request.set(CURLOPT_WRITEFUNCTION, &writeLimitedCb);
   request.set(CURLOPT_WRITEDATA, &target);
-  request.tellProgress();
+  request.logProgress();
   long status = 0;
   if (perform(request, url, "Faild to get  http status code [", status) != 0) return -1;
   if (std::fflush(file.get()) != 0) return reportFailure(url, CURLE_WRITE_ERROR);
@@ -305,7 +305,7 @@ int HttpClient::perform(Request& request, const std::string& url, const char* st
 int HttpClient::judge(const std::string& url, long status) {
   if (status == 200) return 0;
   QDLOG(ROOT, ERR, "Request " << url << " failed : [" << status << "]");
-  return status == 0 ? -1 : static_cast<int>(status);  // no status is no answer, and never success
+  return status == 0 ? -1 : static_cast<int>(status);  // without a status there was no answer
 }
 
 std::size_t HttpClient::readResponsCb(void* data, std::size_t size, std::size_t nmemb,
@@ -339,7 +339,7 @@ std::size_t HttpClient::readHeadersCb(void* data, std::size_t size, std::size_t 
     }
     headers[trimmed(line.substr(0, colon))] = trimmed(line.substr(colon + 1));
   } catch (...) {
-    // A header that memory has no room for is a header that was not sent.
+    // A header for which there is no memory counts as not sent.
   }
   return count;
 }

@@ -60,8 +60,8 @@ class HttpClient {
   /// The same into the open file `fd`, which is emptied and stays the caller's and open.
   int download(const std::string& url, int fd, Headers& headers);
 
-  // What libcurl calls. `userdata` is a std::string, a FILE, a Headers map and an int, in this
-  // order.
+  // The functions that libcurl calls. `userdata` is a std::string, a FILE, a Headers map and an
+  // int, in this order.
   static std::size_t readResponsCb(void* data, std::size_t size, std::size_t nmemb,
                                    void* userdata) noexcept;
   static std::size_t readFileResponseCb(void* data, std::size_t size, std::size_t nmemb,

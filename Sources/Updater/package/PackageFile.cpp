@@ -13,8 +13,8 @@
 
 namespace {
 
-// The mode says whose the lock on the file is, as long as there is one: the run's that still
-// downloads or installs it, or that of the system, which has the image attached.
+// The mode shows who holds a lock on the file: a run that is downloading or installing it, or the
+// system, which has the image attached.
 constexpr mode_t kOurs = 0600;
 constexpr mode_t kHandedOver = 0400;
 

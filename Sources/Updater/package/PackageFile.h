@@ -11,12 +11,12 @@
 class PackageFile {
  public:
   /// Creates the file at `path`, or takes over one that an earlier run of this user left, and locks
-  /// it. Returns false when it can't be opened or another run holds it. What an earlier run handed
-  /// over, and somebody still holds, is unlinked and replaced by a new file.
+  /// it. Returns false when it can't be opened or another run holds it. A file that an earlier run
+  /// handed over, and that is still locked, is unlinked and replaced by a new one.
   bool acquire(const std::string& path);
 
-  /// Gives up the lock, but not the file, so that the system can lock it: it attaches no image that
-  /// somebody else has locked.
+  /// Gives up the lock, but keeps the file open: the system attaches no image that somebody else
+  /// has locked.
   void handOver();
 
   /// The open file, to be read, and written at its end; -1 when there is none. It stays this

@@ -49,7 +49,7 @@ class Updater {
   /// lock that lies in the future, that a run left that died, or that can't be read does not hold.
   bool checkLockFile(StateFolder& folder);
 
-  /// Removes the lock, whoever's it is.
+  /// Removes the lock, even one that another run has taken meanwhile.
   void removeLockFile();
 
   /// The entry of a definition file that fits this machine, or an empty one, after an ERR record,
@@ -96,7 +96,7 @@ class Updater {
   utils::AgentDistrib distrib = utils::DistribNone;
 
  protected:
-  /// Empty: go on with the next step.
+  /// The result that ends the procedure; empty: it goes on with the next step.
   using Stop = std::optional<UpdateResult>;
 
   // The steps of the procedure, in order.
@@ -122,7 +122,7 @@ class Updater {
   UpdateResult take(std::span<const Step> steps, UpdateRun& run);
   static UpdateResult giveUp(UpdateRun& run, UpdateResult result);
 
-  // Parts of obtainPackage. downloadOnce says Done, TransferFailed, WrongSize or WrongDigest.
+  // Parts of obtainPackage. downloadOnce returns Done, TransferFailed, WrongSize or WrongDigest.
   Stop downloadVerified(UpdateRun& run);
   UpdateResult downloadOnce(UpdateRun& run);
   UpdateResult verifyDigest(UpdateRun& run);

@@ -28,8 +28,9 @@
 
 namespace {
 
-/// A command that writes where nobody reads any more is ended by it, an installation in its middle:
-/// the agent that started this program, and read from it, may just have been stopped.
+/// Leads standard output and error to /dev/null where their reader is gone: the agent that started
+/// this program, and read from it, may just have been stopped. Otherwise SIGPIPE would end a
+/// command that writes something, perhaps in the middle of the installation.
 void replaceBrokenOutputs() noexcept {
   for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
     // Nothing else counts: for devices that are in order macOS answers POLLNVAL.
@@ -54,8 +55,8 @@ int execute(const char* command, const UpdateRun& run) noexcept {
   return std::system(command);
 }
 
-/// Whether system() found no shell, or the shell no command. A lack of processes or memory looks
-/// so, too: POSIX wants it told as a shell that ended with 127.
+/// Whether system() could not start a shell, or the shell found no command. A lack of processes or
+/// memory looks the same: POSIX has system() answer as if the shell had ended with 127.
 bool neverRan(int r) noexcept { return r == -1 || (WIFEXITED(r) && WEXITSTATUS(r) == 127); }
 
 /// Runs `command` as above, but does not take a momentary lack of processes or memory for an

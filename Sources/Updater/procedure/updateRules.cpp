@@ -5,8 +5,7 @@
 
 namespace {
 
-// Each name stands behind the blanks and tabs that were before it in the command as it was first
-// written; they are part of its text.
+// The exact text of these commands is fixed, and with it the blanks and tabs before each name.
 #define QD_DEB "             "
 #define QD_RPM " \t\t\t"
 

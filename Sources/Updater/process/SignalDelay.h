@@ -4,11 +4,11 @@
 
 #include <array>
 
-/// As long as it lives, none of the signals that others send to end a process, or that a limit of
-/// the process sends, ends it; the first that came takes its effect at the end. Handlers, not
-/// ignoring: the commands that are run meanwhile must not inherit ignored signals. A signal that
-/// was ignored before stays ignored, and a SIGINT or SIGQUIT that comes while system() runs a
-/// command is that command's alone. One at a time.
+/// While it lives, the process is not ended by the signals that others send for that purpose, nor
+/// by those of its own limits; the first that came takes its effect at the end. The signals are
+/// caught, not ignored: the commands that run meanwhile must not inherit ignored signals. A signal
+/// that was ignored before stays ignored, and a SIGINT or SIGQUIT that comes while system() runs a
+/// command reaches that command alone. There may be one such object at a time.
 class SignalDelay {
  public:
   SignalDelay() noexcept;

@@ -56,8 +56,8 @@ std::vector<fs::path> hierarchies() {
   return roots;
 }
 
-/// Moves this process into a group that is no unit's, which stays there for the next time. It takes
-/// no bus, which small systems do without.
+/// Moves this process into a group that belongs to no unit, and that stays for the next time. This
+/// needs no bus, which small systems do without.
 void moveByHand() {
   for (const fs::path& root : hierarchies()) {
     if (!fs::exists(root / kMembers)) continue;

@@ -9,8 +9,8 @@ bool isInUnit(const std::string& cgroups, const std::string& unit);
 /// Whether this process belongs to the agent's unit.
 bool isInAgentUnit();
 
-/// When the agent itself started this process, systemd would end it together with the agent that it
-/// is about to stop: moves it into a scope of its own first, or, where systemd can't be asked, into
-/// a control group of its own. Returns the reason when both fail, empty when it worked or there is
-/// nothing to do. Logs nothing.
+/// Moves this process out of the agent's unit when the agent itself started it: systemd would end
+/// it together with the agent that it is about to stop. It gets a scope of its own or, where
+/// systemd can't be asked, a control group of its own. Returns the reason when both fail, empty
+/// when it worked or there is nothing to do. Logs nothing.
 std::string leaveAgentUnit();

@@ -36,15 +36,15 @@ void setSignal(int signal, void (*handler)(int)) {
 }
 
 void resetSignals() {
-  setSignal(SIGCHLD, SIG_DFL);     // ignored, it makes waiting for a command fail
+  setSignal(SIGCHLD, SIG_DFL);     // where it is ignored, waiting for a command fails
   setSignal(SIGPIPE, &doNothing);  // a handler: commands must not inherit an ignored SIGPIPE
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// A background process that reads its terminal is stopped for good; a command's question must find
-/// the end of file instead.
+/// Reading its terminal would stop a background process for good; a command that asks a question
+/// finds the end of file instead.
 void leaveTerminal() {
   if (::isatty(STDIN_FILENO) == 0 || ::tcgetpgrp(STDIN_FILENO) == ::getpgrp()) return;
   const int fd = ::open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -55,8 +55,8 @@ void leaveTerminal() {
 
 const std::terminate_handler formerTerminate = std::get_terminate();
 
-/// The JSON library asks for memory while it frees a text, where nothing may be thrown: lack of
-/// memory must not look like a crash.
+/// Ends the process where lack of memory may not be thrown, so that it does not look like a crash:
+/// the JSON library asks for memory while it frees a text.
 [[noreturn]] void endWithoutMemory() {
   try {
     if (std::current_exception() != nullptr) throw;

@@ -14,7 +14,7 @@ namespace {
 constexpr const char* kVersionFile = "version_long.txt";
 constexpr const char* kDigestExtension = ".md5";
 
-/// The library would cut a number that is no int to one that means something else.
+/// A member as an int. The library alone would cut a number that does not fit to another one.
 int intMember(const nlohmann::json& j, const char* key) {
   using Int = std::numeric_limits<int>;
   const nlohmann::json& value = j.at(key);
@@ -31,8 +31,8 @@ int intMember(const nlohmann::json& j, const char* key) {
   return value.get<int>();
 }
 
-/// What becomes a file in the temporary folder and a word of a command must be a plain file name,
-/// not an option and not hidden; but a package may be called by its extension alone.
+/// Whether `name` may become a file in the temporary folder and a word of a command: a plain file
+/// name, neither an option nor hidden. A package may be called by its extension alone, though.
 bool isPlainFileName(const std::string& name) {
   const bool hidden = name.starts_with('.') && name != ".deb" && name != ".rpm" && name != ".spk";
   return !name.starts_with('-') && !hidden &&

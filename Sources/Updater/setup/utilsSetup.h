@@ -8,7 +8,7 @@
 
 namespace utils {
 
-/// One entry of the server's setup definition file. All-empty: no entry.
+/// One entry of the server's setup definition file; all members empty: no entry.
 struct AgentSetupDef {
   std::string name;
   std::string path;     ///< server folder, begins with "/"
@@ -25,7 +25,7 @@ struct AgentSetupDef {
 void from_json(const nlohmann::json& j, AgentSetupDef& entry);
 
 /// Whether an entry is meant for a machine. `distrib` is the package kind that the machine
-/// installs; on macOS it is not looked at.
+/// installs; it does not count on macOS.
 bool fitsMachine(const AgentSetupDef& entry, AgentOS os, AgentArch arch, AgentDistrib distrib);
 
 /// The first fitting entry of a definition file, or an empty one when none fits. Throws a

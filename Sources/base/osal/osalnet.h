@@ -22,11 +22,11 @@ bool isEmulation();
 /// each has room for 1025 bytes and is the empty string where the system has no answer. `*sysFlags`
 /// is 0x300, with 0x40 added on network-attached storage. On macOS, `osText` ends in " (Emulated)"
 /// when the kernel is an ARM64 kernel. Returns the result of the last system call or of the last
-/// copy; it tells nothing.
+/// copy, which says nothing about the answers.
 int getsysinfo(char* osText, char* archName, unsigned int* sysFlags);
 
-// How this machine reaches another. Text buffers have room for 1025 bytes. The kernel's answers are
-// told apart by process, not by thread: callers ask for one route at a time.
+// How this machine reaches another. Text buffers have room for 1025 bytes. The kernel
+// addresses its answers to the process, not to a thread: callers ask for one route at a time.
 
 /// Finds how `host` is reached: its IPv4 address, the gateway's name (empty when it has none) and
 /// address, the kind and the name of the local interface. `reserved` stays empty.
@@ -49,20 +49,23 @@ int _sockRequest(hostent* host, _sockRequest_buff* buf, routemsg::Inet** gateway
 /// it is none of these. Returns 0.
 int _getInterface(const char* bsdName, char* kind);
 
-/// The same over the interfaces that there are; a loopback interface needs not be among them.
+/// The kind of `bsdName` among `interfaces`, in the same words. A loopback interface is known by
+/// its name, so it need not be among them.
 std::string osalnet_interfaceKind(const std::string& bsdName,
                                   const std::vector<HostInterface>& interfaces);
 
-/// Whether a name is "lo" and a digit first of what follows.
+/// Whether a name starts with "lo" and a digit: "lo0", "lo1a".
 bool osalnet_isLoopbackName(std::string_view bsdName);
 
-/// Whether an IPv4 address in host byte order is of the loopback network.
+/// Whether an IPv4 address, in host byte order, belongs to the loopback network (127.0.0.0/8).
 bool isIPlocal(unsigned long address);
 
-/// Whether a host name or address means this machine.
+/// Whether a host name or address means this machine: "localhost", an address of the loopback
+/// network, or a name that `osalnet_isLocalOn` takes for this machine's.
 bool isHostLocal(const char* host);
 
-/// What that asks last: the parts of both names up to the first "." are equal but for letter case.
+/// Whether `host` is a name of the machine `machineName`: the parts of both before the first "."
+/// are the same, whatever their letter case.
 bool osalnet_isLocalOn(std::string_view machineName, std::string_view host);
 
 /// Writes the primary hardware address, 6 bytes. Returns false, without writing, when there is none

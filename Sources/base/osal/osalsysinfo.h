@@ -3,7 +3,7 @@
 #include <array>
 #include <string>
 
-// What the system description is made of.
+// The parts of the system description.
 
 /// The description of this machine as each family gives it: on macOS the version's, marked when the
 /// kernel is an ARM64 kernel; on Linux the name that os-release has for people, or the kernel's.

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// What somebody puts in the way again and again ends the attempt instead of keeping it busy.
+/// Somebody who puts things in the way again and again must not keep this process busy for ever.
 constexpr int kMaxAttempts = 16;
 
 constexpr int kAlways = O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
@@ -31,8 +31,8 @@ int accessFlags(OwnFileUse use) {
 
 constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
 
-/// What is only read may belong to anybody; what is written must be out of everybody else's reach.
-/// A log can be taken there: somebody who has it open already can do no more than forge lines.
+/// A file that is only read may belong to anybody; one that is written must be out of everybody
+/// else's reach. A log may still be taken out of it: whoever has it open can only forge lines.
 bool mayUse(const struct stat& info, OwnFileUse use) {
   if (!S_ISREG(info.st_mode)) return false;
   if (use == OwnFileUse::Read) return true;
@@ -48,8 +48,8 @@ int prepare(int fd, OwnFileUse use) {
   return 0;
 }
 
-/// What open answers for links, FIFOs without a reader, sockets and files of other users: things to
-/// be looked at, and unlinked when they are what they seem.
+/// Whether `error` is what open answers for links, FIFOs without a reader, sockets and files of
+/// other users, which are then examined, and unlinked when they are indeed such.
 bool mayBeInTheWay(int error) {
   return error == ELOOP || error == EMLINK || error == ENXIO || error == ENODEV ||
          error == EACCES || error == EPERM || error == EOPNOTSUPP;
@@ -84,7 +84,8 @@ int osal_openOwnFileAt(int folder, const char* name, OwnFileUse use, mode_t mode
       struct stat info {};
       if (::fstat(opened.get(), &info) != 0) return errno;
       if (mayUse(info, use)) {
-        // Where the file system has no permissions this is no reason to do without the log.
+        // On a file system without permissions this fails, which is no reason to do without the
+        // log.
         if (use == OwnFileUse::Log && (info.st_mode & kOthersWrite) != 0) {
           ::fchmod(opened.get(), info.st_mode & 0755);
         }

@@ -21,9 +21,8 @@ bool osal_folderIsShared(const char* folder);
 /// It never follows a link, never waits for a FIFO, and never writes to a file that another user
 /// owns, that another user may write to or that has a second hard link: such a thing is unlinked
 /// where the folder allows it, and counts as missing. Only a log that others may write to is kept,
-/// and taken out of their reach. A new file is created exclusively with
-/// permission bits `mode`. The descriptor is close-on-exec. Returns 0 with the file in `fd`, or an
-/// errno value.
+/// and loses their permission. A new file is created exclusively with permission bits `mode`. The
+/// descriptor is close-on-exec. Returns 0 with the file in `fd`, or an errno value.
 int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd);
 
 /// The same for the file `name` in the open directory `folder`. Whatever becomes of that

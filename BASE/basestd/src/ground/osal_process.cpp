@@ -28,7 +28,7 @@ Ids askSystem() {
 #endif
 }
 
-/// What the system answered this thread. Every log record takes both ids, and asking for them
+/// The system's answer for this thread, kept: every log record takes both ids, and asking for them
 /// costs as much as writing it.
 thread_local Ids ids{};
 

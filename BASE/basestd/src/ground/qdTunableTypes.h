@@ -5,7 +5,7 @@
 #include <limits>
 #include <type_traits>
 
-/// What the catalogues of tunables (the .def files) are expanded with.
+/// The types and checks that the catalogues of tunables (the .def files) are expanded with.
 namespace qdtunable {
 
 /// Longest value of a tunable, in characters.

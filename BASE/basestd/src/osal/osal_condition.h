@@ -36,12 +36,12 @@ class OSAL_Condition : private qd_no_duplic {
   OSAL_Condition(const char* className, const char* mutexWord)
       : className_(className), mutexWord_(mutexWord) {}
 
-  /// Makes an object usable that is not. Returns 0, or -1 after logging what the system refused;
-  /// then nothing of it is left behind.
+  /// Makes the object usable. Returns 0, or -1 after logging what the system refused; then nothing
+  /// of it is left behind.
   int init(const char* operation);
   [[nodiscard]] bool initialised() const { return initialised_; }
 
-  /// Makes a usable object unusable, also when the system reports failures, each of which is
+  /// Makes the object unusable, also when the system reports failures, each of which is
   /// logged. Returns the condition variable's result: 0 or the POSIX code.
   int destroy(const char* operation);
 
@@ -49,9 +49,9 @@ class OSAL_Condition : private qd_no_duplic {
   int lock(const char* operation);
   int unlock(const char* operation);
 
-  /// Lets other threads run, and comes before a lock whose holder will have to wait: who is to
-  /// signal often needs no more than that, and then nobody is put to sleep and woken up. Call
-  /// without the mutex.
+  /// Lets other threads run. To be called without the mutex, before locking it in order to wait:
+  /// the thread that will signal often needs no more time than this, and a wait that is over before
+  /// it begins costs neither thread a sleep and a wake-up.
   static void giveWay() { ::sched_yield(); }
 
   /// Both wait once, with the mutex held, and may wake up for no reason. They return the POSIX code

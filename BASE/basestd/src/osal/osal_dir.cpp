@@ -87,8 +87,8 @@ int OSAL_Dir::closeDir(bool mustBeOpen, bool warnOnly) {
     QDLOG(OSAL, ERR, "Invalid handle (closeDir)");
     return -1;
   }
-  // The messages need the handle as a number only. Volatile, or g++ -O3 takes its uses for the
-  // handle's.
+  // The messages need the handle as a number only. It is volatile because g++ -O3 otherwise warns
+  // that the handle is used after it was closed.
   const volatile auto number = reinterpret_cast<std::uintptr_t>(dir);
   const int result = ::closedir(dir);
   const int error = errno;
@@ -107,8 +107,9 @@ QDFileType OSAL_Dir::typeOf(const dirent& entry) {
   const std::size_t room = sizeof path - 1 - pathLength;
   std::memcpy(path + pathLength, entry.d_name, std::min(length, room));
   path[pathLength + std::min(length, room)] = '\0';
-  if (length > room) return QD_FILETYPE_UNKNOWN;  // the path that was cut names something else
-  // What the listing calls a file is one; asking for each would take most of a walk's time.
+  if (length > room) return QD_FILETYPE_UNKNOWN;  // a path that was cut names something else
+  // An entry that the listing calls a regular file is one; asking the system about each would take
+  // most of a walk's time.
   const bool reachable = searchable && pathLength + length < kMaxPath;
   if (reachable && entry.d_type == DT_REG) return QD_FILETYPE_REG;
   QDFileType type = QD_FILETYPE_UNKNOWN;

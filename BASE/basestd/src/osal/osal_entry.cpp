@@ -53,7 +53,7 @@ int unlinkEntry(int folder, const char* name, int flags) {
   return ::unlinkat(folder, name, flags) == 0 ? 0 : errno;
 }
 
-void tellRemoved(bool removed, const unsigned char* path) {
+void logRemoved(bool removed, const unsigned char* path) {
   QDLOG(OSAL, INF,
         "osal_rmfile : file " << (removed ? "removed" : "not exists") << " at path "
                               << QDLogPath(path));
@@ -140,12 +140,12 @@ int osal_rmfileAt(int folder, const char* name, const unsigned char* path, bool*
     return -1;
   }
   if (removed != nullptr) *removed = error == 0;
-  if (!silent) tellRemoved(error == 0, path);
+  if (!silent) logRemoved(error == 0, path);
   return 0;
 }
 
 bool osal_tryRmfileAt(int folder, const char* name, const unsigned char* path) {
   if (unlinkEntry(folder, name, 0) != 0) return false;
-  tellRemoved(true, path);
+  logRemoved(true, path);
   return true;
 }

@@ -41,6 +41,6 @@ int osal_rmdirAt(int folder, const char* name, const unsigned char* path, bool* 
 int osal_rmfileAt(int folder, const char* name, const unsigned char* path, bool* removed,
                   bool silent);
 
-/// Unlinks what is no directory, and tells it as `osal_rmfileAt`. False when nothing was unlinked,
-/// about which nothing is logged: what is in the way is for the caller to find out.
+/// Unlinks what is no directory, and logs it as `osal_rmfileAt` does. Returns false, without a
+/// message, when nothing was unlinked: the caller finds out what is in the way.
 bool osal_tryRmfileAt(int folder, const char* name, const unsigned char* path);

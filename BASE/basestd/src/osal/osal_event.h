@@ -24,8 +24,8 @@ class OSAL_Event {
 
   /// Waits at most `ms` milliseconds of wall-clock time for a notification and clears the latch.
   ///
-  /// Returns 0 for a notification, a time-out (which is logged) and a wake-up without a reason: who
-  /// must tell them apart checks a condition of its own.
+  /// Returns 0 for a notification, a time-out (which is logged) and a wake-up without a reason: a
+  /// caller for which these differ checks a condition of its own.
   int waitForNotification(unsigned int ms);
 
   /// Makes the event unusable, also when it fails. Returns the POSIX code of destroying the

@@ -60,15 +60,16 @@ int stopCaching(int fd) {
 #if defined(__APPLE__)
   return ::fcntl(fd, F_NOCACHE, 1) == -1 ? errno : 0;
 #else
-  // Linux knows no such switch. It takes the promise that the data is used once, and drops such
-  // data before any other.
+  // Linux has no such switch. It takes the promise that the data is used once, and drops
+  // such data before any other.
   return ::posix_fadvise(fd, 0, 0, POSIX_FADV_NOREUSE);
 #endif
 }
 
 /// Returns 0 or an errno value.
 int openOwnFileInPlainFolder(const std::filesystem::path& path, ScopedFd& file) {
-  const std::filesystem::path parent = path.parent_path();  // without a slash, which would follow
+  const std::filesystem::path parent =
+      path.parent_path();  // without a slash at its end, which would make the system follow a link
   const ScopedFd folder(::open(parent.empty() ? "." : parent.c_str(),
                                O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY));
   if (!folder) return errno;

@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// What `uname` tells.
+/// The answer of `uname`.
 struct OSAL_uname {
   std::string sysname;
   std::string nodename;

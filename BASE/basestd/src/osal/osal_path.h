@@ -9,7 +9,7 @@
 // path is the system's EFAULT. Out pointers may be null; they are written on success only. Any
 // thread may call them.
 
-/// What the mode of a file status says: QD_FILETYPE_REG, QD_FILETYPE_DIR, QD_FILETYPE_SYMLINK or,
+/// The type in the mode of a file status: QD_FILETYPE_REG, QD_FILETYPE_DIR, QD_FILETYPE_SYMLINK or,
 /// for everything else, QD_FILETYPE_UNKNOWN.
 [[nodiscard]] QDFileType osal_fileTypeOf(mode_t mode);
 

@@ -93,7 +93,7 @@ enum class Fault {
   None,
   Short,       ///< no room for a header
   Version,     ///< not the version that this code knows
-  Length,      ///< the header tells another length than was read
+  Length,      ///< the header has another length than was read
   Refused,     ///< the kernel reports an error
   NoAddresses  ///< the route has none
 };

@@ -21,7 +21,7 @@ int lowestNice() {
     return limit.rlim_cur >= 40 ? -20 : 20 - static_cast<int>(limit.rlim_cur);
   }
 #endif
-  return 20;  // none: 19 is the highest there is
+  return 20;  // above every nice value: nothing is permitted
 }
 
 int currentNice() { return ::getpriority(PRIO_PROCESS, 0); }

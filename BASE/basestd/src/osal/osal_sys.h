@@ -1,7 +1,6 @@
 #pragma once
 
-// What the base library asks about the process and the machine: the subjects gathered, and the
-// rest.
+// Everything that the base library asks about the process and the machine.
 
 #include <sys/types.h>
 
@@ -19,7 +18,7 @@
 /// first called: it could not come back. The system's refusal is logged.
 void osal_AdjustProcessPriority(bool raise);
 
-/// What that check decides: a privileged process may set any nice value, others none below the
+/// The rule of that check: a privileged process may set any nice value, others none below the
 /// lowest that the system allows them (smaller is a higher priority).
 bool osal_mayUseNice(uid_t effectiveUser, int lowestNice, int wantedNice);
 

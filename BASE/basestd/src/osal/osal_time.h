@@ -10,7 +10,7 @@ int osal_getMs(unsigned long long* ms);
 /// after logging.
 int osal_doSleep(unsigned int ms);
 
-/// Seconds since the system started, 0 when it does not say.
+/// Seconds since the system started; 0, after logging, when it does not answer.
 unsigned long long osal_getRunTimeSecs();
 
 /// Writes local time into `buf` (64 bytes): "2024-01-31_23-59-59" when `forFileName`, else
@@ -25,8 +25,9 @@ int osal_getTZOffset(int* seconds);
 /// The same at the turn of the year 2000, so without daylight saving time.
 int osal_getIniTZOffset(int* seconds);
 
-/// What both are made of: the offset at `instant`.
+/// How far local time is ahead of UTC at `instant`. Same result.
 int osal_tzOffsetAt(time_t instant, int* seconds);
 
-/// What `osal_getMs` makes of the system's answer: refuses negative fields, after logging.
+/// Milliseconds of a time that the system answered. Returns 0, or -1 after logging a negative
+/// field.
 int osal_timevalToMs(const struct timeval& time, unsigned long long* ms);

@@ -89,7 +89,7 @@ std::optional<std::string> copyValue(const unsigned char* at, unsigned int lengt
 }
 
 /// Keeps the value of the line from `at` to `end`, if it holds a pair and its key is wanted and
-/// new. Returns false when it complained of the line.
+/// new. Returns false after logging a fault of the line.
 bool readLine(const unsigned char* at, const unsigned char* end, QDTunableKeys& keys) {
   at = skipSpaces(at);
   if (at[0] == '/' && at[1] == '/') {
@@ -138,7 +138,7 @@ QDTunableKeys keysOf(std::initializer_list<QDTunables::Table> tables) {
   return keys;
 }
 
-/// Returns false when it complained of a line.
+/// Returns false after logging a fault of a line.
 bool readValues(const unsigned char* text, QDTunableKeys& keys) {
   bool good = true;
   for (const unsigned char* line = text; *line != '\0';) {
@@ -259,7 +259,8 @@ void QDTunables::tunablesUpdate(const unsigned char* text, std::initializer_list
   for (const Table& table : tables) {
     try {
       if (!keys) keys = keysOf(tables);
-      // One reading finds the values for all; what it logs is to be logged for every table.
+      // One reading finds the values for all tables. It is repeated only when it logs something,
+      // since the messages belong to each table.
       if (mustRead) mustRead = logs(readValues(text, *keys) ? QDLevel::INF : QDLevel::ERR);
       for (const QDTunablesS& record : table) {
         const std::optional<std::string>& value = *keys->find(record.name);

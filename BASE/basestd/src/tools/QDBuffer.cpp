@@ -50,8 +50,8 @@ void QDBuffer::_alloc() {
 }
 
 std::unique_ptr<unsigned char[]> QDBuffer::newBlock(unsigned int n) const {
-  // What a 32-bit machine cannot count is asked for all the same, and refused as any other size
-  // that memory has no room for.
+  // A 32-bit machine cannot count every size. It asks for the largest instead, and is refused as
+  // for any other size for which there is no memory.
   const std::uint64_t wanted = std::uint64_t{n} + (pageAligned ? kPageSize : 0);
   const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, SIZE_MAX));
   unsigned char* const memory = zeroFill ? new unsigned char[length]() : new unsigned char[length];

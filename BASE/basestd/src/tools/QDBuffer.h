@@ -10,7 +10,7 @@ class QDBuffer : private qd_no_duplic {
  public:
   static constexpr unsigned int kPageSize = 4096;
 
-  /// A buffer of `n` bytes, or of the size that `alloc` will tell when `n` is 0. Nothing is
+  /// A buffer of `n` bytes, or, when `n` is 0, of the size that `alloc` is given. Nothing is
   /// allocated yet. `onPage`: it shall begin at a multiple of `kPageSize`.
   explicit QDBuffer(unsigned int n = 0, bool onPage = false, bool zeroed = false);
   virtual ~QDBuffer();

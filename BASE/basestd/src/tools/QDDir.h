@@ -33,7 +33,7 @@ class QDDir : private qd_no_duplic {
   /// Removes an empty directory, with retries (see QDPathOps).
   static void remove(const unsigned char* path);
 
-  /// Removes a directory if it is empty; `*removed` tells whether it was. A missing one is not.
+  /// Removes a directory if it is empty; `*removed` is whether it was. A missing one is not.
   static void removeIfEmpty(const unsigned char* path, bool* removed);
 
   /// Hands the entries of a directory to `cb`, in the order in which the system lists them.
@@ -54,8 +54,8 @@ class QDDir : private qd_no_duplic {
   /// The first thing that cannot be removed ends it with an exception.
   static bool removeRec(const unsigned char* path);
 
-  /// Creates a directory, and with `createParents` missing parents. `cb`, unless it is null, is
-  /// told about each that was created. Returns whether it was there already.
+  /// Creates a directory, and with `createParents` missing parents. `cb`, unless it is null, gets
+  /// each that was created. Returns whether the directory was there already.
   static bool create(const unsigned char* path, bool createParents, QSDir_cbArgCreateDirs* cb);
 
   /// The same for each of the paths in `list`, which ";" separates; empty ones are passed over.

@@ -10,7 +10,7 @@ class QSDir_cbArgBrowse : public qd_interface_base_qualifier {
   virtual bool processItem(const unsigned char* path, QDFileType type) = 0;
 };
 
-/// Is told which directories were created.
+/// Takes the directories that were created.
 class QSDir_cbArgCreateDirs : public qd_interface_base_qualifier {
  public:
   /// `path` lives until the return.

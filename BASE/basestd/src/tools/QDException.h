@@ -2,7 +2,8 @@
 
 #include "logging/QDLog.h"
 
-/// The base library's exception. It is not a std::exception: who catches it knows this library.
+/// The base library's exception. It is not a std::exception: only code that knows this library
+/// catches it.
 class QDException {
  public:
   /// Code 1: an error; 2: a condition that the caller declared tolerable; 3: traced on standard

@@ -169,7 +169,8 @@ const unsigned char* QDFile::cleanupPath(const unsigned char* in, unsigned char*
     };
     for (const unsigned char* next = in + 1; *next != '\0'; ++next) {
       if (*next == '/') continue;
-      if (next[-1] == '/' && length > 1) append('/');  // its slashes are behind it: it goes on
+      if (next[-1] == '/' && length > 1)
+        append('/');  // its slashes are behind it, and more follows
       append(*next);
     }
     out[length] = '\0';

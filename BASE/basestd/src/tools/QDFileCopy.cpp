@@ -30,7 +30,7 @@ bool isAt(const struct stat& file, const unsigned char* path) {
   return osal_fileId(osal_chars(path)) == osal_fileIdOf(file);
 }
 
-/// What the open file is, which must be a regular one whatever its name leads to by now.
+/// The status of the open file, which must be a regular one, whatever its name leads to by now.
 struct stat regularStatus(int fd, const unsigned char* path) {
   struct stat info {};
   if (::fstat(fd, &info) != 0) QD_THROW_ERROR("Cannot get type of path : " << QDLogPath(path));
@@ -72,8 +72,8 @@ void QDFile::copy(const unsigned char* src, const unsigned char* dst, bool keepB
   });
 }
 
-/// Before the content, which may not be for everybody. A file system without permissions is no
-/// reason to refuse the copy.
+/// Comes before the content, which may not be meant for everybody. A file system without
+/// permissions is no reason to refuse the copy.
 void QDFile::takePermissions(unsigned int bits, const unsigned char* path) {
   if (::fchmod(file.fd, static_cast<mode_t>(bits)) == 0) return;
   const int error = errno;
@@ -91,7 +91,7 @@ void QDFile::takeContent(QDFile& source) {
     writeFix(chunk.data(), count);
     total += count;
   } while (count == kChunk);
-  // Somebody cut the source meanwhile; a lock is only for those who ask for it.
+  // Somebody cut the source meanwhile: a lock only stops those who ask for it.
   if (total < size) QD_THROW_ERROR("Read size (" << total << ") != asked size (" << size << ")");
 }
 

@@ -2,8 +2,8 @@
 
 #include "tools/QDDirCallbacks.h"
 
-/// What files and directories have in common: patient removal and renaming, checks, and the
-/// creation of parents. Failures are logged and thrown.
+/// Operations that files and directories have in common: patient removal and renaming, checks, and
+/// the creation of parents. Failures are logged and thrown.
 ///
 /// A removal or renaming that fails is tried four times in all, with a second's pause after each
 /// failure. What is not there is removed at the first attempt.
@@ -27,8 +27,8 @@ bool isFolder(const unsigned char* path, bool warnOnly);
 /// Creates one directory and returns whether it was there already.
 bool createFolder(const unsigned char* path);
 
-/// Creates the missing directories above `path`, from the top down, and tells `cb`, unless it is
-/// null, about each. What is behind the last slash of `path` is not created.
+/// Creates the missing directories above `path`, from the top down, and hands each to `cb`, unless
+/// that is null. The part behind the last slash of `path` is not created.
 void createParents(const unsigned char* path, QSDir_cbArgCreateDirs* cb);
 
 /// Logs `text` and the quoted path, and throws code 1, or code 2 when `warnOnly`.

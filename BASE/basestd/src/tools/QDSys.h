@@ -25,7 +25,8 @@ class QDSys {
 
   /// Copies `src` and fills the rest of the `size` bytes of `dst` with NULs. A source of `size`
   /// characters or more is refused when `strict`, with `dst` as it was; otherwise `dst` gets its
-  /// first `size` characters and no terminator. Who uses the result as a string asks for `strict`.
+  /// first `size` characters and no terminator. A caller that uses the result as a string asks for
+  /// `strict`.
   static void strncpy(unsigned char* dst, const unsigned char* src, unsigned int size, bool strict);
 
   /// Prints into the `size` bytes of `buf`, terminator included. What does not fit is cut, which is

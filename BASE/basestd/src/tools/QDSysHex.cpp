@@ -10,7 +10,8 @@
 
 namespace {
 
-/// Converts `pairs` pairs, a constant for the compiler's sake. Returns whether all are digits.
+/// Converts `pairs` pairs; the number is a constant so that the compiler converts many at once.
+/// Returns whether all are digits.
 template <std::size_t pairs>
 bool convertBlock(const unsigned char* hex, unsigned char* to) {
   std::array<std::uint8_t, 2 * pairs> values;
@@ -56,7 +57,7 @@ int QDSys::convertHexToBin(const unsigned char* hex, unsigned int hexLen, void* 
   if (hexLen / 2 == 0) return 0;
   _checkArgs("convertHexToBin", hex, bin);
 
-  // Behind a terminator nothing may be read.
+  // Nothing behind a terminator may be read.
   const std::size_t pairs = ::strnlen(osal_chars(hex), hexLen) / 2;
   constexpr std::size_t kBlock = 32;
   auto* const to = static_cast<unsigned char*>(bin);

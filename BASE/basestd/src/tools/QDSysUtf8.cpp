@@ -45,7 +45,7 @@ bool isGoodFour(const Byte* p) {
   return !isNonCharacter;
 }
 
-/// What a lead byte says about the bytes after it.
+/// What follows from a lead byte for the bytes after it.
 struct Lead {
   std::uint32_t mask = 0;  // with these bits set as in `good`, the sequence is good,
   std::uint32_t good = 1;  // both in little-endian order
@@ -160,7 +160,8 @@ const char* QDSys::fixedUTF8(const unsigned char* in, std::string& out) {
     done = length - kReadsBeyond;
     done += repair(in, in + done, output);
   }
-  // The rest, where more can be read behind it; a NUL goes for a character that stays.
+  // The last bytes are repaired in a copy, behind which more can be read: NULs, which pass as
+  // characters. Those that were passed over are taken back.
   std::array<Byte, 2 * kReadsBeyond> rest{};
   std::copy(in + done, in + length, rest.begin());
   output.takeBack(repair(rest.data(), rest.data() + (length - done), output));

@@ -57,7 +57,7 @@ HostInterfaceKind linkKind(unsigned int hardwareType, std::string_view deviceTyp
 }
 
 int hostnet_interfaces(std::vector<HostInterface>& interfaces) {
-  // Not by the folders of /sys, which may be those of another network namespace.
+  // The folders of /sys are no guide: they may be those of another network namespace.
   std::vector<HostInterface> found;
   const int error = forEachLink([&](const char* name, const struct sockaddr_ll& link) {
     std::string deviceType;

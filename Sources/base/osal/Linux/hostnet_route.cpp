@@ -1,4 +1,4 @@
-// The routing socket, on a netlink socket: it takes the same requests and gives the same replies.
+// The routing socket of macOS, imitated on a netlink socket: the same requests, the same replies.
 
 #include <linux/netlink.h>
 #include <net/if.h>
@@ -27,7 +27,7 @@ int receive(int socket, std::chrono::steady_clock::time_point deadline, NetlinkR
     const ssize_t got = ::recvfrom(socket, datagram.data(), datagram.size(), MSG_DONTWAIT,
                                    reinterpret_cast<struct sockaddr*>(&sender), &length);
     if (got < 0 && errno != EINTR && errno != EAGAIN) return errno;
-    if (got < 0 || sender.nl_pid != 0) continue;  // nothing, or not the kernel's
+    if (got < 0 || sender.nl_pid != 0) continue;  // nothing came, or not from the kernel
     netlink_read(std::span(datagram).first(static_cast<std::size_t>(got)), route);
   }
   return 0;
@@ -71,7 +71,8 @@ routemsg::Inet makeInet(const std::array<unsigned char, 4>& address) {
   return inet;
 }
 
-/// Appends the addresses in their order and tells the header.
+/// Appends the addresses of the route in the order that the message has for them, and marks in the
+/// header which of them are there.
 void appendRoute(const NetlinkRoute& route, routemsg::Header& header,
                  std::vector<unsigned char>& message) {
   append(makeInet(route.destination), sizeof(routemsg::Inet), message);

@@ -14,6 +14,6 @@ std::optional<std::string> keyfile_find(std::string_view text, std::string_view 
 /// Reads a system file whole, or its first `limit` bytes. Returns 0 or an errno value.
 int keyfile_read(const char* path, std::string& text, std::size_t limit = 65536);
 
-/// Both: the value of `key` in the file at `path`. Returns 0 or an errno value, ENOENT when the
+/// The value of `key` in the file at `path`. Returns 0 or an errno value, ENOENT when the
 /// file has no such line.
 int keyfile_value(const char* path, std::string_view key, std::string& value);

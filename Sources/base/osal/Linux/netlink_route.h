@@ -15,7 +15,7 @@ struct NetlinkQuestion {
   std::uint32_t sequence = 0;
 };
 
-/// What the kernel said so far.
+/// The kernel's answer, as far as it has come.
 struct NetlinkRoute {
   bool complete = false;
   int error = 0;  ///< an errno value: there is no such route

@@ -67,8 +67,8 @@ int replaceContent(OSAL_File& file, const char* value, const char* function) {
   return 0;
 }
 
-/// Makes the temporary folder, or takes the one that is there: a folder itself, not a link, which
-/// would lead to wherever its maker wants.
+/// Creates the temporary folder, or takes the one that is there. That must be a folder itself: a
+/// link would lead to wherever its maker wants.
 bool haveTemporaryFolder() {
   if (osal_mkdir(osal_bytes(kTemporaryFolder), nullptr, false) != 0) return false;
   struct stat info {};
@@ -103,7 +103,7 @@ int osal_setconfstr(const char* path, const char* value, bool ownerOnly, bool al
     QDLOG(OSAL, ERR, "osal_setconfstr -> osal_open failed");
     return -1;
   }
-  // A value for its owner's eyes must not be readable by others for a moment, either.
+  // Others must not be able to read the owner's value, not even for a moment.
   if (ownerOnly && ::fchmod(file.fd, 0600) != 0) return failChmod(errno);
   if (replaceContent(file, value, "osal_setconfstr") != 0) return -1;
   if (allReadWrite && ::chmod(path, 0666) != 0) return failChmod(errno);

@@ -20,6 +20,6 @@ int osal_setconfstr(const char* path, const char* value, bool ownerOnly, bool al
 /// when missing. The folder and the file are never reached through a link, and a file of another
 /// user is replaced, not written to.
 ///
-/// `name` is a plain file name; the whole path takes at most 1,024 characters. There is no reader
-/// of its own: `osal_getconfstr` takes the whole path.
+/// `name` is a plain file name; the whole path takes at most 1,024 characters. `osal_getconfstr`
+/// reads the value back, by the whole path.
 int osal_setconfstrtmp(const char* name, const char* value);

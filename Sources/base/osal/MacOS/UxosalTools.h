@@ -6,7 +6,7 @@
 // is not examined, so that a missing tool and an empty answer are the same.
 
 /// The output of a shell command without one final line feed; empty after logging when the shell
-/// cannot be started. One command runs at a time, whatever thread asks.
+/// cannot be started. Commands run one at a time, from whatever thread.
 std::string resultOfCommand(const std::string& command);
 
 /// The output of a shell command as it is; empty after logging when the shell cannot be started.
