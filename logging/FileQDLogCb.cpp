@@ -68,28 +68,28 @@ void join(std::string& text, Parts... parts) {
 std::string_view QDLogClock::now() {
   const std::time_t second = std::time(nullptr);
   const char* const zone = std::getenv("TZ");
-  const bool sameZone = zone != nullptr ? _zone == zone : !_zone.has_value();
-  if (second == _second && sameZone) return _text;
+  const bool sameZone = zone != nullptr ? zone_ == zone : !zone_.has_value();
+  if (second == second_ && sameZone) return text_;
   char buffer[100];
-  _text.assign(buffer, osal_formatLocalTime(second, "%Y-%m-%d %H:%M:%S", buffer, sizeof buffer));
-  _zone = zone != nullptr ? std::optional<std::string>(zone) : std::nullopt;
-  _second = second;
-  return _text;
+  text_.assign(buffer, osal_formatLocalTime(second, "%Y-%m-%d %H:%M:%S", buffer, sizeof buffer));
+  zone_ = zone != nullptr ? std::optional<std::string>(zone) : std::nullopt;
+  second_ = second;
+  return text_;
 }
 
 bool QDLogSize::isOld() const {
-  return _added >= kTrustedBytes || coarseMs() - _setAt >= kTrustedMs;
+  return added_ >= kTrustedBytes || coarseMs() - setAt_ >= kTrustedMs;
 }
 
 void QDLogSize::set(unsigned long long bytes) {
-  _bytes = bytes;
-  _added = 0;
-  _setAt = coarseMs();
+  bytes_ = bytes;
+  added_ = 0;
+  setAt_ = coarseMs();
 }
 
 void QDLogSize::add(unsigned long long bytes) {
-  _bytes += bytes;
-  _added += bytes;
+  bytes_ += bytes;
+  added_ += bytes;
 }
 
 std::string qdLogBackupName(const std::string& path) {

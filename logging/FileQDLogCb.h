@@ -16,30 +16,31 @@ class QDLogClock {
   std::string_view now();
 
  private:
-  std::time_t _second = -1;
-  std::optional<std::string> _zone;  // the value of TZ, which may be missing
-  std::string _text;
+  std::time_t second_ = -1;
+  std::optional<std::string> zone_;  // the value of TZ, which may be missing
+  std::string text_;
 };
 
-/// A file's size as this process can know it without asking before each line: what the system said
-/// last, and what was written since. For one thread at a time.
+/// A file's size without a question to the system before each line: the answer of the latest
+/// question, and the bytes written since. For one thread at a time.
 class QDLogSize {
  public:
-  [[nodiscard]] unsigned long long bytes() const { return _bytes; }
+  [[nodiscard]] unsigned long long bytes() const { return bytes_; }
 
-  /// Whether the system is to be asked again: it never was, or it was 100 ms or 64 KiB ago.
+  /// Whether the system is to be asked again: it has never been, or the answer is 100 ms or 64 KiB
+  /// old.
   [[nodiscard]] bool isOld() const;
 
-  /// Takes what the system said just now.
+  /// Takes an answer of the system.
   void set(unsigned long long bytes);
 
-  /// Counts what was written since.
+  /// Counts bytes that this process has written.
   void add(unsigned long long bytes);
 
  private:
-  unsigned long long _bytes = 0;
-  unsigned long long _added = 0;  // bytes since `_setAt`
-  long long _setAt = -1000;       // in ms, as a clock says that never runs backwards
+  unsigned long long bytes_ = 0;
+  unsigned long long added_ = 0;  // bytes since `setAt_`
+  long long setAt_ = -1000;       // in ms of a clock that never runs backwards
 };
 
 /// Writes each record as one line to a file that rolls: the line that would make it larger than 5
@@ -48,8 +49,8 @@ class QDLogSize {
 /// The sink reports no failure: a line that cannot be written is lost, but echoed all the same.
 /// When there is no memory for a line, standard error gets its source file and line number. Each
 /// line is a single write at the end of the file, so several processes may share it.
-/// The file rolls when it is too large, never on a guess; what another process wrote within the last
-/// 100 ms may still be missed, so that it rolls a little later.
+/// The file rolls when it is too large, never on a guess; what another process wrote within the
+/// last 100 ms may still be missed, so that it rolls a little later.
 class FileQDLogCb : public QDLogCb {
  public:
   /// Opens `path` for appending, created when missing; a failure leaves the sink without a file.

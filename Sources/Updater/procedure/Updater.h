@@ -16,8 +16,8 @@
 /// ROOT.
 class Updater {
  public:
-  /// `restartOnly`: the agent is stopped and started again, but nothing is installed.
-  explicit Updater(bool restartOnly) : skipInstall(restartOnly) {}
+  /// `skip`: the agent is stopped and started again, but nothing is installed.
+  explicit Updater(bool skip) : skipInstall(skip) {}
   Updater(const Updater&) = delete;
   Updater& operator=(const Updater&) = delete;
   virtual ~Updater() = default;

@@ -42,7 +42,7 @@ int OSAL_Dir::openDir(const unsigned char* folder, bool warnOnly) {
   path[length] = '/';
   path[length + 1] = '\0';
   pathLength = length + 1;
-  searchable = false;
+  searchable_ = false;
   QDLOG(OSAL, INF, "Directory opened (" << dir << ") -> " << QDLogPath(folder));
   return 0;
 }
@@ -110,9 +110,9 @@ QDFileType OSAL_Dir::typeOf(const dirent& entry) {
   if (length > room) return QD_FILETYPE_UNKNOWN;  // a path that was cut names something else
   // An entry that the listing calls a regular file is one; asking the system about each would take
   // most of a walk's time.
-  const bool reachable = searchable && pathLength + length < kMaxPath;
+  const bool reachable = searchable_ && pathLength + length < kMaxPath;
   if (reachable && entry.d_type == DT_REG) return QD_FILETYPE_REG;
   QDFileType type = QD_FILETYPE_UNKNOWN;
-  searchable = osal_getFileType(osal_bytes(path), &type, false) == 0;
+  searchable_ = osal_getFileType(osal_bytes(path), &type, false) == 0;
   return type;
 }

@@ -43,5 +43,5 @@ class OSAL_Dir : private qd_no_duplic {
  private:
   [[nodiscard]] QDFileType typeOf(const dirent& entry);
 
-  bool searchable = false;  // an entry's status could be read: this directory does not forbid it
+  bool searchable_ = false;  // an entry's status could be read: this directory does not forbid it
 };

@@ -20,21 +20,21 @@ std::uint64_t hashOf(std::string_view key) {
 
 }  // namespace
 
-QDTunableKeys::QDTunableKeys(std::size_t count) : _slots(std::bit_ceil(4 * count + 1), kFree) {
-  _keys.reserve(count);
-  _values.resize(count);
+QDTunableKeys::QDTunableKeys(std::size_t count) : slots_(std::bit_ceil(4 * count + 1), kFree) {
+  keys_.reserve(count);
+  values_.resize(count);
 }
 
 void QDTunableKeys::add(std::string_view key) {
   const std::size_t slot = slotOf(key);
-  if (_slots[slot] != kFree) return;
-  _slots[slot] = static_cast<std::uint32_t>(_keys.size());
-  _keys.push_back(key);
+  if (slots_[slot] != kFree) return;
+  slots_[slot] = static_cast<std::uint32_t>(keys_.size());
+  keys_.push_back(key);
 }
 
 std::size_t QDTunableKeys::slotOf(std::string_view key) const {
-  const std::size_t last = _slots.size() - 1;
+  const std::size_t last = slots_.size() - 1;
   std::size_t slot = hashOf(key) & last;
-  while (_slots[slot] != kFree && _keys[_slots[slot]] != key) slot = (slot + 1) & last;
+  while (slots_[slot] != kFree && keys_[slots_[slot]] != key) slot = (slot + 1) & last;
   return slot;
 }

@@ -23,8 +23,8 @@ class QDTunableKeys {
 
   /// Where the value of `key` is kept until the next `add`; null if the key is not wanted.
   std::optional<std::string>* find(std::string_view key) {
-    const std::uint32_t entry = _slots[slotOf(key)];
-    return entry == kFree ? nullptr : &_values[entry];
+    const std::uint32_t entry = slots_[slotOf(key)];
+    return entry == kFree ? nullptr : &values_[entry];
   }
 
  private:
@@ -33,7 +33,7 @@ class QDTunableKeys {
   /// The slot of `key`, or the free one where it would go.
   [[nodiscard]] std::size_t slotOf(std::string_view key) const;
 
-  std::vector<std::string_view> _keys;
-  std::vector<std::optional<std::string>> _values;
-  std::vector<std::uint32_t> _slots;  // a power of two of them; each an index into the others
+  std::vector<std::string_view> keys_;
+  std::vector<std::optional<std::string>> values_;
+  std::vector<std::uint32_t> slots_;  // a power of two of them; each an index into the others
 };

@@ -37,7 +37,7 @@ int forEachLink(Take take) {
 
 }  // namespace
 
-HostInterfaceKind linkKind(unsigned int hardwareType, std::string_view deviceType) {
+HostInterfaceKind linkkind_of(unsigned int hardwareType, std::string_view deviceType) {
   if (deviceType == "bluetooth") return HostInterfaceKind::Bluetooth;
   if (deviceType == "wlan") return HostInterfaceKind::Ieee80211;
   if (deviceType == "wwan") return HostInterfaceKind::Wwan;
@@ -63,7 +63,7 @@ int hostnet_interfaces(std::vector<HostInterface>& interfaces) {
     std::string deviceType;
     keyfile_value((std::string("/sys/class/net/") + name + "/uevent").c_str(), "DEVTYPE",
                   deviceType);
-    found.push_back({name, linkKind(link.sll_hatype, deviceType)});
+    found.push_back({name, linkkind_of(link.sll_hatype, deviceType)});
   });
   if (error == 0) interfaces = std::move(found);
   return error;

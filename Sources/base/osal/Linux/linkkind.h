@@ -6,4 +6,4 @@
 
 /// The kind of an interface from its hardware type (ARPHRD_...) and the DEVTYPE of its uevent file,
 /// which is empty for plain wired ones.
-HostInterfaceKind linkKind(unsigned int hardwareType, std::string_view deviceType);
+HostInterfaceKind linkkind_of(unsigned int hardwareType, std::string_view deviceType);

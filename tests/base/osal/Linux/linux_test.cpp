@@ -45,10 +45,10 @@ TEST(Keyfile, FindsAValueAndUnquotesIt) {
 }
 
 TEST(LinkKind, TheDeviceTypeGoesBeforeTheHardwareType) {
-  EXPECT_EQ(linkKind(ARPHRD_ETHER, "wlan"), HostInterfaceKind::Ieee80211);
-  EXPECT_EQ(linkKind(ARPHRD_ETHER, "bridge"), HostInterfaceKind::Ethernet);
-  EXPECT_EQ(linkKind(ARPHRD_PPP, ""), HostInterfaceKind::Ppp);
-  EXPECT_EQ(linkKind(ARPHRD_LOOPBACK, ""), HostInterfaceKind::Other);
+  EXPECT_EQ(linkkind_of(ARPHRD_ETHER, "wlan"), HostInterfaceKind::Ieee80211);
+  EXPECT_EQ(linkkind_of(ARPHRD_ETHER, "bridge"), HostInterfaceKind::Ethernet);
+  EXPECT_EQ(linkkind_of(ARPHRD_PPP, ""), HostInterfaceKind::Ppp);
+  EXPECT_EQ(linkkind_of(ARPHRD_LOOPBACK, ""), HostInterfaceKind::Other);
 }
 
 TEST(HostSetNice, ReachesEveryThread) {
