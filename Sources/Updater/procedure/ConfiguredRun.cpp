@@ -64,7 +64,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
     return UpdateResult::ConfigurationFaulty;
   }
 
-  Updater updater(request.restartOnly);
+  Updater updater(request.skipInstall);
   CommandOutput output;
   run.settings = &settings_;
   run.output = &output;

@@ -23,7 +23,7 @@ struct RunPlaces {
 struct RunRequest {
   std::string server;     ///< without a slash at its end
   std::string installed;  ///< the installed version; empty: nobody knows
-  bool restartOnly = false;
+  bool skipInstall = false;
 };
 
 /// One update as the administrator set it: the procedure, with its records, hooks and lock around

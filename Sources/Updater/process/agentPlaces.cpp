@@ -46,7 +46,7 @@ LogPlace findLogPlace() {
     folder = utils::joinPath(data, "UpdLogs");
     osal_mkdir(osal_bytes(folder), nullptr, false);
   }
-  // In a data folder that others may write to they could exchange the log folder itself.
+  // Users who may write to the data folder could exchange the log folder in it.
   const bool shared = data.empty() || osal_folderIsShared(data.c_str());
   return {utils::joinPath(folder, "agent_upd.log"), shared};
 }
