@@ -28,9 +28,8 @@ int ConfiguredRun::perform(const RunRequest& request) try {
   if (!closed.empty()) QDLOG(ROOT, WRN, "No records: " << closed);
   const bool locked = folder_.lock();
   if (!locked && read_.fault.empty()) {
-    message_ = "another run holds " + folder_.pathOf("lock");
-    QDLOG(ROOT, NFY, "Another run holds " << folder_.pathOf("lock"));
-    return static_cast<int>(UpdateResult::Locked);
+    return static_cast<int>(
+        refuse(UpdateResult::Locked, "another run holds " + folder_.pathOf("lock")));
   }
   // The records are those of the run that holds the lock.
   if (!locked) folder_.close();
@@ -41,8 +40,18 @@ int ConfiguredRun::perform(const RunRequest& request) try {
   recorder_->observer = observer;
   return static_cast<int>(performLocked(request));
 } catch (const std::exception& e) {
-  QDLOG(ROOT, ERR, "Exception : " << e.what());
-  return static_cast<int>(UpdateResult::Exception);
+  return static_cast<int>(refuse(UpdateResult::Exception, std::string("Exception : ") + e.what()));
+}
+
+/// A run that leaves no record.
+UpdateResult ConfiguredRun::refuse(UpdateResult result, const std::string& message) {
+  const UpdateStatus& status = statusOf(result);
+  QDLOG(ROOT, ERR, message);
+  record_.status = static_cast<int>(result);
+  record_.outcome = status.outcome;
+  record_.cause = status.cause;
+  record_.message = message;
+  return result;
 }
 
 UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
@@ -60,7 +69,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
     QDLOG(ROOT, ERR, "Configuration : " << fault);
     std::cerr << fault << '\n';
     run.message = fault;
-    record(run, UpdateResult::ConfigurationFaulty);
+    finish(run, UpdateResult::ConfigurationFaulty);
     return UpdateResult::ConfigurationFaulty;
   }
 
@@ -71,7 +80,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   run.hooks = hooks;
   const UpdateResult result = update(updater, request, run);
   if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
-  record(run, result);
+  finish(run, result);
   if (run.attempts > 0) runHooks(hooks, "after-", recorder_->record(), false, {});
   return result;
 }
@@ -97,10 +106,10 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
   return result;
 }
 
-void ConfiguredRun::record(const UpdateRun& run, UpdateResult result) {
+void ConfiguredRun::finish(const UpdateRun& run, UpdateResult result) {
   run.fillRecord();
   recorder_->finish(result, run.updated, run.message);
-  message_ = recorder_->record().message;
+  record_ = recorder_->record();
 }
 
 std::string checkDropIns(const RunPlaces& places, std::vector<std::string>& hooks) {
@@ -111,6 +120,14 @@ std::string checkDropIns(const RunPlaces& places, std::vector<std::string>& hook
     if (std::string_view(name) == "hooks") hooks = std::move(found.files);
   }
   return {};
+}
+
+std::vector<std::string> obstaclesNow(const Settings& /*settings*/, const RunPlaces& places) {
+  std::vector<std::string> obstacles;
+  if (stateFolderIsLocked(places.stateFolder) == true) {
+    obstacles.emplace_back("another run is under way");
+  }
+  return obstacles;
 }
 
 std::string unsupportedSetting(const Settings& settings) {

@@ -39,25 +39,29 @@ class ConfiguredRun {
   /// The update. Returns the exit status of the process. No std::exception leaves it.
   int perform(const RunRequest& request);
 
-  /// What became of it, for people; empty when all is well.
-  [[nodiscard]] const std::string& message() const { return message_; }
+  /// What became of it. Of a run that another one kept from its place it is in no record but this.
+  [[nodiscard]] const RunRecord& record() const { return record_; }
 
  private:
   UpdateResult performLocked(const RunRequest& request);
   UpdateResult update(Updater& updater, const RunRequest& request, UpdateRun& run);
-  void record(const UpdateRun& run, UpdateResult result);
+  void finish(const UpdateRun& run, UpdateResult result);
+  UpdateResult refuse(UpdateResult result, const std::string& message);
 
   SettingsRead read_;
   Settings settings_;  ///< the defaults where there are none
   RunPlaces places_;
   StateFolder folder_;
   std::unique_ptr<Recorder> recorder_;
-  std::string message_;
+  RunRecord record_;
 };
 
 /// What a run would find faulty besides the settings file itself, with what to do; empty when
 /// nothing. `hooks`: those that may be run.
 std::string checkDropIns(const RunPlaces& places, std::vector<std::string>& hooks);
+
+/// What would keep an update from being installed at this moment, a line each. Reads only.
+std::vector<std::string> obstaclesNow(const Settings& settings, const RunPlaces& places);
 
 /// A section or key that this version does not know how to follow yet; empty when it follows all.
 std::string unsupportedSetting(const Settings& settings);
