@@ -65,14 +65,14 @@ void Screen::drawLast(const std::string& line) {
   drawn_ = line.size();
 }
 
-/// A terminal that has become narrower shows the line on several rows, and the cursor on the last.
-void Screen::clearLast() {
-  if (drawn_ == 0) return;
+bool Screen::clearLast() {
+  if (drawn_ == 0) return false;
   const std::size_t rowsAbove = (drawn_ - 1) / width();
   std::string sequence = "\r";
   if (rowsAbove > 0) sequence += "\x1b[" + std::to_string(rowsAbove) + "A";
   write(sequence + "\x1b[J");
   drawn_ = 0;
+  return rowsAbove > 0;
 }
 
 void RunDisplay::show(const RunRecord& record) {
@@ -105,6 +105,7 @@ void RunDisplay::showProgress(const RunRecord& record) {
   drawnAt_ = now;
   const double seconds = std::chrono::duration<double>(now - fetchBegan_).count();
   const double rate = seconds > 0 ? static_cast<double>(record.bytes) / seconds : 0;
+  if (screen_.clearLast()) screen_.print(phaseText(record.phase, record.to));
   screen_.drawLast(progressLine(screen_.width(), record.bytes, record.size, rate));
 }
 

@@ -22,13 +22,15 @@ class Screen {
   /// Prints a line; on a terminal in that colour, unless NO_COLOR is set.
   void print(const std::string& line, Colour colour = Colour::None);
 
-  /// Draws the last line in place of the one before it; an empty one takes it away. Only on a
-  /// terminal.
+  /// Draws the last line in place of the one before it. Only on a terminal.
   void drawLast(const std::string& line);
 
- private:
-  void clearLast();
+  /// Takes the last line away. Returns true when the terminal has become narrower than the line:
+  /// then some terminals show it on several rows and others cut it, and in the latter what stood
+  /// above it is gone, too.
+  bool clearLast();
 
+ private:
   bool isTerminal_;
   bool hasColours_;
   std::size_t drawn_ = 0;  ///< columns of the last line

@@ -12,12 +12,16 @@
 
 namespace {
 
+/// Off a terminal the log is what is shown of a run.
+bool isEchoed(const Job& job) {
+  return !job.screen.isTerminal() && !job.options.quiet && !job.options.json;
+}
+
 /// The log of a run, taken off the logger at its end.
 class RunLog {
  public:
   RunLog(const Job& job, const LogPlace& place)
-      : file_(place.file, job.options.verbose && !job.screen.isTerminal(), place.shared),
-        screenLog_(file_, job.screen) {
+      : file_(place.file, isEchoed(job), place.shared), screenLog_(file_, job.screen) {
     QDLog* const logger = QDLog::getLogger();
     if (logger == nullptr) throw std::bad_alloc();
     logger->setLevels("ROOT:5;");
@@ -39,7 +43,7 @@ Colour colourOf(const RunRecord& record) {
 }
 
 void tellEnd(const Job& job, const RunRecord& record) {
-  job.screen.drawLast("");
+  job.screen.clearLast();
   if (job.options.json) {
     job.screen.print(statusText(record).substr(0, statusText(record).size() - 1));
   } else if (record.status != 0 && !job.screen.isTerminal()) {

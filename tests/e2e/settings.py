@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Whole runs with an update.toml: statuses, records, hooks, lock, and what is told of a faulty one."""
 
 import json

@@ -65,12 +65,18 @@ AgentDistrib installedKind() {
 }
 
 std::optional<bool> agentRuns() try {
-  std::string command = "systemctl is-active --quiet qdagent";
+  constexpr int kNotActive = 3;
+  constexpr int kNoSuchUnit = 4;
+  std::string command = "systemctl is-active --quiet qdagent 2>/dev/null";
   if (getOS() == OsMacOSX) command = "launchctl list com.qdagent >/dev/null 2>&1";
   if (isSyno()) command = "synopkg is_onoff kesa >/dev/null 2>&1";
   std::vector<std::string> lines;
   const int status = exec(command, lines);
-  return status == 127 ? std::nullopt : std::optional(status == 0);
+  if (status == 0) return true;
+  if (getOS() == OsLinux && !isSyno() && status != kNotActive && status != kNoSuchUnit) {
+    return std::nullopt;  // the manager itself does not answer
+  }
+  return status == 127 ? std::nullopt : std::optional(false);
 } catch (const std::exception&) {
   return std::nullopt;
 }

@@ -28,6 +28,7 @@ PROGRAMS = {
     "update": f"{TOP}/build/default/update",
     "macos": f"{TOP}/build/macos/update",
     "synology": f"{TOP}/build/synology/update",
+    "qd-update": f"{TOP}/build/default/qd-update",
     "shim": f"{TOP}/build/default/tests/e2e/libqd_fault_shim.so",
 }
 

@@ -1,0 +1,198 @@
+#!/usr/bin/python3
+"""The administrator's program: what it prints, on a terminal and elsewhere, and what it leaves."""
+
+import fcntl
+import json
+import os
+import re
+import signal
+import struct
+import sys
+import termios
+import threading
+import time
+from functools import partial
+
+import pyte
+
+from harness import Answer, Outcome, Row, blocks, difference, fill, items, main, read, write
+from harness.linux import BLOCKS, DEB, PACKAGE, VERSION
+from settings import DATABASE, installed, state, tells
+
+PAST = {"schema": 1, "run": "0" * 32, "program": "1.1.0", "from": "7.2.0.1", "to": "7.2.1.15",
+        "phase": "done", "outcome": "updated", "status": 0, "cause": "", "message": "",
+        "started": "2026-03-01T14:05:09Z", "ended": "2026-03-01T14:06:00Z", "bytes": 1, "size": 1,
+        "attempts": 1, "rolled_back_from": None, "deferred_until": None, "bad": []}
+DIED = PAST | {"phase": "install", "outcome": "running", "ended": None,
+               "started": "2026-03-02T14:05:09Z"}
+FAILED = PAST | {"phase": "fetch", "outcome": "failed", "status": 2, "cause": "transfer",
+                 "message": "Fail to get HEAD for http://updates.example.com/setup.deb: [404 ]"}
+
+
+def records(status: dict | None, *history: dict):
+    def prepare(run):
+        run.env["TZ"] = "UTC"
+        if status:
+            write(state(run), json.dumps(status))
+        write(state(run, "history.jsonl"), "".join(json.dumps(line) + "\n" for line in history))
+    return prepare
+
+
+def prints(out: str, err: str = ""):
+    def check(run, outcome):
+        yield from difference("output", outcome.out.splitlines(), items(out, run.texts))
+        yield from difference("errors", outcome.err.splitlines(), items(err, run.texts))
+    return check
+
+
+def leaves_nothing(check):
+    """The same, and that nothing was written."""
+    def more(run, outcome):
+        yield from check(run, outcome)
+        if os.path.exists(run.side("own/var/lib/qd")):
+            yield "there is a state folder"
+    return more
+
+
+QUERY = r"dpkg-query --show --showformat=${db:Status-Abbrev}|${Version}\n qdagent"
+
+
+class Terminal:
+    """A run in a terminal of so many columns, as a person would see it."""
+
+    def __init__(self, columns: int):
+        self.screen = pyte.HistoryScreen(columns, 30)
+        self.stream = pyte.ByteStream(self.screen)
+        self.master, self.slave = os.openpty()
+        self.resize(columns)
+
+    def resize(self, columns: int) -> None:
+        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", 30, columns, 0, 0))
+        self.screen.resize(30, columns)
+
+    def drive(self, run, args) -> Outcome:
+        run.env |= {"TERM": "xterm", "NO_COLOR": ""}
+        run.stdout, run.terminal = self.slave, self
+        run.start(*args)
+        reader = threading.Thread(target=self.follow)
+        reader.start()
+        outcome = run.finish()
+        os.close(self.slave)
+        reader.join()
+        outcome.out = self.seen()
+        return outcome
+
+    def seen(self) -> str:
+        return "\n".join(line.rstrip() for line in self.screen.display).rstrip()
+
+    def follow(self) -> None:
+        try:
+            while piece := os.read(self.master, 4096):
+                self.stream.feed(piece)
+        except OSError:  # the other end is closed
+            pass
+
+
+def paced(happenings):
+    """The package in ten pieces, and what happens after some of them, by their numbers."""
+    def after(run, piece):
+        time.sleep(0.25)
+        happenings.get(piece, lambda run: None)(run)
+    return Answer(PACKAGE, paced=after)
+
+
+def resize(run) -> None:
+    """What is seen before and after the terminal has become narrower, figures left out."""
+    def look():
+        text = re.sub(r"\[=+> *\]  \d+ %  [\d.]+ K?i?B/s(  \d+:\d\d left)?", "BAR",
+                      run.terminal.seen())
+        run.looks.append(re.sub(r"[\d.]+ KiB of 19.5 KiB", "BYTES", text))
+    run.looks = []
+    look()
+    run.terminal.resize(40)
+    time.sleep(0.1)
+    run.later = look
+
+
+def interrupt(run) -> None:
+    run.process.send_signal(signal.SIGINT)
+
+
+def on_terminal(name: str, columns: int, out: str, check=lambda *_: (), **others) -> Row:
+    terminal = Terminal(columns)
+
+    def shown(run, outcome):
+        seen = re.sub(r" in \d+:\d\d", " in TIME", outcome.out).splitlines()
+        yield from difference("screen", seen, items(out, run.texts))
+        yield from check(run, outcome)
+    return row(name, args=["run"], drive=terminal.drive, check=shown, **others)
+
+
+row = partial(Row, config="server = '{S}'", commands=DATABASE, prepare=installed(),
+              program="qd-update", blocks=BLOCKS | blocks("""
+[zeros] 00000000000000000000000000000000
+[why] Fail to get HEAD for http://updates.example.com/setup.deb: [404 ]
+[whole] Downloaded 19.5 KiB in TIME | {ended}
+[begun] Checking for an update | Downloading 7.2.1.15
+[ended] Verifying the package | Preparing the installation | Stopping the agent | {rest}
+[rest] Installing 7.2.1.15 | Starting the agent | Updated from 7.2.0.1 to 7.2.1.15.
+"""))
+
+CHECK = [
+    row("CheckFindsAnUpdate", args=["check"], status=100, requests="{GET version}", files="",
+        calls=QUERY,
+        check=leaves_nothing(prints(
+            "Installed   7.2.0.1 | Available   7.2.1.15   from {S} | An update is available. "
+            "`qd-update run` would install it now."))),
+    row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], calls="",
+        prepare=records(PAST), check=prints(
+            "Installed   7.2.1.15 | Available   7.2.1.15   from {S} | Last run    "
+            "2026-03-01 14:06, updated | The installed version is up to date.")),
+    row("CheckFails", {VERSION: 404}, args=["check"], status=2, check=leaves_nothing(prints(
+        "Installed   7.2.0.1", "Failed to download version:  [404]"))),
+    row("CheckNeedsAServer", config="", args=["check"], status=20, requests="", calls="",
+        check=leaves_nothing(prints("", "/etc/qd/update.{I}.toml: names no server; set \"server\" "
+                                    "to the address that the updates come from"))),
+    row("CheckKnowsNoAgent", args=["check"], status=4, requests="", prepare=None, check=prints(
+        "", "the package manager knows no installed agent; --installed says its version"),
+        commands={"dpkg-query": "exit 1"}),
+]
+
+RUN = [
+    row("RunIsQuiet", args=["run", "--quiet"], check=prints(""), has="{update}"),
+    row("RunSaysWhyItFailed", {VERSION: 404}, args=["run", "-q"], status=2, calls=QUERY,
+        check=prints("", "Failed: Failed to download version:  [404]")),
+    row("RunPrintsItsRecord", args=["run", "--json"], check=lambda run, outcome: difference(
+        "output", [outcome.out], [read(state(run))])),
+    row("RunIsInterrupted", {DEB: paced({3: interrupt})}, args=["run", "-q"], status=29,
+        calls=QUERY, check=tells({"cause": "interrupted", "phase": "fetch", "to": "7.2.1.15",
+                     "message": "interrupted; nothing was changed"})),
+    row("RunIsInterruptedTooLate", args=["run", "-q"], check=tells({"outcome": "updated"}),
+        commands=DATABASE | {"systemctl": "kill -INT $(cut -d' ' -f4 /proc/$PPID/stat)"},
+        has="WRN An interrupt came when the agent was being replaced: the run went on"),
+    on_terminal("RunOnANarrowTerminal", 40, "{begun} | {whole}"),
+    on_terminal("TerminalBecomesNarrower", 80, "{begun} | {whole}",
+                script={DEB: paced({5: resize, 8: lambda run: run.later()})},
+                check=lambda run, _: difference("during the download", run.looks, [
+                    fill(fill(text, run.texts).replace(" | ", "\n"), {}) for text in (
+                        "{begun} | BAR  BYTES", "{begun} | BAR")])),
+    on_terminal("RunOnATerminalIsInterrupted", 80, status=29, script={DEB: paced({4: interrupt})},
+                out="{begun} | Deferred: interrupted; nothing was changed"),
+]
+
+STATUS = [
+    row("StatusOfNoRun", args=["status"], commands={}, check=leaves_nothing(prints(
+        "No run has left a record in /var/lib/qd/update.{I}. | Agent       runs"))),
+    row("StatusOfARunThatDied", args=["status"], prepare=records(DIED),
+        commands={"systemctl": "exit 3"}, check=prints(
+            "Started     2026-03-02 14:05 | From        7.2.0.1 | To          7.2.1.15 | "
+            "Agent       does not run | Run         {zeros} | It died in phase install. See that "
+            "the agent is whole and starts: `qd-update run` tries again.")),
+    row("History", args=["history", "-n", "2"], prepare=records(None, FAILED, PAST, FAILED),
+        check=prints("Started           Outcome  Status  From     To        Message | "
+                     "2026-03-01 14:05  updated  0       7.2.0.1  7.2.1.15 | "
+                     "2026-03-01 14:05  failed   2       7.2.0.1  7.2.1.15  {why}")),
+]
+
+if __name__ == "__main__":
+    sys.exit(main(__doc__, [*CHECK, *RUN, *STATUS]))
