@@ -114,15 +114,15 @@ class Row:
                 raise Skip(f"needs: {command}")
         run = place.run(self.program)
         run.user, run.first = self.user, self.first
-        run.texts = {**self.blocks, "V": self.version, "T": run.temp(),
-                     "I": run.env["QD_AGENT_INSTANCE"], "shim": place.programs["shim"],
-                     "ca": run.side("cert.pem"), **self.texts}
+        run.texts = {**self.blocks, "V": self.version, "T": run.temp(), "ca": run.side("cert.pem"),
+                     "shim": place.programs["shim"], **self.texts}
         for name, body in self.commands.items():
             run.command(name, body)
         tls = context(run.folder, self.tls) if self.tls else None
         with Server(self.good | self.script, run.texts, run, tls) as server:
             run.texts |= {"S": server.url, "H": server.url.encode().hex()}
             run.env |= {name: fill(value, run.texts) for name, value in self.env.items()}
+            run.texts["I"] = run.env["QD_AGENT_INSTANCE"]
             if self.config is not None:
                 path = run.own(fill("/etc/qd/update.{I}.toml", run.texts))
                 write(path, fill(self.config, run.texts))
