@@ -68,6 +68,12 @@ def end_tree(pid: int) -> None:
     os.kill(pid, signal.SIGKILL)
 
 
+def memory(pid: int) -> int:
+    """MiB that a process has taken at most so far."""
+    found = re.search(r"VmHWM:\s+(\d+) kB", read(f"/proc/{pid}/status"))
+    return int(found[1]) >> 10 if found else 0
+
+
 class Skip(Exception):
     """A case cannot be run here; its text says why."""
 
@@ -87,7 +93,7 @@ def why_no_overlay() -> str:
 class Outcome:
     """What a finished run left."""
 
-    status: int | str  # of its exit, else the name of the signal, or "timed out"
+    status: int | str  # of its exit, else the name of the signal or why it was ended
     log: list[str]  # as `records`
     out: str
     err: str
@@ -122,6 +128,7 @@ class Run:
         self.stdin: int = subprocess.DEVNULL
         self.stdout: int | None = None  # in place of the file whose content is the outcome's
         self.timeout = 60
+        self.most = 0  # MiB of memory; when it is seen to take more, it is ended
         self.starts = 0
 
     def side(self, name: str) -> str:
@@ -174,16 +181,20 @@ class Run:
         return self.side(f"calls{self.starts}")
 
     def finish(self) -> Outcome:
-        pidfd = os.pidfd_open(self.process.pid)
-        waiting = select.poll()
-        waiting.register(pidfd, select.POLLIN)
-        timed_out = not waiting.poll(self.timeout * 1000)
-        os.close(pidfd)
-        if timed_out:
-            end_tree(self.process.pid)
+        ends = time.monotonic() + self.timeout
+        ended, stopped = os.pidfd_open(self.process.pid), ""
+        while not select.select([ended], [], [], 0.01 if self.most else self.timeout)[0]:
+            if self.most and memory(self.process.pid) > self.most:
+                stopped = f"took more than {self.most} MiB"
+            elif time.monotonic() > ends:
+                stopped = "timed out"
+            if stopped:
+                end_tree(self.process.pid)
+                break
+        os.close(ended)
         status: int | str = self.process.wait()
         if status < 0:
-            status = "timed out" if timed_out else signal.Signals(-status).name
+            status = stopped or signal.Signals(-status).name
         files = os.listdir(self.temp()) if os.path.isdir(self.temp()) else []
         files += [f"work/{name}" for name in os.listdir(self.side("work"))]
         return Outcome(status, records(read(self.temp("agent_upd.log"))),
