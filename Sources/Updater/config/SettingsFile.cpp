@@ -85,13 +85,15 @@ std::string dropInFolderOf(const std::string& configurationFolder) {
 SettingsRead readSettingsFile(const std::string& path) {
   constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
   if (path.empty()) return {};
+  struct stat info {};
   const ScopedFd fd(::open(path.c_str(), kFlags));
   if (!fd) {
     const int error = errno;
     if (error == ENOENT || error == ENOTDIR) return {};
+    // When no descriptor is free, that is the answer for a missing file, too.
+    if (::lstat(path.c_str(), &info) != 0 && errno == ENOENT) return {};
     return {.settings = {}, .fault = openFault(path, error)};
   }
-  struct stat info {};
   std::string text;
   if (::fstat(fd.get(), &info) != 0) return {.settings = {}, .fault = openFault(path, errno)};
   if (std::string fault = fileFault(path, info); !fault.empty()) {
