@@ -55,7 +55,7 @@ std::optional<unsigned int> parseDayRange(std::string_view text) {
   const auto last = dash == std::string_view::npos ? first : parseDay(text.substr(dash + 1));
   if (!first || !last) return std::nullopt;
   unsigned int days = 0;
-  for (unsigned int day = *first;; day = (day + 1) % kDays.size()) {
+  for (unsigned int day = *first;; day = (day + 1) % unsigned{kDays.size()}) {
     days |= 1U << day;
     if (day == *last) return days;
   }
