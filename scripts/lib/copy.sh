@@ -17,9 +17,50 @@ copy_run() {
     say "$reason"
     return "$copy_refused"
   fi
-  run_watched KILL setpriv --pdeathsig KILL \
+  local status=0
+  remove_copy_groups
+  run_watched KILL boot_in_own_groups "$@" || status=$?
+  remove_copy_groups
+  return "$status"
+}
+
+boot_in_own_groups() {
+  local folder
+  for folder in $(copy_group_folders); do
+    if mkdir "$folder/qd-copy-$BASHPID" 2>/dev/null; then echo 0 >"$folder/qd-copy-$BASHPID/cgroup.procs"; fi
+  done
+  exec setpriv --pdeathsig KILL \
     unshare --mount --propagation private --pid --fork --kill-child --mount-proc \
     "$qd_lib/boot-copy" "$@"
+}
+
+# Each copy boots in control groups of its own, qd-copy-PID. A copy's systemd keeps its services in groups below
+# those it was started in: two copies would share the groups of services of one name, and where one
+# starts the agent while the other stops it, the stop waits for both until it times out.
+#
+# copy_group_folders: this process's groups in the hierarchies that systemd keeps services in.
+copy_group_folders() {
+  group_folder "0::" --types cgroup2
+  group_folder "[0-9]*:name=systemd:" --types cgroup --options name=systemd
+}
+
+# group_folder LINE MOUNT...: LINE begins the hierarchy's line in /proc/self/cgroup, MOUNT finds its mount.
+group_folder() {
+  local mount
+  mount=$(findmnt --noheadings --first-only --output TARGET "${@:2}") || return 0
+  sed -n "s,^$1,$mount,p" /proc/self/cgroup | sed 's,/$,,'
+}
+
+# remove_copy_groups: those of copies that have ended.
+remove_copy_groups() {
+  local folder group
+  for folder in $(copy_group_folders); do
+    for group in "$folder"/qd-copy-*; do
+      if [ -d "$group" ] && [ ! -d "/proc/${group##*-}" ]; then
+        find "$group" -depth -type d -exec rmdir {} + 2>/dev/null || true
+      fi
+    done
+  done
 }
 
 # Why this machine cannot boot a copy of itself, in one sentence; nothing when it can.
