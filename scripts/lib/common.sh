@@ -4,6 +4,7 @@
 set -eu
 
 qd_lib=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# shellcheck disable=SC2034 # for those that source this
 qd_top=${qd_lib%/scripts/lib}
 
 say() { printf '%s\n' "$*"; }

@@ -71,7 +71,7 @@ copy_obstacle() {
     return
   fi
   for tool in systemd-nspawn unshare setpriv; do
-    if ! command -v $tool >/dev/null; then
+    if ! command -v "$tool" >/dev/null; then
       say "Booting a copy of the machine needs $tool."
       return
     fi

@@ -36,8 +36,7 @@ END
 # the port in $server_port. The access log, FOLDER/access.log, begins each line with the connection's number.
 # SETTING: what else the configuration's http block has.
 server_start() {
-  local attempt
-  for attempt in 1 2 3 4 5 6 7 8; do
+  for _ in {1..8}; do
     server_port=$((20000 + RANDOM % 30000))
     server_url=http://127.0.0.1:$server_port
     server_configure "$1" "$server_port" "${2:-}"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Updates on a Debian system, with its own dpkg and systemctl.
 
+# shellcheck source=tests/e2e/expect.sh
 . /qd/expect.sh
 
 make_packages() {
@@ -23,7 +24,7 @@ whole_update() {
   local started
   started=$(date +%s%3N)
   update 7.2.1.4
-  expect "status" $status 0
+  expect "status" "$status" 0
   expect_commands_succeeded
   expect "installed version" "$(agent_deb_version)" 7.2.1.15
   expect_agent active 7.2.1.15
@@ -55,7 +56,7 @@ second_run_within_the_hour() {
   say "- a second run within the hour"
   rm $log
   update 7.2.1.4
-  expect "status" $status 0
+  expect "status" "$status" 0
   expect "last record" "$(log_records | tail -n 1 | sed -E 's/ago .* :/ago TIME :/')" \
     "NFY Another instance of has been launched less than one hour ago TIME : lock file location is /tmp/upgrade_ovt.lock"
 }
@@ -65,7 +66,7 @@ refusing_package() {
   installed 7.2.1.4
   offer 7.2.1.15 /qd/broken.deb
   update 7.2.1.4
-  expect "status" $status 0
+  expect "status" "$status" 0
   expect "records" "$(log_records | sed -n '/Upgrading/,$p')" "NFY Upgrading agent ...'
 ERR Fail to install agent : [256]
 NFY Agent Started
@@ -83,7 +84,7 @@ log_folder() {
   if [ -n "$1" ]; then export QD_AGENT_INSTANCE=$1; fi
   update 7.2.1.4
   unset QD_AGENT_INSTANCE
-  expect "status" $status 0
+  expect "status" "$status" 0
   expect "last record" "$(log=/var/qd-data$1/UpdLogs/agent_upd.log log_records | tail -n 1)" \
     "NFY Current version is up to date. Nothing to do"
   expect "log in the temporary folder" "$(ls /tmp/agent_upd.log 2>/dev/null)" ""
@@ -111,7 +112,7 @@ x11_step() {
   printf '#!/bin/sh\necho "$@" >>/qd/installer.calls\nexit %s\n' "$1" >/usr/bin/apt-get
   rm -f /qd/installer.calls
   update 7.1.5.2
-  expect "status" $status 0
+  expect "status" "$status" 0
   expect "records" "$(log_records | sed -n "/Upgrading/,\$p")" "$(
     printf '%s\n' "NFY Upgrading agent ...'" "NFY installXCBDeps ..." "${@:2}"
     printf '%s\n' "NFY Agent Installed" "NFY Agent Started" "NFY Agent Update done"
@@ -123,6 +124,7 @@ x11_cases() {
   x11_installed
   begin "libX11 is installed: the agent's X11 libraries are, too"
   x11_step 0 "NFY Found x11" "NFY Install xcb dependencies0"
+  # shellcheck disable=SC2086
   expect "installer's arguments" "$(cat /qd/installer.calls)" "install -y $(say $x11_packages)"
   begin "an installer that fails does not stop the update"
   x11_step 100 "NFY Found x11" "NFY Install xcb dependencies25600"

@@ -1,8 +1,11 @@
 # shellcheck shell=bash
 # What the scenarios in a booted copy share. Sourced, not run.
 
+# shellcheck source=scripts/lib/common.sh
 . /qd/lib/common.sh
+# shellcheck source=scripts/lib/agent.sh
 . /qd/lib/agent.sh
+# shellcheck source=scripts/lib/server.sh
 . /qd/lib/server.sh
 
 server=/qd/server

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Updates on a system without dpkg, with the real rpm and systemctl.
 
+# shellcheck source=tests/e2e/expect.sh
 . /qd/expect.sh
 
 make_packages() {
@@ -26,7 +27,7 @@ plain_update() {
   installed 7.2.1.4
   offer 7.2.1.15 /qd/qdagent_7.2.1.15.rpm
   update 7.2.1.4
-  expect "status" $status 0
+  expect "status" "$status" 0
   expect "package kind" "$(log_records | grep 'distrib is')" "NFY distrib is [rpm]"
   expect "install command" "$(log_records | grep 'install cmd')" \
     "NFY install cmd = rpm -U /tmp/qdagent_7.2.1.15.rpm"
@@ -43,7 +44,7 @@ plain_update_without_definition_file() {
   offer 7.2.1.15 /qd/setup.rpm
   rm $server/www/agent_setup_def.json
   update 7.2.1.4
-  expect "status" $status 0
+  expect "status" "$status" 0
   expect "installed version" "$(agent_rpm_version)" 7.2.1.15
   expect_agent active 7.2.1.15
 }
@@ -57,7 +58,7 @@ x11_step() {
   offer 7.2.1.15 /qd/qdagent_7.2.1.15.rpm
   rm -f /qd/installer.calls
   update 7.1.5.2
-  expect "status" $status 0
+  expect "status" "$status" 0
   expect "records" "$(log_records | sed -n '/Upgrading/,$p')" "$(
     printf '%s\n' "NFY Upgrading agent ...'" "NFY installXCBDeps ..." "$@"
     printf '%s\n' "NFY Agent Installed" "NFY Agent Started" "NFY Agent Update done"

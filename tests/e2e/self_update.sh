@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # The agent starts the update of itself, from within its own service.
 
+# shellcheck source=tests/e2e/expect.sh
 . /qd/expect.sh
 
 wait_for_record() {
-  local attempt
-  for attempt in {1..200}; do
+  for _ in {1..200}; do
     if [ -e $log ] && log_records | grep -qxF "$1"; then return; fi
     sleep 0.1
   done
