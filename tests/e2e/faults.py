@@ -51,7 +51,11 @@ def prepared(place: Place, script: dict) -> Iterator[Run]:
     write(run.side("package"), PACKAGE)
     with Server(GOOD | script, NAMES, run) as server:
         run.texts["H"] = server.url.encode().hex()
-        yield run
+        try:
+            yield run
+        finally:
+            if os.path.ismount(run.temp()):
+                subprocess.run(["umount", "--lazy", run.temp()], check=True)
 
 
 def case(fault: Fault, **script) -> Case:
