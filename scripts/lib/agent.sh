@@ -42,7 +42,8 @@ WantedBy=multi-user.target
 END
 }
 
-# make_agent_deb VERSION FILE [broken]: a Debian package of the agent; a broken one refuses to be installed.
+# make_agent_deb VERSION FILE [broken|configured]: a Debian package of the agent; a broken one refuses to be installed,
+# a configured one has a configuration file, /etc/qdagent/qdagent.conf, that names the version.
 make_agent_deb() {
   local tree=$2.tree
   agent_tree "$1" "$tree"
@@ -62,6 +63,11 @@ END
   if [ "${3:-}" = broken ]; then
     printf '#!/bin/sh\necho "this package refuses" >&2\nexit 1\n' >"$tree/DEBIAN/preinst"
     chmod 755 "$tree/DEBIAN/preinst"
+  fi
+  if [ "${3:-}" = configured ]; then
+    mkdir -p "$tree/etc/qdagent"
+    say "version = $1" >"$tree/etc/qdagent/qdagent.conf"
+    say /etc/qdagent/qdagent.conf >"$tree/DEBIAN/conffiles"
   fi
   dpkg-deb --build -Znone --root-owner-group "$tree" "$2" >/dev/null
   rm -rf "$tree"

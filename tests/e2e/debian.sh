@@ -8,11 +8,13 @@ make_packages() {
   local version
   for version in 7.1.5.2 7.2.1.4 7.2.1.15; do make_agent_deb $version /qd/qdagent_$version.deb; done
   make_agent_deb 7.2.1.15 /qd/broken.deb broken
+  make_agent_deb 7.2.1.4 /qd/configured_4.deb configured
+  make_agent_deb 7.2.1.15 /qd/configured_15.deb configured
 }
 
-# installed VERSION: the agent runs in this version.
+# installed VERSION [PACKAGE]: the agent runs in this version.
 installed() {
-  quiet dpkg -i "/qd/qdagent_$1.deb"
+  quiet dpkg -i "${2:-/qd/qdagent_$1.deb}"
   systemctl restart qdagent
   expect_agent active "$1"
 }
@@ -73,6 +75,23 @@ NFY Agent Started
 NFY Agent Update done"
   expect "installed version" "$(agent_deb_version)" 7.2.1.4
   expect_agent active 7.2.1.4
+}
+
+changed_configuration_file() {
+  begin "a configuration file that the administrator and the package have changed, and nobody who answers"
+  installed 7.2.1.4 /qd/configured_4.deb
+  say "the administrator's" >/etc/qdagent/qdagent.conf
+  offer 7.2.1.15 /qd/configured_15.deb
+  mkfifo /qd/silent
+  exec 3<>/qd/silent
+  update 7.2.1.4 <&3
+  exec 3>&-
+  expect "status" "$status" 0
+  expect_commands_succeeded
+  # shellcheck disable=SC2016
+  expect "package" "$(dpkg-query --show --showformat='${db:Status-Status} ${Version}' qdagent)" "installed 7.2.1.15"
+  expect "configuration" "$(cat /etc/qdagent/qdagent.conf)" "the administrator's"
+  expect_agent active 7.2.1.15
 }
 
 # log_folder INSTANCE CONFIGURATION: where the log is kept is the agent's own setting.
@@ -138,6 +157,7 @@ make_packages
 whole_update
 second_run_within_the_hour
 refusing_package
+changed_configuration_file
 log_folder "" /etc/qd/conf
 log_folder a2 /etc/qd/conf.a2
 x11_cases

@@ -14,6 +14,7 @@
 #include "Updater/procedure/Updater.h"
 #include "Updater/procedure/updateRules.h"
 #include "Updater/process/SignalDelay.h"
+#include "Updater/process/processStart.h"
 #include "logging/QDLog.h"
 
 /// Logs where an exception would keep the agent from being started.
@@ -84,6 +85,7 @@ Updater::Stop Updater::replaceAgent(UpdateRun& run) {
   }
   const bool withXCBDeps = needsXCBDeps(os, run.installed, run.available);
   const SignalDelay delay;
+  endStandardInput();  // a question would be waited for with the agent stopped
   stopAgent(run);
   if (!skipInstall) run.enter(Phase::Install);
   const bool installed = skipInstall || installAgent(run, withXCBDeps);

@@ -43,14 +43,10 @@ void resetSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// Reading its terminal would stop a background process for good; a command that asks a question
-/// finds the end of file instead.
+/// Reading its terminal would stop a background process for good.
 void leaveTerminal() {
   if (::isatty(STDIN_FILENO) == 0 || ::tcgetpgrp(STDIN_FILENO) == ::getpgrp()) return;
-  const int fd = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-  if (fd < 0) return;
-  ::dup2(fd, STDIN_FILENO);
-  ::close(fd);
+  endStandardInput();
 }
 
 const std::terminate_handler formerTerminate = std::get_terminate();
@@ -76,6 +72,9 @@ void prepareEnvironment() {
   ::unsetenv("ENV");
 #if defined(__linux__)
   ::setenv("DEBIAN_FRONTEND", "noninteractive", 0);
+  // A configuration file that the administrator has changed is kept, without a question. The
+  // variable replaces dpkg's defaults, which are the first two.
+  ::setenv("DPKG_FORCE", "security-mac,downgrade,confdef,confold", 0);
 #endif
 }
 
@@ -100,4 +99,11 @@ void prepareProcess() {
   ::umask(::umask(0) | (S_IWGRP | S_IWOTH));
   prepareEnvironment();
   leaveTerminal();
+}
+
+void endStandardInput() noexcept {
+  const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return;
+  ::dup2(fd, STDIN_FILENO);
+  ::close(fd);
 }
