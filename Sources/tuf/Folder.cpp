@@ -1,0 +1,122 @@
+#include "tuf/Folder.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include "ground/osal_ownfile.h"
+#include "tuf/Error.h"
+
+namespace tuf {
+namespace {
+
+constexpr const char* kUnfinished = ".unfinished";
+
+[[noreturn]] void fail(const std::string& what, const std::string& path, int error) {
+  throw Error(ErrorKind::Storage,
+              "Cannot " + what + ' ' + path + ": " + std::generic_category().message(error));
+}
+
+/// The file that is being written; unlinked unless it got its final name.
+class Unfinished {
+ public:
+  Unfinished(int folder, const std::string& path) : folder_(folder), path_(path) {
+    const int error = osal_openOwnFileAt(folder, kUnfinished, OwnFileUse::Overwrite, 0600, fd_);
+    if (error != 0) fail("create a file in", path, error);
+  }
+  Unfinished(const Unfinished&) = delete;
+  Unfinished& operator=(const Unfinished&) = delete;
+  ~Unfinished() {
+    if (!finished_) ::unlinkat(folder_, kUnfinished, 0);
+  }
+
+  void write(std::string_view bytes) const {
+    while (!bytes.empty()) {
+      const ssize_t written = ::write(fd_.get(), bytes.data(), bytes.size());
+      const int error = errno;
+      if (written < 0 && error != EINTR) fail("write to", path_, error);
+      if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+  }
+
+  void finish(const std::string& name) {
+    if (::fchmod(fd_.get(), 0644) != 0 || ::fsync(fd_.get()) != 0 ||
+        ::renameat(folder_, kUnfinished, folder_, name.c_str()) != 0) {
+      fail("write " + name + " to", path_, errno);
+    }
+    finished_ = true;
+    if (::fsync(folder_) != 0) fail("write " + name + " to", path_, errno);
+  }
+
+ private:
+  int folder_;
+  const std::string& path_;
+  ScopedFd fd_;
+  bool finished_ = false;
+};
+
+}  // namespace
+
+Folder::Folder(const std::string& path) : path_(path) {
+  std::error_code failure;
+  std::filesystem::create_directories(path, failure);
+  if (failure) fail("create", path, failure.value());
+  folder_.reset(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder_) fail("open", path, errno);
+  while (::flock(folder_.get(), LOCK_EX) != 0) {
+    if (errno != EINTR) fail("lock", path, errno);
+  }
+  ::unlinkat(folder_.get(), kUnfinished, 0);
+}
+
+bool Folder::read(const std::string& name,
+                  const std::function<void(std::string_view)>& sink) const {
+  const ScopedFd file(
+      ::openat(folder_.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat info {};
+  if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  std::array<char, std::size_t{64} * 1024> piece;
+  while (true) {
+    const ssize_t count = ::read(file.get(), piece.data(), piece.size());
+    const int error = errno;
+    if (count == 0) return true;
+    if (count < 0 && error != EINTR) fail("read " + name + " in", path_, error);
+    if (count > 0) sink({piece.data(), static_cast<std::size_t>(count)});
+  }
+}
+
+std::optional<std::string> Folder::read(const std::string& name, std::uint64_t maxBytes) const {
+  std::string content;
+  bool fits = true;
+  const bool there = read(name, [&](std::string_view piece) {
+    fits = fits && piece.size() <= maxBytes - content.size();
+    if (fits) content += piece;
+  });
+  if (!there || !fits) return std::nullopt;
+  return content;
+}
+
+void Folder::replace(
+    const std::string& name,
+    const std::function<void(const std::function<void(std::string_view)>&)>& fill) {
+  Unfinished file(folder_.get(), path_);
+  fill([&](std::string_view piece) { file.write(piece); });
+  file.finish(name);
+}
+
+void Folder::write(const std::string& name, std::string_view content) {
+  replace(name, [&](const auto& sink) { sink(content); });
+}
+
+void Folder::remove(const std::string& name) {
+  if (::unlinkat(folder_.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
+    fail("remove " + name + " in", path_, errno);
+  }
+}
+
+}  // namespace tuf

@@ -1,0 +1,137 @@
+#include "tuf/canonicalJson.h"
+
+#include <cstddef>
+#include <utility>
+#include <vector>
+
+#include "tuf/Error.h"
+
+namespace tuf {
+namespace {
+
+constexpr std::size_t kMaxLevels = 64;
+
+[[noreturn]] void refuse(const std::string& why) { throw Error(ErrorKind::Malformed, why); }
+
+/// Builds the value from the parser's events.
+class Builder final : public nlohmann::json_sax<Json> {
+ public:
+  Builder() = default;
+  Builder(const Builder&) = delete;
+  Builder& operator=(const Builder&) = delete;
+
+  Json result;
+
+  bool null() override { return add(nullptr); }
+  bool boolean(bool value) override { return add(value); }
+  bool number_integer(number_integer_t value) override { return add(value); }
+  bool number_unsigned(number_unsigned_t value) override { return add(value); }
+  bool number_float(number_float_t value, const string_t&) override { return add(value); }
+  bool string(string_t& value) override { return add(std::move(value)); }
+  bool binary(binary_t&) override { return false; }  // JSON has none
+  bool start_object(std::size_t) override { return open(Json::object()); }
+  bool start_array(std::size_t) override { return open(Json::array()); }
+  bool end_object() override { return close(); }
+  bool end_array() override { return close(); }
+
+  bool key(string_t& name) override {
+    const auto [member, fresh] = levels_.back()->get_ref<Json::object_t&>().try_emplace(name);
+    if (!fresh) refuse("A member stands twice in one object");
+    member_ = &member->second;
+    return true;
+  }
+
+  bool parse_error(std::size_t position, const std::string&, const Json::exception&) override {
+    refuse("No JSON from byte " + std::to_string(position) + " on");
+  }
+
+ private:
+  /// Elements of an array stay where they are while what is inside the last one is being built.
+  Json& place(Json&& value) {
+    if (levels_.empty()) return result = std::move(value);
+    Json& parent = *levels_.back();
+    if (parent.is_object()) return *member_ = std::move(value);
+    parent.push_back(std::move(value));
+    return parent.back();
+  }
+
+  bool add(Json&& value) {
+    place(std::move(value));
+    return true;
+  }
+
+  bool open(Json&& value) {
+    if (levels_.size() == kMaxLevels) refuse("The JSON has too many levels");
+    levels_.push_back(&place(std::move(value)));
+    return true;
+  }
+
+  bool close() {
+    levels_.pop_back();
+    return true;
+  }
+
+  std::vector<Json*> levels_;
+  Json* member_ = nullptr;
+};
+
+void encodeString(const std::string& text, std::string& out) {
+  out += '"';
+  for (const char c : text) {
+    if (c == '"' || c == '\\') out += '\\';
+    out += c;
+  }
+  out += '"';
+}
+
+void encode(const Json& value, std::string& out) {
+  switch (value.type()) {
+    case Json::value_t::object: {
+      char separator = '{';
+      for (const auto& [name, member] : value.get_ref<const Json::object_t&>()) {
+        out += std::exchange(separator, ',');
+        encodeString(name, out);
+        out += ':';
+        encode(member, out);
+      }
+      out += value.empty() ? "{}" : "}";
+      break;
+    }
+    case Json::value_t::array: {
+      char separator = '[';
+      for (const Json& element : value) {
+        out += std::exchange(separator, ',');
+        encode(element, out);
+      }
+      out += value.empty() ? "[]" : "]";
+      break;
+    }
+    case Json::value_t::string:
+      encodeString(value.get_ref<const std::string&>(), out);
+      break;
+    case Json::value_t::number_float:
+      refuse("A number in what is signed is no integer");
+    default:
+      out += value.dump();
+  }
+}
+
+}  // namespace
+
+Json parseJson(std::string_view text) {
+  Builder builder;
+  if (!Json::sax_parse(text.begin(), text.end(), &builder)) refuse("No JSON");
+  return std::move(builder.result);
+}
+
+std::string canonicalJson(const Json& value) {
+  std::string out;
+  encode(value, out);
+  return out;
+}
+
+std::string shown(const std::string& name) {
+  return Json(name).dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+}  // namespace tuf

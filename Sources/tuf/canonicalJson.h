@@ -1,0 +1,23 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+namespace tuf {
+
+using Json = nlohmann::json;
+
+/// Parses one JSON text. Refused, beside what is no JSON: a member name twice in one object, since
+/// readers differ in which one they take, and more than 64 levels. Throws Error, Malformed.
+[[nodiscard]] Json parseJson(std::string_view text);
+
+/// The bytes that signatures and key ids are made over: no white space, members sorted by the bytes
+/// of their names, only `"` and `\` escaped. Throws Error, Malformed, where a number is no integer
+/// of 64 bits.
+[[nodiscard]] std::string canonicalJson(const Json& value);
+
+/// A name for a message, in quotes: names of others get no control over the terminal that shows it.
+[[nodiscard]] std::string shown(const std::string& name);
+
+}  // namespace tuf

@@ -1,0 +1,274 @@
+#include "tuf/metadata.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <chrono>
+#include <utility>
+
+#include "tuf/Error.h"
+
+namespace tuf {
+namespace {
+
+using Kind = Json::value_t;
+
+constexpr std::array<const char*, 4> kTopLevelRoles = {"root", "timestamp", "snapshot", "targets"};
+
+[[noreturn]] void refuse(const std::string& why) { throw Error(ErrorKind::Malformed, why); }
+
+Json* find(Json& object, const char* name) {
+  if (!object.is_object()) refuse(std::string("No object around ") + name);
+  const auto member = object.find(name);
+  return member == object.end() ? nullptr : &*member;
+}
+
+Json& member(Json& object, const char* name) {
+  Json* const found = find(object, name);
+  if (found == nullptr) refuse(std::string("The member ") + name + " is missing");
+  return *found;
+}
+
+Json::object_t& asObject(Json& value, const char* name) {
+  if (!value.is_object()) refuse(std::string(name) + " is no object");
+  return value.get_ref<Json::object_t&>();
+}
+
+Json::array_t& asArray(Json& value, const char* name) {
+  if (!value.is_array()) refuse(std::string(name) + " is no list");
+  return value.get_ref<Json::array_t&>();
+}
+
+std::string& asText(Json& value, const char* name) {
+  if (!value.is_string()) refuse(std::string(name) + " is no text");
+  return value.get_ref<std::string&>();
+}
+
+bool asBool(const Json& value, const char* name) {
+  if (!value.is_boolean()) refuse(std::string(name) + " is neither true nor false");
+  return value.get<bool>();
+}
+
+std::uint64_t asNumber(const Json& value, const char* name, std::uint64_t least) {
+  const bool whole =
+      value.is_number_unsigned() || (value.is_number_integer() && value.get<std::int64_t>() >= 0);
+  if (!whole || value.get<std::uint64_t>() < least) {
+    refuse(std::string(name) + " is no whole number from " + std::to_string(least) + " on");
+  }
+  return value.get<std::uint64_t>();
+}
+
+std::vector<std::string> asTexts(Json& value, const char* name) {
+  std::vector<std::string> texts;
+  for (Json& element : asArray(value, name)) texts.push_back(std::move(asText(element, name)));
+  return texts;
+}
+
+/// "1.x" or "1.x.y", with what semantic versions may have behind it.
+bool isSupportedSpec(std::string_view text) {
+  text = text.substr(0, text.find_first_of("-+"));
+  if (!text.starts_with("1.")) return false;
+  text.remove_prefix(2);
+  const std::size_t dot = text.find('.');
+  const auto isNumber = [](std::string_view part) {
+    return !part.empty() && part.find_first_not_of("0123456789") == std::string_view::npos;
+  };
+  return isNumber(text.substr(0, dot)) &&
+         (dot == std::string_view::npos || isNumber(text.substr(dot + 1)));
+}
+
+void parseDocument(Json& content, const char* type, Document& document) {
+  if (asText(member(content, "_type"), "_type") != type) {
+    refuse(std::string("It is not of the type ") + type);
+  }
+  if (!isSupportedSpec(asText(member(content, "spec_version"), "spec_version"))) {
+    refuse("It is not of a version 1 of the specification");
+  }
+  document.version = asNumber(member(content, "version"), "version", 1);
+  document.expires = parseTime(asText(member(content, "expires"), "expires"));
+}
+
+Keys parseKeys(Json& value) {
+  Keys keys;
+  for (auto& [id, key] : asObject(value, "keys")) keys.emplace(id, keyFromJson(key));
+  return keys;
+}
+
+RoleKeys parseRoleKeys(Json& role) {
+  RoleKeys keys;
+  for (std::string& id : asTexts(member(role, "keyids"), "keyids")) {
+    keys.keyIds.insert(std::move(id));
+  }
+  keys.threshold = asNumber(member(role, "threshold"), "threshold", 1);
+  return keys;
+}
+
+Hashes parseHashes(Json& value) {
+  Hashes hashes;
+  for (auto& [algorithm, digits] : asObject(value, "hashes")) {
+    hashes.emplace(algorithm, std::move(asText(digits, "hashes")));
+  }
+  if (hashes.empty()) refuse("hashes is empty");
+  return hashes;
+}
+
+MetaFile parseMetaFile(Json& value) {
+  MetaFile file;
+  file.version = asNumber(member(value, "version"), "version", 1);
+  if (const Json* length = find(value, "length")) file.length = asNumber(*length, "length", 0);
+  if (Json* hashes = find(value, "hashes")) file.hashes = parseHashes(*hashes);
+  return file;
+}
+
+TargetFile parseTargetFile(const std::string& path, Json& value) {
+  TargetFile file{path, asNumber(member(value, "length"), "length", 0),
+                  parseHashes(member(value, "hashes")), nullptr};
+  if (Json* custom = find(value, "custom")) {
+    asObject(*custom, "custom");
+    file.custom = std::move(*custom);
+  }
+  return file;
+}
+
+/// A delegated role is stored under its name, so it must not be one of the four.
+void checkRoleName(const std::string& name) {
+  if (name.empty() || std::count(kTopLevelRoles.begin(), kTopLevelRoles.end(), name) != 0) {
+    refuse("A delegated role has the name " + shown(name));
+  }
+}
+
+Delegation parseDelegation(Json& value) {
+  Delegation delegation;
+  delegation.role = asText(member(value, "name"), "name");
+  checkRoleName(delegation.role);
+  delegation.keys = parseRoleKeys(value);
+  Json* const patterns = find(value, "paths");
+  Json* const prefixes = find(value, "path_hash_prefixes");
+  if (patterns != nullptr && prefixes != nullptr) {
+    refuse("The role " + shown(delegation.role) + " has both paths and path_hash_prefixes");
+  }
+  if (patterns != nullptr) delegation.patterns = asTexts(*patterns, "paths");
+  if (prefixes != nullptr) delegation.hashPrefixes = asTexts(*prefixes, "path_hash_prefixes");
+  if (const Json* terminating = find(value, "terminating")) {
+    delegation.terminating = asBool(*terminating, "terminating");
+  }
+  return delegation;
+}
+
+std::vector<Delegation> parseDelegations(Json& value) {
+  std::vector<Delegation> delegations;
+  std::set<std::string> names;
+  for (Json& role : asArray(value, "roles")) {
+    delegations.push_back(parseDelegation(role));
+    if (!names.insert(delegations.back().role).second) {
+      refuse("The role " + shown(delegations.back().role) + " is delegated to twice");
+    }
+  }
+  return delegations;
+}
+
+SuccinctRoles parseSuccinct(Json& value) {
+  SuccinctRoles roles;
+  roles.keys = parseRoleKeys(value);
+  const std::uint64_t bits = asNumber(member(value, "bit_length"), "bit_length", 1);
+  if (bits > 32) refuse("bit_length is more than 32");
+  roles.bits = static_cast<unsigned>(bits);
+  roles.namePrefix = asText(member(value, "name_prefix"), "name_prefix");
+  return roles;
+}
+
+void parseAllDelegations(Json& value, Targets& targets) {
+  targets.keys = parseKeys(member(value, "keys"));
+  Json* const roles = find(value, "roles");
+  Json* const succinct = find(value, "succinct_roles");
+  if ((roles == nullptr) == (succinct == nullptr)) {
+    refuse("delegations has not exactly one of roles and succinct_roles");
+  }
+  if (roles != nullptr) targets.delegations = parseDelegations(*roles);
+  if (succinct != nullptr) targets.succinct = parseSuccinct(*succinct);
+}
+
+}  // namespace
+
+std::time_t parseTime(const std::string& text) {
+  constexpr std::string_view kShape = "0000-00-00T00:00:00Z";
+  const auto fits = [](char shape, char c) {
+    return shape == '0' ? std::isdigit(static_cast<unsigned char>(c)) != 0 : c == shape;
+  };
+  if (!std::equal(text.begin(), text.end(), kShape.begin(), kShape.end(),
+                  [&](char c, char shape) { return fits(shape, c); })) {
+    refuse("A time is not YYYY-MM-DDTHH:MM:SSZ");
+  }
+  const auto number = [&](std::size_t at, std::size_t digits) {
+    return std::stoi(text.substr(at, digits));
+  };
+  using namespace std::chrono;
+  const year_month_day day{year(number(0, 4)), month(static_cast<unsigned>(number(5, 2))),
+                           std::chrono::day(static_cast<unsigned>(number(8, 2)))};
+  if (!day.ok() || number(11, 2) > 23 || number(14, 2) > 59 || number(17, 2) > 59) {
+    refuse("There is no time " + text);
+  }
+  const sys_seconds time =
+      sys_days(day) + hours(number(11, 2)) + minutes(number(14, 2)) + seconds(number(17, 2));
+  return static_cast<std::time_t>(time.time_since_epoch().count());
+}
+
+Envelope::Envelope(std::string_view file) {
+  Json json = parseJson(file);
+  std::set<std::string> keyIds;
+  for (Json& entry : asArray(member(json, "signatures"), "signatures")) {
+    Signature signature{asText(member(entry, "keyid"), "keyid"),
+                        asText(member(entry, "sig"), "sig")};
+    if (!keyIds.insert(signature.keyId).second) refuse("A key id stands twice in signatures");
+    signatures.push_back(std::move(signature));
+  }
+  content = std::move(member(json, "signed"));
+  canonical = canonicalJson(content);
+}
+
+Root parseRoot(Json&& content) {
+  Root root;
+  parseDocument(content, "root", root);
+  if (const Json* consistent = find(content, "consistent_snapshot")) {
+    root.consistentSnapshot = asBool(*consistent, "consistent_snapshot");
+  }
+  root.keys = parseKeys(member(content, "keys"));
+  for (auto& [name, role] : asObject(member(content, "roles"), "roles")) {
+    root.roles.emplace(name, parseRoleKeys(role));
+  }
+  for (const char* name : kTopLevelRoles) {
+    if (!root.roles.contains(name)) refuse(std::string("The root does not know the role ") + name);
+  }
+  return root;
+}
+
+Timestamp parseTimestamp(Json&& content) {
+  Timestamp timestamp;
+  parseDocument(content, "timestamp", timestamp);
+  Json& files = member(content, "meta");
+  if (asObject(files, "meta").size() != 1) refuse("The timestamp describes not just the snapshot");
+  timestamp.snapshot = parseMetaFile(member(files, "snapshot.json"));
+  return timestamp;
+}
+
+Snapshot parseSnapshot(Json&& content) {
+  Snapshot snapshot;
+  parseDocument(content, "snapshot", snapshot);
+  for (auto& [name, file] : asObject(member(content, "meta"), "meta")) {
+    snapshot.files.emplace(name, parseMetaFile(file));
+  }
+  if (!snapshot.files.contains("targets.json")) refuse("The snapshot does not list targets.json");
+  return snapshot;
+}
+
+Targets parseTargets(Json&& content) {
+  Targets targets;
+  parseDocument(content, "targets", targets);
+  for (auto& [path, file] : asObject(member(content, "targets"), "targets")) {
+    targets.files.emplace_hint(targets.files.end(), path, parseTargetFile(path, file));
+  }
+  if (Json* delegations = find(content, "delegations")) parseAllDelegations(*delegations, targets);
+  return targets;
+}
+
+}  // namespace tuf
