@@ -1,0 +1,15 @@
+#pragma once
+
+#include "fetch/Transfer.h"
+#include "tuf/Fetcher.h"
+
+/// Reaches repositories over http and https.
+class CurlFetcher final : public tuf::Fetcher {
+ public:
+  explicit CurlFetcher(const fetch::Options& options) : transfer_(options) {}
+
+  int fetch(const std::string& url, std::uint64_t maxBytes, const tuf::Sink& sink) override;
+
+ private:
+  fetch::Transfer transfer_;
+};
