@@ -41,8 +41,9 @@ void Updater::announce(const std::string& url, const std::string& currentVersion
   QDLOG(ROOT, NFY, "Udpate server : " << url);
 }
 
-bool Updater::checkLockFile() try {
-  const long long now = lockTimeNow();
+bool Updater::checkLockFile() { return takeLock(lockTimeNow()); }
+
+bool Updater::takeLock(long long now) try {
   lockFilePath = utils::joinPath(fs::temp_directory_path().string(), "upgrade_ovt.lock");
   const fs::file_type type = fs::symlink_status(lockFilePath).type();
   if (type != fs::regular_file) {
@@ -69,13 +70,12 @@ bool Updater::checkLockFile() try {
 
 bool Updater::checkLockFile(StateFolder& folder) {
   if (!folder.holdsLock()) return checkLockFile();
+  const long long now = lockTimeNow();
   const std::string path = utils::joinPath(fs::temp_directory_path().string(), "upgrade_ovt.lock");
-  if (!lockHoldsBeside(findLock(path), folder.lockNote(), lockTimeNow())) {
-    std::remove(path.c_str());
-  }
-  if (!checkLockFile()) return false;
-  if (const auto taken = findLock(path)) folder.setLockNote(std::to_string(*taken));
-  return true;
+  if (!lockHoldsBeside(findLock(path), folder.lockNote(), now)) std::remove(path.c_str());
+  // Noted first: a run that dies in between must not leave a lock that nobody knows.
+  folder.setLockNote(std::to_string(now));
+  return takeLock(now);
 }
 
 void Updater::removeLockFile() {

@@ -96,6 +96,8 @@ class Updater {
   utils::AgentDistrib distrib = utils::DistribNone;
 
  protected:
+  bool takeLock(long long now);
+
   /// The result that ends the procedure; empty: it goes on with the next step.
   using Stop = std::optional<UpdateResult>;
 
