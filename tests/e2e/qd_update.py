@@ -17,12 +17,8 @@ import pyte
 
 from harness import Answer, Outcome, Row, blocks, difference, fill, items, main, read, write
 from harness.linux import BLOCKS, DEB, PACKAGE, VERSION
-from settings import DATABASE, installed, state, tells
+from settings import DATABASE, PAST, installed, state, tells
 
-PAST = {"schema": 1, "run": "0" * 32, "program": "1.1.0", "from": "7.2.0.1", "to": "7.2.1.15",
-        "phase": "done", "outcome": "updated", "status": 0, "cause": "", "message": "",
-        "started": "2026-03-01T14:05:09Z", "ended": "2026-03-01T14:06:00Z", "bytes": 1, "size": 1,
-        "attempts": 1, "rolled_back_from": None, "deferred_until": None, "bad": []}
 DIED = PAST | {"phase": "install", "outcome": "running", "ended": None,
                "started": "2026-03-02T14:05:09Z"}
 FAILED = PAST | {"phase": "fetch", "outcome": "failed", "status": 2, "cause": "transfer",

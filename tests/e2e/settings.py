@@ -3,6 +3,8 @@
 
 import json
 import os
+import re
+import subprocess
 import sys
 import time
 from functools import partial
@@ -22,6 +24,11 @@ DATABASE = {"dpkg-query": 'cat "$tmp/../installed"',
 GOOD = {"status": 0, "outcome": "updated", "phase": "done", "cause": "", "message": "",
         "from": "7.2.0.1", "to": "7.2.1.15", "bytes": len(PACKAGE), "size": len(PACKAGE),
         "attempts": 1}
+
+PAST = {"schema": 1, "run": "0" * 32, "program": "1.1.0", "from": "7.2.0.1", "to": "7.2.1.15",
+        "phase": "done", "outcome": "updated", "status": 0, "cause": "", "message": "",
+        "started": "2026-03-01T14:05:09Z", "ended": "2026-03-01T14:06:00Z", "bytes": 1, "size": 1,
+        "attempts": 1, "rolled_back_from": None, "deferred_until": None, "bad": []}
 
 
 def state(run, name: str = "status.json") -> str:
@@ -85,10 +92,8 @@ def installed(version: str = "ii |7.2.0.1"):
 
 
 def both(*steps):
-    def prepare(run):
-        for step in steps:
-            step(run)
-    return prepare
+    """Preparations, or checks, one after the other."""
+    return lambda *args: [wrong for step in steps for wrong in step(*args) or ()]
 
 
 def lock(milliseconds: int, note: str = ""):
@@ -144,6 +149,54 @@ RUNS = [
         installed(), lock(-1000, "1")), check=tells({"cause": "locked", "outcome": "deferred"})),
 ]
 
+METRICS = """qd_update_last_run_timestamp_seconds TIME
+qd_update_last_success_timestamp_seconds {success}
+qd_update_status {status}
+qd_update_outcome{outcome="up-to-date"} 0
+qd_update_outcome{outcome="updated"} {updated}
+qd_update_outcome{outcome="deferred"} 0
+qd_update_outcome{outcome="refused"} 0
+qd_update_outcome{outcome="failed"} {failed}
+qd_update_outcome{outcome="rolled-back"} 0
+qd_update_version_info{installed="{left}",available="7.2.1.15",channel=""} 1
+qd_update_bad_versions 0
+qd_update_downloaded_bytes 20000"""
+
+
+def metrics(**expected: str):
+    """The metrics, whose form promtool accepts, of which the figures of time are left out."""
+    def check(run, _):
+        text = read(run.side("metrics/qd_update.prom"))
+        tried = subprocess.run(["promtool", "check", "metrics"], input=text, text=True,
+                               capture_output=True)
+        if tried.returncode or tried.stdout or tried.stderr:
+            yield f"promtool: {tried}"
+        seen = [line for line in text.splitlines() if line[0] != "#" and "_duration_" not in line]
+        seen = [re.sub(r" (?!1772373960)\d{10}$", " TIME", line) for line in seen]
+        yield from difference("metrics", seen, fill(METRICS, expected).splitlines())
+        if text.count("\nqd_update_duration_seconds{phase=") != 9:
+            yield text
+    return check
+
+
+def metrics_folder(run) -> None:
+    os.mkdir(run.side("metrics"))
+    write(state(run, "history.jsonl"), json.dumps(PAST, separators=(",", ":")) + "\n")
+
+
+LONG = (json.dumps(PAST) + "\n") * 11
+REPORT = partial(row, config="[report]\ntextfile = '{T}/../metrics'",
+                 prepare=both(installed(), metrics_folder))
+REPORTS = [
+    REPORT("MetricsOfAnUpdate", check=metrics(success="TIME", status="0", updated="1", failed="0",
+                                              left="7.2.1.15")),
+    REPORT("MetricsOfAFailure", {DEB: [PACKAGE, WRONG]}, status=7, check=metrics(
+        success="1772373960", status="7", updated="0", failed="1", left="7.2.0.1")),
+    row("HistoryIsRolled", config="[report]\nhistory = 4096", prepare=both(installed(), lambda run:
+        write(state(run, "history.jsonl"), LONG + "{half a line")), check=both(tells(GOOD), lambda
+            run, _: difference("history.jsonl.1", [read(state(run, "history.jsonl.1"))], [LONG]))),
+]
+
 FAULTY = [
     faulty("UnknownKey", "\n[fetch]\nprox = 1", '{file}:3:1: unknown key '
            '"fetch.prox"; did you mean "fetch.proxy"?'),
@@ -163,4 +216,4 @@ FAULTY = [
 ]
 
 if __name__ == "__main__":
-    sys.exit(main(__doc__, [*RUNS, *FAULTY]))
+    sys.exit(main(__doc__, [*RUNS, *REPORTS, *FAULTY]))

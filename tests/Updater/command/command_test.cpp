@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "LogCapture.h"
 #include "TempFolder.h"
 #include "Updater/command/boostProcess.h"
+#include "Updater/command/childRun.h"
 #include "Updater/command/utilsExec.h"
 #include "Updater/command/utilsShell.h"
 
@@ -55,6 +57,43 @@ TEST(UtilsShell, QuotesOnlyWhatNeedsIt) {
     EXPECT_EQ(shellWord(text), word);
     EXPECT_EQ(shellQuotedText(text), quoted);
   }
+}
+
+TEST(ChildRun, PassesLinesOnAndWaitsForNobodyElse) {
+  const TempFolder folder;
+  using How = ChildEnd::How;
+  const struct {
+    const char* script;
+    How how;
+    int status;
+    std::vector<std::string> lines;
+  } kCases[] = {
+      {"echo $QD_X; printf 'b\\nend' >&2; exit 3", How::Exited, 3, {"value", "b", "end"}},
+      {"sleep 7 & echo left", How::Exited, 0, {"left"}},
+      {"sleep 97 & echo $!; wait", How::TookTooLong, 0, {"PID"}},
+  };
+  for (const auto& [script, how, status, expected] : kCases) {
+    const std::string path = folder / "program";
+    writeFile(path, std::string("#!/bin/sh\n") + script);
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    std::vector<std::string> lines;
+    const ChildEnd end = runChild({.program = path,
+                                   .environment = {{"QD_X", "value"}},
+                                   .limit = std::chrono::seconds(how == How::Exited ? 60 : 1),
+                                   .onLine = [&](const std::string& l) { lines.push_back(l); },
+                                   .cancelled = {}});
+    EXPECT_EQ(end.how, how) << script;
+    EXPECT_EQ(end.status, status) << script;
+    if (how == How::TookTooLong) {
+      ASSERT_EQ(lines.size(), 1U);
+      const std::string state = content("/proc/" + lines[0] + "/stat");
+      EXPECT_TRUE(state.empty() || state.find(") Z ") != std::string::npos) << "child: " << state;
+    } else {
+      EXPECT_EQ(lines, expected) << script;
+    }
+  }
+  EXPECT_EQ(runChild({.program = "/nowhere", .environment = {}, .onLine = {}, .cancelled = {}}).how,
+            How::NotStarted);
 }
 
 }  // namespace

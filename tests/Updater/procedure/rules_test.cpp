@@ -25,6 +25,17 @@ TEST(UpdateRules, DecideByNumbersAndTexts) {
   EXPECT_FALSE(lockHolds(kNow - 3600001, kNow));
 }
 
+TEST(LockFile, HoldsBesideASurerOneUnlessNobodyCanHoldIt) {
+  constexpr long long kNow = 1'700'000'000'000;
+  const std::string dead = std::to_string(kNow - 1);
+  EXPECT_TRUE(lockHoldsBeside(kNow - 3600000, "", kNow));
+  EXPECT_TRUE(lockHoldsBeside(kNow, dead, kNow));
+  EXPECT_FALSE(lockHoldsBeside(kNow - 1, dead, kNow)) << "of a run that died";
+  EXPECT_FALSE(lockHoldsBeside(kNow + 1, "", kNow)) << "in the future";
+  EXPECT_FALSE(lockHoldsBeside(kNow - 3600001, "", kNow));
+  EXPECT_FALSE(lockHoldsBeside(std::nullopt, "", kNow));
+}
+
 TEST(LockFile, IsWrittenWholeAndReadBack) {
   const TempFolder folder;
   const std::string path = folder / "lock";
