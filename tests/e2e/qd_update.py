@@ -56,7 +56,8 @@ QUERY = r"dpkg-query --show --showformat=${db:Status-Abbrev}|${Version}\n qdagen
 class Terminal:
     """A run in a terminal of so many columns, as a person would see it."""
 
-    def __init__(self, columns: int):
+    def __init__(self, columns: int, no_colour: str = ""):
+        self.no_colour, self.bytes = no_colour, b""
         self.screen = pyte.HistoryScreen(columns, 30)
         self.stream = pyte.ByteStream(self.screen)
         self.master, self.slave = os.openpty()
@@ -67,7 +68,7 @@ class Terminal:
         self.screen.resize(30, columns)
 
     def drive(self, run, args) -> Outcome:
-        run.env |= {"TERM": "xterm", "NO_COLOR": ""}
+        run.env |= {"TERM": "xterm", "NO_COLOR": self.no_colour}
         run.stdout, run.terminal = self.slave, self
         run.start(*args)
         reader = threading.Thread(target=self.follow)
@@ -84,6 +85,7 @@ class Terminal:
     def follow(self) -> None:
         try:
             while piece := os.read(self.master, 4096):
+                self.bytes += piece
                 self.stream.feed(piece)
         except OSError:  # the other end is closed
             pass
@@ -114,14 +116,17 @@ def interrupt(run) -> None:
     run.process.send_signal(signal.SIGINT)
 
 
-def on_terminal(name: str, columns: int, out: str, check=lambda *_: (), **others) -> Row:
-    terminal = Terminal(columns)
+def on_terminal(name: str, columns: int, out: str, check=lambda *_: (), args=("run",),
+                no_colour: str = "", **others) -> Row:
+    terminal = Terminal(columns, no_colour)
 
     def shown(run, outcome):
         seen = re.sub(r" in \d+:\d\d", " in TIME", outcome.out).splitlines()
         yield from difference("screen", seen, items(out, run.texts))
         yield from check(run, outcome)
-    return row(name, args=["run"], drive=terminal.drive, check=shown, **others)
+        if bool(no_colour) == (b"\x1b[3" in terminal.bytes) and "run" in args:
+            yield f"colours: {terminal.bytes}"
+    return row(name, args=[*args], drive=terminal.drive, check=shown, **others)
 
 
 row = partial(Row, config="server = '{S}'", commands=DATABASE, prepare=installed(),
@@ -166,7 +171,7 @@ RUN = [
     row("RunIsInterruptedTooLate", args=["run", "-q"], check=tells({"outcome": "updated"}),
         commands=DATABASE | {"systemctl": "kill -INT $(cut -d' ' -f4 /proc/$PPID/stat)"},
         has="WRN An interrupt came when the agent was being replaced: the run went on"),
-    on_terminal("RunOnANarrowTerminal", 40, "{begun} | {whole}"),
+    on_terminal("RunOnANarrowTerminal", 40, "{begun} | {whole}", no_colour="1"),
     on_terminal("TerminalBecomesNarrower", 80, "{begun} | {whole}",
                 script={DEB: paced({5: resize, 8: lambda run: run.later()})},
                 check=lambda run, _: difference("during the download", run.looks, [
@@ -188,6 +193,9 @@ STATUS = [
         check=prints("Started           Outcome  Status  From     To        Message | "
                      "2026-03-01 14:05  updated  0       7.2.0.1  7.2.1.15 | "
                      "2026-03-01 14:05  failed   2       7.2.0.1  7.2.1.15  {why}")),
+    on_terminal("HistoryOnANarrowTerminal", 40, "Started           Outcome  To | 2026-03-01 14:05  "
+                "updated  7.2.1.15 | 2026-03-01 14:05  failed   7.2.1.15", args=["history"],
+                prepare=records(None, PAST, FAILED)),
 ]
 
 if __name__ == "__main__":

@@ -91,7 +91,8 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
     return UpdateResult::InvalidInstalledVersion;
   }
   if (!updater.checkLockFile(folder_)) {
-    run.message = "another run holds " + updater.lockFilePath;
+    run.message = "another run began less than an hour ago; when it has ended, remove " +
+                  updater.lockFilePath;
     return UpdateResult::Locked;
   }
   updater.httpClient.setWatcher([this](unsigned long long bytes) {
