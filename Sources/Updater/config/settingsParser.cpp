@@ -168,14 +168,14 @@ std::string printable(std::string_view text) {
   return result;
 }
 
-/// In quotes, and cut where it is long.
-std::string quoted(std::string_view value) {
+/// In quotes, and cut where it is long. A `quoted` for strings is the standard library's own.
+std::string inQuotes(std::string_view value) {
   constexpr std::size_t kMost = 60;
   return '"' + printable(value.substr(0, kMost)) + (value.size() > kMost ? "...\"" : "\"");
 }
 
 std::string shown(const Node& value) {
-  if (const auto* const text = value.as_string()) return quoted(text->get());
+  if (const auto* const text = value.as_string()) return inQuotes(text->get());
   if (const auto* const number = value.as_integer()) return std::to_string(number->get());
   if (const auto* const flag = value.as_boolean()) return flag->get() ? "true" : "false";
   if (value.is_array()) return "a list";
@@ -200,7 +200,7 @@ class Reader {
     const toml::table* const keys = node.as_table();
     if (keys == nullptr) {
       const std::string name(section->name);
-      return complain(key.source(), quoted(name) + " is a section: write [" + name +
+      return complain(key.source(), inQuotes(name) + " is a section: write [" + name +
                                         "] once, on a line of its own, with its keys below it");
     }
     section->switchOn(settings_);
@@ -213,12 +213,12 @@ class Reader {
     const auto* const known = std::ranges::find(kKeys, name, &Key::name);
     if (known == std::end(kKeys)) {
       const std::string nearest(nearestName(name, allNames()));
-      return complain(key.source(),
-                      "unknown key " + quoted(name) + "; did you mean " + quoted(nearest) + "?");
+      return complain(key.source(), "unknown key " + inQuotes(name) + "; did you mean " +
+                                        inQuotes(nearest) + "?");
     }
     if (const Wrong wrong = known->read(node, settings_)) {
       complain(wrong->source(),
-               quoted(name) + " takes " + known->takes + "; here is " + shown(*wrong));
+               inQuotes(name) + " takes " + known->takes + "; here is " + shown(*wrong));
     }
   }
 
