@@ -5,7 +5,7 @@
 . /qd/expect.sh
 
 wait_for_record() {
-  for _ in {1..200}; do
+  for _ in {1..1200}; do
     if [ -e $log ] && log_records | grep -qxF "$1"; then return; fi
     sleep 0.1
   done
