@@ -50,8 +50,8 @@ class SpawnPlan {
   [[nodiscard]] pid_t start(const char* program, char* const* words,
                             char* const* variables) const noexcept {
     pid_t child = -1;
-    return ::posix_spawn(&child, program, &files_, &attributes_, words, variables) == 0 ? child
-                                                                                        : -1;
+    return ::posix_spawnp(&child, program, &files_, &attributes_, words, variables) == 0 ? child
+                                                                                         : -1;
   }
 
  private:
@@ -172,6 +172,7 @@ ChildEnd runChild(const ChildRun& run) {
   ScopedFd write;
   if (!openPipe(read, write)) return {};
   std::vector<std::string> words = {run.program};
+  words.insert(words.end(), run.arguments.begin(), run.arguments.end());
   std::vector<std::string> variables = mergedEnvironment(run);
   const pid_t child =
       SpawnPlan(write.get())

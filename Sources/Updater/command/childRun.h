@@ -10,7 +10,8 @@ namespace utils {
 
 /// A program that is run for the administrator.
 struct ChildRun {
-  std::string program;                                           ///< path
+  std::string program;  ///< path, or name in the PATH
+  std::vector<std::string> arguments{};
   std::vector<std::pair<std::string, std::string>> environment;  ///< added to this process's own
   std::chrono::seconds limit{60};
   std::function<void(const std::string&)>
