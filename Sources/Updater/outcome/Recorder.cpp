@@ -50,12 +50,13 @@ void Recorder::progress(std::uint64_t bytes) noexcept {
   observe();
 }
 
-void Recorder::finish(UpdateResult result, bool updated, const std::string& message) {
+void Recorder::finish(UpdateResult result, bool updated, const std::string& message,
+                      const std::string& cause) {
   const UpdateStatus& status = statusOf(result);
   spendTime();
   record_.status = static_cast<int>(result);
   record_.outcome = updated && result == UpdateResult::Done ? RunOutcome::Updated : status.outcome;
-  record_.cause = status.cause;
+  record_.cause = cause.empty() ? std::string(status.cause) : cause;
   record_.message = message.empty() && record_.status != 0 ? std::string(status.meaning) : message;
   record_.ended = std::time(nullptr);
   if (result == UpdateResult::Done) record_.phase = Phase::Done;

@@ -38,8 +38,10 @@ class Recorder {
   void progress(std::uint64_t bytes) noexcept;
 
   /// The run ends with `result`; with Done it has either installed `record().to` or found nothing
-  /// to do. The last record, synchronised.
-  void finish(UpdateResult result, bool updated, const std::string& message);
+  /// to do. The last record, synchronised. `cause`: one of those that the status has besides its
+  /// own; empty: its own.
+  void finish(UpdateResult result, bool updated, const std::string& message,
+              const std::string& cause = {});
 
  private:
   void tell(bool durable) noexcept;

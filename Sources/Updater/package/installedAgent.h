@@ -13,6 +13,9 @@ struct InstalledAgent {
   std::string state;     ///< Debian's abbreviation, such as "ii"; else empty
   bool isWhole = false;  ///< it is there, and its installation came to its end
 
+  /// Whether the administrator wants it to stay as it is.
+  [[nodiscard]] bool isOnHold() const { return state.starts_with('h'); }
+
   /// For messages: "7.2.1.4", "7.2.1.4 (iF)" or "nothing".
   [[nodiscard]] std::string text() const;
 };

@@ -1,10 +1,12 @@
 #include "Updater/procedure/ConfiguredRun.h"
 
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <utility>
 
 #include "Updater/outcome/hooks.h"
+#include "Updater/package/installedAgent.h"
 #include "Updater/procedure/LastError.h"
 #include "Updater/process/Interrupts.h"
 #include "Updater/terms/utilsPlatform.h"
@@ -99,7 +101,12 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
     if (bytes > 0) recorder_->progress(bytes);
     return !Interrupts::came();
   });
+  // dpkg's own defaults, which the variable replaces, and what the administrator wants.
+  if (settings_.install.replaceConffiles) {
+    ::setenv("DPKG_FORCE", "security-mac,downgrade,confnew", 1);
+  }
   const UpdateResult result = updater.perform(request.server, run);
+  run.packageManager.release();
   updater.removeLockFile();
   if (Interrupts::came() && result != UpdateResult::Interrupted) {
     QDLOG(ROOT, WRN, "An interrupt came when the agent was being replaced: the run went on");
@@ -109,7 +116,7 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
 
 void ConfiguredRun::finish(const UpdateRun& run, UpdateResult result) {
   run.fillRecord();
-  recorder_->finish(result, run.updated, run.message);
+  recorder_->finish(result, run.updated, run.message, run.cause);
   record_ = recorder_->record();
 }
 
@@ -125,6 +132,8 @@ std::string checkDropIns(const RunPlaces& places, std::vector<std::string>& hook
 
 std::vector<std::string> obstaclesNow(const Settings& /*settings*/, const RunPlaces& places) {
   std::vector<std::string> obstacles;
+  const auto agent = utils::queryInstalledAgent(utils::installedKind());
+  if (agent && agent->isOnHold()) obstacles.emplace_back("the package is on hold");
   if (stateFolderIsLocked(places.stateFolder) == true) {
     obstacles.emplace_back("another run is under way");
   }

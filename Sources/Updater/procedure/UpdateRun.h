@@ -8,6 +8,7 @@
 #include "Updater/outcome/Recorder.h"
 #include "Updater/package/PackageFile.h"
 #include "Updater/package/utilsPackage.h"
+#include "Updater/prepare/PackageManagerLock.h"
 #include "Updater/procedure/CommandOutput.h"
 #include "Updater/setup/utilsSetup.h"
 #include "Updater/terms/UpdateResult.h"
@@ -35,7 +36,10 @@ struct UpdateRun {
   Recorder* recorder = nullptr;
   CommandOutput* output = nullptr;  ///< takes what commands print
   std::vector<std::string> hooks;
-  std::string message;  ///< for people, where no record of the log says it
+  PackageManagerLock packageManager;  ///< held from the last preparation to the end
+  std::string message;                ///< for people, where no record of the log says it
+  std::string cause;                  ///< in place of the status's own, where that has several
+  std::string refusal;                ///< what the package manager said when it failed
   bool updated = false;
 
   /// Brings the record up to date.

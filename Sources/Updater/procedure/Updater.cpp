@@ -91,12 +91,25 @@ int Updater::doCheckAndUpdate(const std::string& url, const std::string& current
 
 UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
   static constexpr Step kSteps[] = {
-      {Phase::Check, &Updater::identifySystem},        {Phase::Check, &Updater::checkAdministrator},
-      {Phase::Check, &Updater::parseInstalledVersion}, {Phase::Check, &Updater::findTempDir},
-      {Phase::Check, &Updater::identifyArchitecture},  {Phase::Check, &Updater::chooseParameters},
-      {Phase::Check, &Updater::compareVersions},       {Phase::Check, &Updater::checkAgentUnit},
-      {Phase::Fetch, &Updater::fetchDigest},           {Phase::Fetch, &Updater::querySize},
-      {Phase::Fetch, &Updater::obtainPackage},         {Phase::Prepare, &Updater::runBeforeHooks},
+      {Phase::Check, &Updater::identifySystem},
+      {Phase::Check, &Updater::checkAdministrator},
+      {Phase::Check, &Updater::parseInstalledVersion},
+      {Phase::Check, &Updater::findTempDir},
+      {Phase::Check, &Updater::identifyArchitecture},
+      {Phase::Check, &Updater::chooseParameters},
+      {Phase::Check, &Updater::compareVersions},
+      {Phase::Check, &Updater::checkAgentUnit},
+      {Phase::Check, &Updater::checkHold},
+      {Phase::Fetch, &Updater::fetchDigest},
+      {Phase::Fetch, &Updater::querySize},
+      {Phase::Fetch, &Updater::checkDownloadRoom},
+      {Phase::Fetch, &Updater::obtainPackage},
+      {Phase::Prepare, &Updater::checkInstallRoom},
+      {Phase::Prepare, &Updater::completePackageManager},
+      {Phase::Prepare, &Updater::installLibraries},
+      {Phase::Prepare, &Updater::rehearse},
+      {Phase::Prepare, &Updater::runBeforeHooks},
+      {Phase::Prepare, &Updater::lockPackageManager},
       {Phase::Stop, &Updater::replaceAgent},
   };
   serverUrl = url;
@@ -342,10 +355,7 @@ Updater::Stop Updater::runBeforeHooks(UpdateRun& run) {
   if (run.hooks.empty()) return std::nullopt;
   run.message = runHooks(run.hooks, "before-", run.recorder->record(), true, &Interrupts::came);
   if (!run.message.empty()) return UpdateResult::HookRefused;
-  // They may have taken their time, in which somebody could have exchanged the package.
-  if (usesDiskImage() ? run.package.isStillThere() : run.package.isUntouched()) return std::nullopt;
-  run.message = "the package was exchanged after its verification";
-  return UpdateResult::WrongDigest;
+  return checkUntouched(run);
 }
 
 bool Updater::usesDiskImage() const {

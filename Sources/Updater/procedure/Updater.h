@@ -114,6 +114,17 @@ class Updater {
   Stop querySize(UpdateRun& run);
   Stop obtainPackage(UpdateRun& run);
   Stop runBeforeHooks(UpdateRun& run);
+
+  // Steps of a run with a settings file, which has everything fit before the agent is stopped.
+  // They look at packages of Debian and of rpm alone.
+  Stop checkHold(UpdateRun& run);
+  Stop checkDownloadRoom(UpdateRun& run);
+  Stop checkInstallRoom(UpdateRun& run);
+  Stop completePackageManager(UpdateRun& run);
+  Stop installLibraries(UpdateRun& run);
+  Stop rehearse(UpdateRun& run);
+  Stop lockPackageManager(UpdateRun& run);
+
   Stop replaceAgent(UpdateRun& run);
 
   /// One step and the phase that it belongs to.
@@ -123,6 +134,12 @@ class Updater {
   };
   UpdateResult take(std::span<const Step> steps, UpdateRun& run);
   static UpdateResult giveUp(UpdateRun& run, UpdateResult result);
+
+  // Parts of these.
+  [[nodiscard]] bool prepares(const UpdateRun& run) const;
+  Stop waitForPackageManager(UpdateRun& run) const;
+  Stop checkRoom(UpdateRun& run, const std::string& path, unsigned long long bytes) const;
+  Stop checkUntouched(UpdateRun& run) const;
 
   // Parts of obtainPackage. downloadOnce returns Done, TransferFailed, WrongSize or WrongDigest.
   Stop downloadVerified(UpdateRun& run);
@@ -135,7 +152,8 @@ class Updater {
   // Parts of replaceAgent. Once the agent is being stopped nothing throws, so that it is always
   // started.
   void stopAgent(const UpdateRun& run) const noexcept;
-  bool installAgent(const UpdateRun& run, bool withXCBDeps) const noexcept;
+  bool installAgent(UpdateRun& run, bool withXCBDeps) const noexcept;
+  int runInstallation(UpdateRun& run) const noexcept;
   void installXCBDeps(const UpdateRun& run) const noexcept;
   bool startAgent(const UpdateRun& run) const noexcept;
   UpdateResult judgeReplacement(UpdateRun& run, bool installed, bool started) const;

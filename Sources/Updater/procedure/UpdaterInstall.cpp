@@ -9,8 +9,10 @@
 #include <cstdlib>
 
 #include "Updater/command/childRun.h"
+#include "Updater/command/utilsExec.h"
 #include "Updater/command/utilsShell.h"
 #include "Updater/package/installedAgent.h"
+#include "Updater/prepare/packageOutput.h"
 #include "Updater/procedure/Updater.h"
 #include "Updater/procedure/updateRules.h"
 #include "Updater/process/SignalDelay.h"
@@ -74,7 +76,16 @@ int executePersistently(const char* command, const UpdateRun& run) noexcept {
 
 /// rpm takes a package whose script failed for installed, and says so in its output alone.
 bool scriptFailed(const UpdateRun& run) noexcept {
-  return run.output != nullptr && run.output->text().find("scriptlet failed") != std::string::npos;
+  if (run.output == nullptr) return false;
+  const std::string& text = run.output->text();
+  return text.find("scriptlet failed") != std::string::npos ||
+         text.find("lua script failed") != std::string::npos;
+}
+
+/// Whether rpm found its lock taken.
+bool lostLock(const UpdateRun& run) noexcept {
+  return run.output != nullptr &&
+         run.output->text().find("create transaction lock") != std::string::npos;
 }
 
 }  // namespace
@@ -83,7 +94,9 @@ Updater::Stop Updater::replaceAgent(UpdateRun& run) {
   if (usesDiskImage()) {
     run.setup.installCmd += '"' + utils::shellQuotedText(run.image.pkgPath) + '"';
   }
-  const bool withXCBDeps = needsXCBDeps(os, run.installed, run.available);
+  // With settings they have come before.
+  const bool withXCBDeps =
+      run.settings == nullptr && needsXCBDeps(os, run.installed, run.available);
   const SignalDelay delay;
   endStandardInput();  // a question would be waited for with the agent stopped
   stopAgent(run);
@@ -105,10 +118,27 @@ void Updater::stopAgent(const UpdateRun& run) const noexcept {
   }
 }
 
-bool Updater::installAgent(const UpdateRun& run, bool withXCBDeps) const noexcept {
+/// rpm's lock can't be held for it: where somebody took it since, rpm fails at once.
+int Updater::runInstallation(UpdateRun& run) const noexcept {
+  constexpr int kSeconds = 60;
+  int r = execute(run.setup.installCmd.c_str(), run);
+  for (int second = 0; r != 0 && lostLock(run) && second < kSeconds; ++second) {
+    ::sleep(1);
+    r = execute(run.setup.installCmd.c_str(), run);
+  }
+  if (run.output == nullptr || (r == 0 && !scriptFailed(run))) return r;
+  try {
+    run.refusal = utils::reasonIn(utils::splitLines(run.output->text()));
+  } catch (...) {
+    // The restart is worth more.
+  }
+  return r;
+}
+
+bool Updater::installAgent(UpdateRun& run, bool withXCBDeps) const noexcept {
   QD_LOG_QUIETLY(NFY, "Upgrading agent ...'");
   if (withXCBDeps) installXCBDeps(run);
-  if (const int r = execute(run.setup.installCmd.c_str(), run); r != 0) {
+  if (const int r = runInstallation(run); r != 0) {
     QD_LOG_QUIETLY(ERR, "Fail to install agent : [" << r << "]");
     return false;
   }
@@ -154,7 +184,8 @@ UpdateResult Updater::judgeReplacement(UpdateRun& run, bool installed, bool star
     return UpdateResult::StartFailed;
   }
   if (!installed) {
-    run.message = "the installation failed" + there;
+    run.message =
+        "the installation failed" + (run.refusal.empty() ? "" : ": " + run.refusal) + there;
     return UpdateResult::InstallFailed;
   }
   run.updated = !skipInstall;
