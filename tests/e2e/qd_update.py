@@ -141,11 +141,11 @@ row = partial(Row, config="server = '{S}'", commands=DATABASE, prepare=installed
 
 CHECK = [
     row("CheckFindsAnUpdate", args=["check"], status=100, requests="{GET version}", files="",
-        calls=QUERY,
+        calls=f"{QUERY} | {QUERY}",
         check=leaves_nothing(prints(
             "Installed   7.2.0.1 | Available   7.2.1.15   from {S} | An update is available. "
             "`qd-update run` would install it now."))),
-    row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], calls="",
+    row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], calls=QUERY,
         prepare=records(PAST), check=prints(
             "Installed   7.2.1.15 | Available   7.2.1.15   from {S} | Last run    "
             "2026-03-01 14:06, updated | The installed version is up to date.")),
@@ -166,7 +166,7 @@ RUN = [
     row("RunPrintsItsRecord", args=["run", "--json"], check=lambda run, outcome: difference(
         "output", [outcome.out], [read(state(run))])),
     row("RunIsInterrupted", {DEB: paced({3: interrupt})}, args=["run", "-q"], status=29,
-        calls=QUERY, check=tells({"cause": "interrupted", "phase": "fetch", "to": "7.2.1.15",
+        calls=f"{QUERY} | {QUERY}", check=tells({"cause": "interrupted", "phase": "fetch", "to": "7.2.1.15",
                      "message": "interrupted; nothing was changed"})),
     row("RunIsInterruptedTooLate", args=["run", "-q"], check=tells({"outcome": "updated"}),
         commands=DATABASE | {"systemctl": "kill -INT $(cut -d' ' -f4 /proc/$PPID/stat)"},

@@ -18,9 +18,19 @@ from harness.linux import BLOCKS, DEB, PACKAGE, WRONG
 TOP = Path(__file__).resolve().parents[2]
 SCHEMA = json.loads((TOP / "share/status.schema.json").read_text())
 STATE = "/var/lib/qd/update.{I}"
-# What dpkg-query says of the agent, a version a line in the file "installed".
-DATABASE = {"dpkg-query": 'cat "$tmp/../installed"',
-            "dpkg": 'printf "Reading 5%%\\rUnpacking\\n"; echo "ii |7.2.1.15" >"$tmp/../installed"'}
+# What dpkg-query says of the agent is in the file "installed".
+QUERY = 'cat "$tmp/../installed"'
+INSTALL = 'printf "Reading 5%%\\rUnpacking\\n"; echo "ii |7.2.1.15" >"$tmp/../installed"'
+
+
+def dpkg(install: str = INSTALL, query: str = QUERY, field: str = "Package: qdagent",
+         plan: str = "Inst qdagent [7.2.0.1] (7.2.1.15 local [all])") -> dict[str, str]:
+    """Stand-ins of a package manager: `install` is what an installation does."""
+    return {"dpkg-query": query, "dpkg-deb": f'echo "{field}"', "apt-get": f'echo "{plan}"',
+            "dpkg": f'[ "$1" != -i ] || {{ {install}; }}'}
+
+
+DATABASE = dpkg()
 GOOD = {"status": 0, "outcome": "updated", "phase": "done", "cause": "", "message": "",
         "from": "7.2.0.1", "to": "7.2.1.15", "bytes": len(PACKAGE), "size": len(PACKAGE),
         "attempts": 1}
@@ -112,29 +122,33 @@ row = partial(Row, config="", commands=DATABASE, prepare=installed(), blocks=BLO
 [before] NFY Hook before-1 | NFY before-1: {V} 7.2.1.15 prepare running 0
 [stopped] NFY Agent Stopping .... | NFY Agent Stopped
 [installing] NFY Upgrading agent ...'
+[ask] dpkg-query --show --showformat=${db:Status-Abbrev}|${Version}\\n qdagent
+[fits] dpkg-deb --field {path} Package Installed-Size Pre-Depends Depends | dpkg-query --listfiles qdagent
+dpkg-query --show --showformat=${db:Status-Status}\\n | dpkg --no-act -i {path}
+apt-get -q --simulate --no-install-recommends --allow-downgrades install {path}
+dpkg-deb --field {path} Package Installed-Size Pre-Depends Depends
 [printed] {installing} | NFY Unpacking | NFY ii |7.2.1.15
 """))
 
 RUNS = [
-    row("Updates", calls="{stop} | {install} | {start} | dpkg-query --show "
-        "--showformat=${db:Status-Abbrev}|${Version}\\n qdagent", files="agent_upd.log | setup.deb",
+    row("Updates", calls="{ask} | {fits} | {stop} | {install} | {start} | {ask}", files="agent_upd.log | setup.deb",
         has="NFY Unpacking | NFY Remove lock file", check=tells(GOOD)),
     row("FindsNothingNewer", version="7.2.1.15", status=0, calls="", check=tells(
         {"outcome": "up-to-date", "status": 0, "phase": "done", "to": "7.2.1.15", "message": ""})),
-    row("SaysWhyAndWhereItFailed", {DEB: 404}, status=2, calls="", check=tells(
+    row("SaysWhyAndWhereItFailed", {DEB: 404}, status=2, calls="{ask}", check=tells(
         {"outcome": "failed", "cause": "transfer", "phase": "fetch",
          "message": "Fail to get HEAD for {F}/setup.deb: [404 ]"})),
     row("InstallationThatFailed", status=13, has="NFY no space", check=tells(
         {"cause": "install-failed", "phase": "start",
-         "message": "the installation failed; there is now: 7.2.0.1"}),
-        commands=DATABASE | {"dpkg": "echo no space >&2; exit 2"}),
+         "message": "the installation failed: no space; there is now: 7.2.0.1"}),
+        commands=dpkg("echo no space >&2; exit 2")),
     row("InstallationThatOnlySeemedToWork", status=13, check=tells(
         {"message": "the installation failed; there is now: 7.2.1.15 (iF)"}),
-        commands=DATABASE | {"dpkg": 'echo "iF |7.2.1.15" >"$tmp/../installed"'}),
+        commands=dpkg('echo "iF |7.2.1.15" >"$tmp/../installed"')),
     row("AgentThatDoesNotStart", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'},
         check=tells({"cause": "start-failed", "message": "the agent could not be started after the "
                      "installation; there is now: 7.2.1.15"})),
-    row("HookRefuses", status=28, calls="", prepare=both(installed(), drop_in(
+    row("HookRefuses", status=28, calls="{ask} | {fits}", prepare=both(installed(), drop_in(
         "hooks/before-1", 'echo $QD_UPDATE_FROM $QD_UPDATE_TO $QD_UPDATE_PHASE $QD_UPDATE_OUTCOME '
         '$QD_UPDATE_STATUS; exit 3'), drop_in("hooks/before-2", "touch $TMPDIR/ran")),
         has="{before} | WRN hook before-1 ended with 3", files="agent_upd.log | setup.deb",
@@ -147,6 +161,23 @@ RUNS = [
     row("LockInTheFuture", prepare=both(installed(), lock(7200000, "1")), check=tells(GOOD)),
     row("LockOfARunWithoutSettings", status=12, calls="", requests="", prepare=both(
         installed(), lock(-1000, "1")), check=tells({"cause": "locked", "outcome": "deferred"})),
+]
+
+FITS = [
+    row("OnHold", status=21, calls="{ask}", requests="{GET version}", prepare=installed("hi |7.2.0.1"),
+        check=tells({"cause": "deferred", "outcome": "deferred", "message":
+                     "the package qdagent is on hold; apt-mark unhold qdagent ends that"})),
+    row("NoRoomForTheDownload", config="install.reserve = '900000GiB'", status=22, calls="{ask}",
+        requests="{HEAD}", check=lambda run, _: difference("cause", [told(run)[0]["cause"]], ["no-room"])),
+    row("NoRoomForTheInstallation", commands=dpkg(field="Package: qdagent\nInstalled-Size: 99999999999999"),
+        status=22, check=lambda run, _: difference("phase", [told(run)[0]["phase"]], ["prepare"])),
+    *(row("Plan" + name, commands=dpkg(plan=plan), status=13, check=tells(
+        {"cause": "rehearsal", "phase": "prepare", "message": "the installation would fail, so nothing "
+         f"was stopped: {why}; there is now: 7.2.0.1"})) for name, plan, why in [
+            ("RemovesAPackage", "Remv other [1]", "it would remove other"),
+            ("InstallsMore", "Inst other (1 x [all])", "it would install other, too"),
+            ("IsEmpty", "", "the package is not in the plan")]),
+    row("RehearsalSwitchedOff", config="install.rehearse = false", commands=dpkg(plan=""), check=tells(GOOD)),
 ]
 
 METRICS = """qd_update_last_run_timestamp_seconds TIME
@@ -216,4 +247,4 @@ FAULTY = [
 ]
 
 if __name__ == "__main__":
-    sys.exit(main(__doc__, [*RUNS, *REPORTS, *FAULTY]))
+    sys.exit(main(__doc__, [*RUNS, *FITS, *REPORTS, *FAULTY]))
