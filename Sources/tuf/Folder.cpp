@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <filesystem>
@@ -92,6 +93,10 @@ bool Folder::read(const std::string& name,
 
 std::optional<std::string> Folder::read(const std::string& name, std::uint64_t maxBytes) const {
   std::string content;
+  struct stat info {};
+  if (::fstatat(folder_.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) {
+    content.reserve(std::min(static_cast<std::uint64_t>(info.st_size), maxBytes));
+  }
   bool fits = true;
   const bool there = read(name, [&](std::string_view piece) {
     fits = fits && piece.size() <= maxBytes - content.size();

@@ -1,6 +1,8 @@
 #include "tuf/canonicalJson.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -75,11 +77,15 @@ class Builder final : public nlohmann::json_sax<Json> {
   Json* member_ = nullptr;
 };
 
-void encodeString(const std::string& text, std::string& out) {
+void encodeString(std::string_view text, std::string& out) {
   out += '"';
-  for (const char c : text) {
-    if (c == '"' || c == '\\') out += '\\';
-    out += c;
+  while (true) {
+    const std::size_t plain = std::min(text.find_first_of("\"\\"), text.size());
+    out += text.substr(0, plain);
+    if (plain == text.size()) break;
+    out += '\\';
+    out += text[plain];
+    text.remove_prefix(plain + 1);
   }
   out += '"';
 }
@@ -109,6 +115,9 @@ void encode(const Json& value, std::string& out) {
     case Json::value_t::string:
       encodeString(value.get_ref<const std::string&>(), out);
       break;
+    case Json::value_t::number_unsigned:
+      out += std::to_string(value.get<std::uint64_t>());
+      break;
     case Json::value_t::number_float:
       refuse("A number in what is signed is no integer");
     default:
@@ -124,8 +133,9 @@ Json parseJson(std::string_view text) {
   return std::move(builder.result);
 }
 
-std::string canonicalJson(const Json& value) {
+std::string canonicalJson(const Json& value, std::size_t expectedSize) {
   std::string out;
+  out.reserve(expectedSize);
   encode(value, out);
   return out;
 }

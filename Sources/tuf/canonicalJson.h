@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -14,8 +15,8 @@ using Json = nlohmann::json;
 
 /// The bytes that signatures and key ids are made over: no white space, members sorted by the bytes
 /// of their names, only `"` and `\` escaped. Throws Error, Malformed, where a number is no integer
-/// of 64 bits.
-[[nodiscard]] std::string canonicalJson(const Json& value);
+/// of 64 bits. `expectedSize` spares large values moves.
+[[nodiscard]] std::string canonicalJson(const Json& value, std::size_t expectedSize = 0);
 
 /// A name for a message, in quotes: names of others get no control over the terminal that shows it.
 [[nodiscard]] std::string shown(const std::string& name);

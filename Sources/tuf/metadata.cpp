@@ -223,7 +223,7 @@ Envelope::Envelope(std::string_view file) {
     signatures.push_back(std::move(signature));
   }
   content = std::move(member(json, "signed"));
-  canonical = canonicalJson(content);
+  canonical = canonicalJson(content, file.size());
 }
 
 Root parseRoot(Json&& content) {
@@ -264,8 +264,11 @@ Snapshot parseSnapshot(Json&& content) {
 Targets parseTargets(Json&& content) {
   Targets targets;
   parseDocument(content, "targets", targets);
-  for (auto& [path, file] : asObject(member(content, "targets"), "targets")) {
-    targets.files.emplace_hint(targets.files.end(), path, parseTargetFile(path, file));
+  Json::object_t& files = asObject(member(content, "targets"), "targets");
+  while (!files.empty()) {  // there may be very many: what is read needs no room any more
+    auto entry = files.extract(files.begin());
+    targets.files.emplace_hint(targets.files.end(), entry.key(),
+                               parseTargetFile(entry.key(), entry.mapped()));
   }
   if (Json* delegations = find(content, "delegations")) parseAllDelegations(*delegations, targets);
   return targets;

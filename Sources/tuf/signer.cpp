@@ -102,7 +102,7 @@ std::string sign(const Json& content, const std::vector<PrivateKey>& keys) {
   for (const PrivateKey& key : keys) {
     file["signatures"].push_back({{"keyid", key.id()}, {"sig", toHex(key.sign(canonical))}});
   }
-  return file.dump(1);
+  return file.dump();
 }
 
 }  // namespace tuf
