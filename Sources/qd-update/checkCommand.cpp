@@ -29,8 +29,8 @@ void askServer(const Settings& settings, Findings& found) {
   found.result = Updater(false).checkOnly(settings.server, run);
   if (run.available.isValid()) found.available = versionText(run.available);
   if (found.result == UpdateResult::Done || found.result == UpdateResult::UpdateAvailable) return;
-  found.message =
-      lastError.text().empty() ? std::string(statusOf(found.result).meaning) : lastError.text();
+  found.message = lastError.text().empty() ? std::string(statusOf(found.result).meaning)
+                                           : withoutPassword(lastError.text(), settings.server);
 }
 
 Findings find(const Job& job) {

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Whole runs with an update.toml: statuses, records, hooks, lock, and what is told of a faulty one."""
+"""Whole runs with an update.toml: statuses, records, hooks, lock, and what is told of faults."""
 
 import json
 import os
@@ -146,8 +146,12 @@ RUNS = [
         {"message": "the installation failed; there is now: 7.2.1.15 (iF)"}),
         commands=dpkg('echo "iF |7.2.1.15" >"$tmp/../installed"')),
     row("AgentThatDoesNotStart", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'},
-        check=tells({"cause": "start-failed", "message": "the agent could not be started after the "
-                     "installation; there is now: 7.2.1.15"})),
+        check=tells({"cause": "start-failed", "message":
+                     "the agent could not be started; there is now: 7.2.1.15"})),
+    row("SecretsAreInNoRecord", {DEB: 404}, status=2, args=["{secret}", "{V}"],
+        drive=lambda run, args: run.go(run.texts["S"].replace("//", "//u:pw@").encode().hex(),
+                                       args[1]),
+        check=tells({"message": "Fail to get HEAD for {F}/setup.deb: [404 ]"})),
     row("HookRefuses", status=28, calls="{ask} | {fits}", prepare=both(installed(), drop_in(
         "hooks/before-1", 'echo $QD_UPDATE_FROM $QD_UPDATE_TO $QD_UPDATE_PHASE $QD_UPDATE_OUTCOME '
         '$QD_UPDATE_STATUS; exit 3'), drop_in("hooks/before-2", "touch $TMPDIR/ran")),

@@ -36,8 +36,9 @@ class SpawnPlan {
     posix_spawn_file_actions_adddup2(&files_, output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&files_, output, STDERR_FILENO);
     posix_spawnattr_init(&attributes_);
-    posix_spawnattr_setpgroup(&attributes_, 0);
-    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP);
+    // A session of its own: the terminal's signals do not reach it, and without a terminal nothing
+    // in it can wait for somebody to type.
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSID);
   }
   SpawnPlan(const SpawnPlan&) = delete;
   SpawnPlan& operator=(const SpawnPlan&) = delete;

@@ -27,12 +27,12 @@ struct ChildEnd {
   [[nodiscard]] bool isGood() const { return how == How::Exited && status == 0; }
 };
 
-/// Runs the program without a shell and waits. It has a process group of its own and reads
-/// /dev/null. At the limit, or when it is cancelled, it is ended with its children. What a child
-/// that outlives it writes is not waited for. Logs nothing.
+/// Runs the program without a shell and waits. It has a session of its own and reads /dev/null. At
+/// the limit, or when it is cancelled, it is ended with its children. What a child that outlives it
+/// writes is not waited for. Logs nothing.
 ChildEnd runChild(const ChildRun& run);
 
-/// As `std::system`, but out of reach of the terminal's signals, in a process group of its own, and
+/// As `std::system`, but in a session of its own, out of reach of the terminal and its signals, and
 /// with its output in the file `output`. Returns the wait status, -1 where it could not be started.
 int runShell(const char* command, int output) noexcept;
 

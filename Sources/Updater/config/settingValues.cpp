@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/replace.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <charconv>
 #include <memory>
@@ -63,7 +64,7 @@ std::optional<unsigned int> parseDayRange(std::string_view text) {
 
 std::optional<unsigned int> parseDays(const std::string& text) {
   std::vector<std::string> ranges;
-  boost::split(ranges, text, boost::is_any_of(","));
+  boost::split(ranges, text, [](char c) { return c == ','; });
   unsigned int days = 0;
   for (const std::string& range : ranges) {
     const auto some = parseDayRange(range);
@@ -141,7 +142,7 @@ std::optional<Window> parseWindow(const std::string& text) {
 
 std::optional<VersionPin> VersionPin::parse(const std::string& text) {
   std::vector<std::string> parts;
-  boost::split(parts, text, boost::is_any_of("."));
+  boost::split(parts, text, [](char c) { return c == '.'; });
   VersionPin pin;
   pin.text_ = text;
   const bool open = parts.back() == "*";
@@ -186,11 +187,17 @@ bool addressHasPassword(const std::string& address) {
 }
 
 std::string withoutPassword(const std::string& address) {
-  const Url url = readAddress(address);
-  if (url == nullptr || partOf(url, CURLUPART_USER).empty()) return address;
-  curl_url_set(url.get(), CURLUPART_USER, nullptr, 0);
-  curl_url_set(url.get(), CURLUPART_PASSWORD, nullptr, 0);
-  return partOf(url, CURLUPART_URL);
+  const std::size_t scheme = address.find("://");
+  const std::size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
+  const std::size_t end = address.find_first_of("/?#", begin);
+  const std::size_t at = address.substr(0, end).rfind('@');
+  if (at == std::string::npos || at < begin) return address;
+  return address.substr(0, begin) + address.substr(at + 1);
+}
+
+std::string withoutPassword(const std::string& text, const std::string& address) {
+  if (address.empty()) return text;
+  return boost::replace_all_copy(text, address, withoutPassword(address));
 }
 
 std::optional<std::string> parsePath(const std::string& text) {

@@ -22,12 +22,28 @@ std::string newRunId() {
 
 }  // namespace
 
-Recorder::Recorder(StateFolder& folder, Places places)
-    : folder_(folder), places_(std::move(places)) {
-  record_.run = newRunId();
-  record_.program = targetProgramVersion();
-  record_.started = std::time(nullptr);
+RunRecord newRecord(const std::string& from) {
+  RunRecord record;
+  record.run = newRunId();
+  record.program = targetProgramVersion();
+  record.from = from;
+  record.started = std::time(nullptr);
+  return record;
 }
+
+void endRecord(RunRecord& record, UpdateResult result, bool updated, const std::string& message) {
+  const UpdateStatus& status = statusOf(result);
+  const bool isDone = result == UpdateResult::Done;
+  record.status = static_cast<int>(result);
+  record.outcome = updated && isDone ? RunOutcome::Updated : status.outcome;
+  record.cause = status.cause;
+  record.message = message.empty() && !isDone ? std::string(status.meaning) : message;
+  record.ended = std::time(nullptr);
+  if (isDone) record.phase = Phase::Done;
+}
+
+Recorder::Recorder(StateFolder& folder, Places places)
+    : folder_(folder), places_(std::move(places)), record_(newRecord({})) {}
 
 void Recorder::begin(const std::string& from) {
   record_.from = from;
@@ -52,14 +68,9 @@ void Recorder::progress(std::uint64_t bytes) noexcept {
 
 void Recorder::finish(UpdateResult result, bool updated, const std::string& message,
                       const std::string& cause) {
-  const UpdateStatus& status = statusOf(result);
   spendTime();
-  record_.status = static_cast<int>(result);
-  record_.outcome = updated && result == UpdateResult::Done ? RunOutcome::Updated : status.outcome;
-  record_.cause = cause.empty() ? std::string(status.cause) : cause;
-  record_.message = message.empty() && record_.status != 0 ? std::string(status.meaning) : message;
-  record_.ended = std::time(nullptr);
-  if (result == UpdateResult::Done) record_.phase = Phase::Done;
+  endRecord(record_, result, updated, message);
+  if (!cause.empty()) record_.cause = cause;
   tell(true);
   if (folder_.isOpen()) {
     warn("history.jsonl", folder_.appendHistory(historyLine(record_), places_.historyLimit));

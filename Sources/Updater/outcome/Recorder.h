@@ -7,6 +7,13 @@
 #include "Updater/outcome/RunRecord.h"
 #include "Updater/outcome/StateFolder.h"
 
+/// The record of a run that begins now.
+RunRecord newRecord(const std::string& from);
+
+/// The run ends now with `result`; with Done it has either installed `record.to` or found nothing
+/// to do. The phase stays the one in which it ended. Without a message that of the status is taken.
+void endRecord(RunRecord& record, UpdateResult result, bool updated, const std::string& message);
+
 /// Tells what becomes of one run: status.json at each phase, at its end a line of the history and
 /// the metrics. What can't be written is told once in the log (WRN), and never keeps the run from
 /// going on. Nothing is thrown by what is called while the agent is stopped.
@@ -37,9 +44,8 @@ class Recorder {
   /// Bytes of the package have come.
   void progress(std::uint64_t bytes) noexcept;
 
-  /// The run ends with `result`; with Done it has either installed `record().to` or found nothing
-  /// to do. The last record, synchronised. `cause`: one of those that the status has besides its
-  /// own; empty: its own.
+  /// Ends the record, as above, and tells it, synchronised. `cause`: one of those that the status
+  /// has besides its own; empty: its own.
   void finish(UpdateResult result, bool updated, const std::string& message,
               const std::string& cause = {});
 

@@ -31,7 +31,7 @@ int ConfiguredRun::perform(const RunRequest& request) try {
   const bool locked = folder_.lock();
   if (!locked && read_.fault.empty()) {
     return static_cast<int>(
-        refuse(UpdateResult::Locked, "another run holds " + folder_.pathOf("lock")));
+        refuse(request, UpdateResult::Locked, "another run holds " + folder_.pathOf("lock")));
   }
   // The records are those of the run that holds the lock.
   if (!locked) folder_.close();
@@ -42,17 +42,16 @@ int ConfiguredRun::perform(const RunRequest& request) try {
   recorder_->observer = observer;
   return static_cast<int>(performLocked(request));
 } catch (const std::exception& e) {
-  return static_cast<int>(refuse(UpdateResult::Exception, std::string("Exception : ") + e.what()));
+  return static_cast<int>(
+      refuse(request, UpdateResult::Exception, std::string("Exception : ") + e.what()));
 }
 
 /// A run that leaves no record.
-UpdateResult ConfiguredRun::refuse(UpdateResult result, const std::string& message) {
-  const UpdateStatus& status = statusOf(result);
+UpdateResult ConfiguredRun::refuse(const RunRequest& request, UpdateResult result,
+                                   const std::string& message) {
   QDLOG(ROOT, ERR, message);
-  record_.status = static_cast<int>(result);
-  record_.outcome = status.outcome;
-  record_.cause = status.cause;
-  record_.message = message;
+  record_ = newRecord(request.installed);
+  endRecord(record_, result, false, message);
   return result;
 }
 
@@ -82,6 +81,8 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   run.hooks = hooks;
   const UpdateResult result = update(updater, request, run);
   if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
+  // Records are for all to read.
+  run.message = withoutPassword(run.message, request.server);
   finish(run, result);
   if (run.attempts > 0) runHooks(hooks, "after-", recorder_->record(), false, {});
   return result;

@@ -46,7 +46,7 @@ class ConfiguredRun {
   UpdateResult performLocked(const RunRequest& request);
   UpdateResult update(Updater& updater, const RunRequest& request, UpdateRun& run);
   void finish(const UpdateRun& run, UpdateResult result);
-  UpdateResult refuse(UpdateResult result, const std::string& message);
+  UpdateResult refuse(const RunRequest& request, UpdateResult result, const std::string& message);
 
   SettingsRead read_;
   Settings settings_;  ///< the defaults where there are none

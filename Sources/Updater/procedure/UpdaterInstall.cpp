@@ -179,8 +179,8 @@ UpdateResult Updater::judgeReplacement(UpdateRun& run, bool installed, bool star
   const std::string there = agent ? "; there is now: " + agent->text() : std::string();
   if (agent) installed = installed && agent->isWhole && Version(agent->version) == run.available;
   if (!started) {
-    run.message = std::string("the agent could not be started after ") +
-                  (installed ? "the installation" : "an installation that failed") + there;
+    run.message = std::string(installed ? "" : "the installation failed, and ") +
+                  "the agent could not be started" + there;
     return UpdateResult::StartFailed;
   }
   if (!installed) {
@@ -188,6 +188,7 @@ UpdateResult Updater::judgeReplacement(UpdateRun& run, bool installed, bool star
         "the installation failed" + (run.refusal.empty() ? "" : ": " + run.refusal) + there;
     return UpdateResult::InstallFailed;
   }
+  if (skipInstall) run.message = "the agent was only restarted";
   run.updated = !skipInstall;
   return UpdateResult::Done;
 }
