@@ -18,7 +18,7 @@ from settings import DATABASE, PAST, SCHEMA
 FILE, STATE = "/etc/qd/update.{}.toml", "/var/lib/qd/update.{}/"
 # The phases that are true once a command was called, by the last one that was.
 TRUE = {"": ("check", "fetch", "verify", "prepare", "stop"), "systemctl stop": ("stop", "install"),
-        "dpkg": ("install", "start"), "systemctl start": ("start", "done")}
+        "dpkg -i": ("install", "start"), "systemctl start": ("start", "done")}
 
 
 def state(run: Run, name: str) -> str:
