@@ -116,7 +116,9 @@ bool openPipe(ScopedFd& read, ScopedFd& write) {
 /// This process's environment with what is added in place of what has the same names.
 std::vector<std::string> mergedEnvironment(const ChildRun& run) {
   std::vector<std::string> variables;
-  for (const auto& [name, value] : run.environment) variables.push_back(name + "=" + value);
+  for (const auto& [name, value] : run.environment) {
+    variables.emplace_back(name).append("=").append(value);
+  }
   for (char** variable = environ; *variable != nullptr; ++variable) {
     const std::string_view text = *variable;
     const std::string_view name = text.substr(0, text.find('='));
@@ -129,6 +131,7 @@ std::vector<std::string> mergedEnvironment(const ChildRun& run) {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
+  result.reserve(texts.size() + 1);
   for (std::string& text : texts) result.push_back(text.data());
   result.push_back(nullptr);
   return result;
