@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
 # Nothing is stopped before everything fits: with an update.toml, on a Debian system with its own dpkg, apt and systemctl.
 
+# shellcheck source=tests/e2e/expect.sh
 . /qd/expect.sh
+# shellcheck source=tests/e2e/fits.sh
 . /qd/fits.sh
 
 # make_deb FILE CONTROL-LINE...: the agent, of $version, with these fields besides, or in place of its own.
 version=7.2.1.15
 make_deb() {
-  make_agent_deb $version "$1"
+  make_agent_deb "$version" "$1"
   dpkg-deb --raw-extract "$1" /qd/tree
   local line
   for line in "${@:2}"; do

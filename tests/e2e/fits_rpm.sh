@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Nothing is stopped before everything fits: with an update.toml, on a system without dpkg, with the real rpm and systemctl.
 
+# shellcheck source=tests/e2e/expect.sh
 . /qd/expect.sh
+# shellcheck source=tests/e2e/fits.sh
 . /qd/fits.sh
 
 # make_special FILE LINE...: version 7.2.1.15 of the agent with these lines in its specification.
