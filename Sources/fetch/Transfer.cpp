@@ -5,6 +5,7 @@
 #include <chrono>
 #include <exception>
 #include <new>
+#include <utility>
 
 namespace fetch {
 namespace {
@@ -13,38 +14,95 @@ using std::chrono::milliseconds;
 
 /// So much of an error's body is received, for the sake of the connection.
 constexpr std::uint64_t kMaxDropped = std::uint64_t{64} << 10;
+constexpr std::size_t kMaxHeaderBytes = std::size_t{256} << 10;
 
-/// One body on its way.
-struct Body {
+std::string trimmed(std::string_view text) {
+  constexpr std::string_view kBlank = " \t\r\n";
+  const std::size_t begin = text.find_first_not_of(kBlank);
+  if (begin == std::string_view::npos) return {};
+  return std::string(text.substr(begin, text.find_last_not_of(kBlank) + 1 - begin));
+}
+
+std::string lowerCase(std::string text) {
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return text;
+}
+
+/// One answer on its way.
+struct Answer {
   CURL* handle;
+  const Request& request;
+  const Transfer::Begin& begin;
   const Transfer::Sink& sink;
-  std::uint64_t maxBytes;
   Result result{};
   std::uint64_t dropped = 0;
+  std::size_t headerBytes = 0;
+  bool headersEnded = false;
+  bool begun = false;
   std::exception_ptr thrown{};
 
   /// False ends the transfer.
   bool take(std::string_view bytes) {
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &result.status);
-    if (result.status != 200) return (dropped += bytes.size()) <= kMaxDropped;
-    result.tooLarge = bytes.size() > maxBytes - result.bytes;
+    const bool isPart = result.status == 206 && request.from > 0;
+    if (result.status != 200 && !isPart) return (dropped += bytes.size()) <= kMaxDropped;
+    if (!begun && begin && !begin(result)) return false;
+    begun = true;
+    result.tooLarge = bytes.size() > request.maxBytes - result.bytes;
     if (result.tooLarge) return false;
     sink(bytes);
     result.bytes += bytes.size();
     return true;
   }
+
+  void takeHeader(std::string_view line) {
+    if (line.starts_with("HTTP/")) {  // of a response that another one may follow
+      result.headers.clear();
+      headerBytes = 0;
+      headersEnded = false;
+    }
+    if (line == "\r\n" || line == "\n") headersEnded = true;
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos || (headerBytes += line.size()) > kMaxHeaderBytes) return;
+    result.headers[lowerCase(trimmed(line.substr(0, colon)))] = trimmed(line.substr(colon + 1));
+  }
 };
 
 /// No exception may pass through libcurl.
 std::size_t receive(char* data, std::size_t, std::size_t size, void* user) noexcept {
-  Body& body = *static_cast<Body*>(user);
+  Answer& answer = *static_cast<Answer*>(user);
   try {
-    if (body.take({data, size})) return size;
+    if (answer.take({data, size})) return size;
   } catch (...) {
-    body.thrown = std::current_exception();
+    answer.thrown = std::current_exception();
   }
   return CURL_WRITEFUNC_ERROR;
 }
+
+std::size_t receiveHeader(char* data, std::size_t, std::size_t size, void* user) noexcept {
+  Answer& answer = *static_cast<Answer*>(user);
+  try {
+    answer.takeHeader({data, size});
+    return size;
+  } catch (...) {
+    answer.thrown = std::current_exception();
+  }
+  return CURL_WRITEFUNC_ERROR;
+}
+
+int watch(void* user, curl_off_t expected, curl_off_t bytes, curl_off_t, curl_off_t) noexcept {
+  const Options& options = *static_cast<const Options*>(user);
+  return options.watcher(static_cast<std::uint64_t>(bytes), static_cast<std::uint64_t>(expected))
+             ? 0
+             : 1;
+}
+
+struct FreeList {
+  void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+};
+using HeaderList = std::unique_ptr<curl_slist, FreeList>;
 
 long clamped(milliseconds time) {
   return static_cast<long>(std::clamp<milliseconds::rep>(time.count(), 1, 86'400'000));
@@ -71,29 +129,77 @@ Transfer::Transfer(const Options& options) : options_(options), handle_(curl_eas
   curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, options_.slowBytes);
   curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, static_cast<long>(options_.slowTime.count()));
   curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &receive);
+  curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &receiveHeader);
+  applyOptions();
+}
+
+void Transfer::applyOptions() {
+  CURL* const handle = handle_.get();
+  const auto setText = [handle](CURLoption option, const std::string& text) {
+    if (!text.empty()) curl_easy_setopt(handle, option, text.c_str());
+  };
+  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, options_.verify ? 1L : 0L);
+  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, options_.verify ? 2L : 0L);
+  if (!options_.ca.empty()) {
+    curl_easy_setopt(handle, CURLOPT_CAINFO, options_.ca.c_str());
+    curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);  // these alone
+  }
+  setText(CURLOPT_SSLCERT, options_.clientCert);
+  setText(CURLOPT_SSLKEY, options_.clientKey);
+  setText(CURLOPT_USERAGENT, options_.userAgent);
+  if (options_.proxy) curl_easy_setopt(handle, CURLOPT_PROXY, options_.proxy->c_str());
+  if (options_.noProxy) curl_easy_setopt(handle, CURLOPT_NOPROXY, options_.noProxy->c_str());
+  curl_easy_setopt(handle, CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(options_.rate));
+  if (options_.receiveBuffer > 0) {
+    curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, options_.receiveBuffer);
+  }
+  if (options_.watcher) {
+    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &watch);
+    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &options_);
+  }
 }
 
 Result Transfer::get(const std::string& url, std::uint64_t maxBytes, const Sink& sink) {
+  return perform({.url = url, .maxBytes = maxBytes}, {}, sink);
+}
+
+Result Transfer::perform(const Request& request, const Begin& begin, const Sink& sink) {
   CURL* const handle = handle_.get();
-  Body body{handle, sink, maxBytes};
+  Answer answer{handle, request, begin, sink};
   std::array<char, CURL_ERROR_SIZE> message{};
   const milliseconds left = timeLeft();
-  curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(handle, CURLOPT_WRITEDATA, &body);
+  const std::string range = std::to_string(request.from) + "-";
+  const std::string condition = "If-Range: " + request.ifRange;
+  const HeaderList extra(request.ifRange.empty() ? nullptr
+                                                 : curl_slist_append(nullptr, condition.c_str()));
+  curl_easy_setopt(handle, CURLOPT_URL, request.url.c_str());
+  curl_easy_setopt(handle, CURLOPT_NOBODY, request.headOnly ? 1L : 0L);
+  if (!request.headOnly) curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
+  curl_easy_setopt(handle, CURLOPT_RANGE, request.from > 0 ? range.c_str() : nullptr);
+  curl_easy_setopt(handle, CURLOPT_HTTPHEADER, extra.get());
+  curl_easy_setopt(handle, CURLOPT_WRITEDATA, &answer);
+  curl_easy_setopt(handle, CURLOPT_HEADERDATA, &answer);
   curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, message.data());
   curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, clamped(left));
   curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS,
                    clamped(std::min<milliseconds>(left, options_.connectTimeout)));
-  Result& result = body.result;
+  Result& result = answer.result;
   result.error = left.count() > 0 ? curl_easy_perform(handle) : CURLE_OPERATION_TIMEDOUT;
   curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, nullptr);
-  if (body.thrown) std::rethrow_exception(body.thrown);
+  curl_easy_setopt(handle, CURLOPT_HTTPHEADER, nullptr);
+  if (answer.thrown) std::rethrow_exception(answer.thrown);
   curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &result.status);
-  if (body.dropped > kMaxDropped) result.error = CURLE_OK;
+  curl_off_t wait = 0;
+  curl_easy_getinfo(handle, CURLINFO_RETRY_AFTER, &wait);
+  if (wait > 0) result.retryAfter = std::chrono::seconds(std::min<curl_off_t>(wait, 1'000'000));
+  if (answer.dropped > kMaxDropped) result.error = CURLE_OK;
+  // A connection that ends within the headers has given no answer, whatever they began with.
+  if (result.error == CURLE_OK && !answer.headersEnded) result.error = CURLE_PARTIAL_FILE;
   if (result.error != CURLE_OK) {
     result.message = message[0] != 0 ? message.data() : curl_easy_strerror(result.error);
   }
-  return result;
+  return std::move(result);
 }
 
 milliseconds Transfer::timeLeft() const {

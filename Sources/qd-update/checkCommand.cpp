@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "Updater/download/PatientTransport.h"
 #include "Updater/procedure/LastError.h"
 #include "Updater/procedure/UpdateRun.h"
 #include "Updater/process/agentUnit.h"
@@ -26,7 +28,12 @@ void askServer(const Settings& settings, Findings& found) {
   const LastError lastError;
   UpdateRun run;
   run.installedText = found.installed;
-  found.result = Updater(false).checkOnly(settings.server, run);
+  // Somebody waits for the answer.
+  PatientTransport requests(settings.fetch, settings.server,
+                            std::min(settings.fetch.deadline, std::chrono::seconds(30)));
+  Updater updater(false);
+  updater.httpClient.setTransport(&requests);
+  found.result = updater.checkOnly(withoutPassword(settings.server), run);
   if (run.available.isValid()) found.available = versionText(run.available);
   if (found.result == UpdateResult::Done || found.result == UpdateResult::UpdateAvailable) return;
   found.message = lastError.text().empty() ? std::string(statusOf(found.result).meaning)

@@ -227,12 +227,14 @@ bool HttpClient::init() {
 }
 
 void HttpClient::cleanup() {
+  if (transport != nullptr) transport->close();
   if (handle != nullptr) curl_easy_cleanup(handle);
   handle = nullptr;
   initialized = false;
 }
 
 int HttpClient::get(const std::string& url, std::string& body, Headers& headers) {
+  if (transport != nullptr) return transport->get(config + url, body, headers);
   if (!init()) return -1;
   body.clear();
   Request request(*this, config + url, headers);
@@ -246,6 +248,7 @@ int HttpClient::get(const std::string& url, std::string& body, Headers& headers)
 }
 
 int HttpClient::head(const std::string& url, Headers& headers) {
+  if (transport != nullptr) return transport->head(config + url, headers);
   if (!init()) return -1;
   Request request(*this, config + url, headers);
   request.set(CURLOPT_NOBODY, 1L);
@@ -263,7 +266,11 @@ int HttpClient::download(const std::string& url, const std::string& path, Header
   return receive(url, fd.get(), headers);
 }
 
-int HttpClient::download(const std::string& url, int fd, Headers& headers) {
+int HttpClient::download(const std::string& url, int fd, Headers& headers,
+                         const std::string& path) {
+  if (transport != nullptr) {
+    return transport->download(config + url, fd, path, downloadLimit, headers);
+  }
   if (!init()) return -1;
   headers.clear();
   if (::ftruncate(fd, 0) != 0 || ::lseek(fd, 0, SEEK_SET) != 0) return -1;

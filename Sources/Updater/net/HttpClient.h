@@ -9,7 +9,24 @@
 #include <string>
 #include <utility>
 
-/// The updater's only network component: one libcurl easy handle, created by the first request and
+/// Somebody else who sends the requests, with HttpClient's results.
+class HttpTransport {
+ public:
+  using Headers = std::map<std::string, std::string>;
+
+  virtual ~HttpTransport() = default;
+  virtual int get(const std::string& url, std::string& body, Headers& headers) = 0;
+  virtual int head(const std::string& url, Headers& headers) = 0;
+  /// Into the open file `fd`, which lies at `path`; more than `limit` bytes are a failure.
+  virtual int download(const std::string& url, int fd, const std::string& path,
+                       unsigned long long limit, Headers& headers) = 0;
+  /// The digest of what was downloaded last, computed as it came.
+  [[nodiscard]] virtual std::string md5() const = 0;
+  /// Closes the connections.
+  virtual void close() = 0;
+};
+
+/// The updater's network component: one libcurl easy handle, created by the first request and
 /// reused, with its connection, by every other. One thread at a time.
 ///
 /// Every request returns 0 for HTTP status 200, -1 for a local or transport failure, and otherwise
@@ -46,6 +63,12 @@ class HttpClient {
   using Watcher = std::function<bool(unsigned long long bytes)>;
   void setWatcher(Watcher newWatcher) { watcher = std::move(newWatcher); }
 
+  /// From now on `other`, which stays the caller's, sends the requests; null: this object does.
+  void setTransport(HttpTransport* other) { transport = other; }
+
+  /// The MD5 digest of the latest download by another's hand; empty: it is not known here.
+  [[nodiscard]] std::string md5OfDownload() const { return transport ? transport->md5() : ""; }
+
   /// GET into memory. `headers` receives the response's headers, name as sent, both sides trimmed;
   /// the last value of a name wins, across redirects too.
   int get(const std::string& url, std::string& body, Headers& headers);
@@ -57,8 +80,9 @@ class HttpClient {
   /// be opened is -1 without a message and without a request. What arrived before a failure stays.
   int download(const std::string& url, const std::string& path, Headers& headers);
 
-  /// The same into the open file `fd`, which is emptied and stays the caller's and open.
-  int download(const std::string& url, int fd, Headers& headers);
+  /// The same into the open file `fd`, which is emptied and stays the caller's and open. Only
+  /// another transport needs its path.
+  int download(const std::string& url, int fd, Headers& headers, const std::string& path = {});
 
   // The functions that libcurl calls. `userdata` is a std::string, a FILE, a Headers map and an
   // int, in this order.
@@ -77,6 +101,7 @@ class HttpClient {
   bool initialized = false;
   unsigned long long downloadLimit = std::numeric_limits<unsigned long long>::max();
   Watcher watcher;
+  HttpTransport* transport = nullptr;
 
  private:
   class Request;

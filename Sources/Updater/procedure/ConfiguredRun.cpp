@@ -5,6 +5,7 @@
 #include <iostream>
 #include <utility>
 
+#include "Updater/download/PartialFile.h"
 #include "Updater/outcome/hooks.h"
 #include "Updater/package/installedAgent.h"
 #include "Updater/procedure/LastError.h"
@@ -98,21 +99,35 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
                   updater.lockFilePath;
     return UpdateResult::Locked;
   }
-  updater.httpClient.setWatcher([this](unsigned long long bytes) {
-    if (bytes > 0) recorder_->progress(bytes);
-    return !Interrupts::came();
-  });
+  const auto requests = transport(request, run);
+  updater.httpClient.setTransport(requests.get());
   // dpkg's own defaults, which the variable replaces, and what the administrator wants.
   if (settings_.install.replaceConffiles) {
     ::setenv("DPKG_FORCE", "security-mac,downgrade,confnew", 1);
   }
-  const UpdateResult result = updater.perform(request.server, run);
+  const UpdateResult result = updater.perform(withoutPassword(request.server), run);
+  updater.httpClient.setTransport(nullptr);
   run.packageManager.release();
+  // Whatever else it ended with, a later run goes on with it.
+  if (run.updated && !run.downloadFolder.empty()) run.package.remove();
   updater.removeLockFile();
   if (Interrupts::came() && result != UpdateResult::Interrupted) {
     QDLOG(ROOT, WRN, "An interrupt came when the agent was being replaced: the run went on");
   }
   return result;
+}
+
+std::unique_ptr<PatientTransport> ConfiguredRun::transport(const RunRequest& request,
+                                                           UpdateRun& run) {
+  auto requests =
+      std::make_unique<PatientTransport>(settings_.fetch, request.server, settings_.fetch.deadline);
+  requests->setWatcher([this](unsigned long long bytes) {
+    if (bytes > 0) recorder_->progress(bytes);
+    return !Interrupts::came();
+  });
+  if (folder_.isOpen()) run.downloadFolder = openPartialFolder(folder_.path());
+  requests->setPartialFolder(run.downloadFolder);
+  return requests;
 }
 
 void ConfiguredRun::finish(const UpdateRun& run, UpdateResult result) {
@@ -142,16 +157,10 @@ std::vector<std::string> obstaclesNow(const Settings& /*settings*/, const RunPla
 }
 
 std::string unsupportedSetting(const Settings& settings) {
-  const FetchSettings& fetch = settings.fetch;
-  const FetchSettings usual;
   const char* name = nullptr;
   if (settings.trust) name = "[trust]";
   if (settings.health) name = "[health]";
   if (settings.rollout) name = "[rollout]";
-  if (fetch.proxy || fetch.noProxy || !fetch.ca.empty() || !fetch.clientCert.empty() ||
-      fetch.rate != usual.rate || fetch.deadline != usual.deadline) {
-    name = "[fetch]";
-  }
   if (name == nullptr) return {};
   return std::string("this version cannot follow ") + name + " yet: remove it, or update qd-update";
 }

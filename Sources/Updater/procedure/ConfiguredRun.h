@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Updater/config/SettingsFile.h"
+#include "Updater/download/PatientTransport.h"
 #include "Updater/outcome/Recorder.h"
 #include "Updater/outcome/StateFolder.h"
 #include "Updater/procedure/Updater.h"
@@ -45,6 +46,7 @@ class ConfiguredRun {
  private:
   UpdateResult performLocked(const RunRequest& request);
   UpdateResult update(Updater& updater, const RunRequest& request, UpdateRun& run);
+  std::unique_ptr<PatientTransport> transport(const RunRequest& request, UpdateRun& run);
   void finish(const UpdateRun& run, UpdateResult result);
   UpdateResult refuse(const RunRequest& request, UpdateResult result, const std::string& message);
 

@@ -36,6 +36,7 @@ struct UpdateRun {
   Recorder* recorder = nullptr;
   CommandOutput* output = nullptr;  ///< takes what commands print
   std::vector<std::string> hooks;
+  std::string downloadFolder;         ///< in place of the temporary one; may be empty
   PackageManagerLock packageManager;  ///< held from the last preparation to the end
   std::string message;                ///< for people, where no record of the log says it
   std::string cause;                  ///< in place of the status's own, where that has several

@@ -151,6 +151,7 @@ UpdateResult Updater::giveUp(UpdateRun& run, UpdateResult result) {
   if (!run.image.device.empty()) detach(run.image);
   if (result == UpdateResult::Interrupted) {
     run.message = "interrupted; nothing was changed";
+    run.cause.clear();
     QDLOG(ROOT, WRN, "Interrupted. Nothing was changed");
   }
   return result;
@@ -180,8 +181,8 @@ Updater::Stop Updater::parseInstalledVersion(UpdateRun& run) {
   return UpdateResult::InvalidInstalledVersion;
 }
 
-Updater::Stop Updater::findTempDir(UpdateRun& /*run*/) {
-  tempDir = utils::getTempDir();
+Updater::Stop Updater::findTempDir(UpdateRun& run) {
+  tempDir = run.downloadFolder.empty() ? utils::getTempDir() : run.downloadFolder;
   if (tempDir.empty()) {
     QDLOG(ROOT, ERR, "Cannot get temp directory location");
     return UpdateResult::Exception;
@@ -260,7 +261,11 @@ Updater::Stop Updater::fetchDigest(UpdateRun& run) {
     run.expectedMd5 = *digest;
     QDLOG(ROOT, NFY, "Downloaded md5 is " << run.expectedMd5);
   }
-  return std::nullopt;
+  if (run.settings == nullptr || !run.expectedMd5.empty()) return std::nullopt;
+  run.cause = "no-digest";
+  run.message = "without a digest nothing is installed: there is none at " + run.setup.hashUrl;
+  QDLOG(ROOT, ERR, "Refused : " << run.message);
+  return UpdateResult::InstallFailed;
 }
 
 Updater::Stop Updater::querySize(UpdateRun& run) {
@@ -315,7 +320,9 @@ UpdateResult Updater::downloadOnce(UpdateRun& run) {
   run.enter(Phase::Fetch);
   httpClient.setDownloadLimit(downloadLimit(run.expectedSize));
   const bool acquired = package.acquire(run.setup.setupPath);
-  const int r = acquired ? httpClient.download(run.setup.setupUrl, package.fd(), run.headers) : -1;
+  const int r = acquired ? httpClient.download(run.setup.setupUrl, package.fd(), run.headers,
+                                               run.setup.setupPath)
+                         : -1;
   if (r != 0) {
     QDLOG(ROOT, ERR, "'Fail to download setup file: [" << r << "]");
     return UpdateResult::TransferFailed;
@@ -326,6 +333,7 @@ UpdateResult Updater::downloadOnce(UpdateRun& run) {
     QDLOG(ROOT, WRN,
           "Downloaded size is " << size << " bytes. Expected size is " << run.expectedSize
                                 << " bytes - try again");
+    if (run.settings != nullptr) package.remove();  // there is nothing to go on with
     return UpdateResult::WrongSize;
   }
   return verifyDigest(run);
@@ -336,8 +344,10 @@ UpdateResult Updater::verifyDigest(UpdateRun& run) {
   run.package.remember();
   const bool untouched = run.package.isUntouched();
   if (untouched && run.expectedMd5.empty()) return UpdateResult::Done;
-  const std::string computed =
-      untouched ? run.package.md5() : utils::computeMD5(run.setup.setupPath);
+  std::string computed = untouched ? httpClient.md5OfDownload() : "";
+  if (computed.empty()) {
+    computed = untouched ? run.package.md5() : utils::computeMD5(run.setup.setupPath);
+  }
   if (!untouched || computed != run.expectedMd5) return rejectPackage(run, computed);
   QDLOG(ROOT, NFY, "Computed md5 is " << computed);
   return UpdateResult::Done;

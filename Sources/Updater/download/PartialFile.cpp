@@ -1,0 +1,121 @@
+#include "Updater/download/PartialFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <system_error>
+#include <vector>
+
+#include "Updater/command/utilsShell.h"
+#include "Updater/download/contentRange.h"
+#include "ground/osal_io.h"
+#include "ground/osal_ownfile.h"
+#include "ground/osal_replacefile.h"
+
+namespace fs = boost::filesystem;
+
+namespace {
+
+constexpr std::size_t kWriteBuffer = std::size_t{64} << 10;
+constexpr std::size_t kReadBlock = std::size_t{256} << 10;
+constexpr std::size_t kMostNote = std::size_t{16} << 10;
+
+[[noreturn]] void fail() { throw std::system_error(errno, std::generic_category()); }
+
+void removeOthers(const fs::path& kept, const fs::path& note) {
+  boost::system::error_code failed;
+  std::vector<fs::path> others;
+  for (fs::directory_iterator entry(kept.parent_path(), failed), end; !failed && entry != end;
+       entry.increment(failed)) {
+    if (entry->path() != kept && entry->path() != note) others.push_back(entry->path());
+  }
+  for (const fs::path& other : others) ::unlink(other.c_str());
+}
+
+}  // namespace
+
+std::string openPartialFolder(const std::string& state) {
+  const std::string path = state + "/partial";
+  struct stat info {};
+  const bool usable = (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) &&
+                      ::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
+                      info.st_uid == ::geteuid() && ::chmod(path.c_str(), 0700) == 0;
+  return usable && utils::shellWord(path) == path ? path : std::string();
+}
+
+PartialFile::PartialFile(int fd, std::string path, bool kept)
+    : fd_(fd), path_(std::move(path)), kept_(kept) {
+  buffer_.reserve(kWriteBuffer);
+  if (kept_) removeOthers(path_, notePath());
+}
+
+void PartialFile::resume(const std::string& url) {
+  url_ = url;
+  std::string note;
+  ScopedFd fd;
+  if (kept_ && osal_openOwnFile(notePath().c_str(), OwnFileUse::Read, 0600, fd) == 0) {
+    osal_readAll(fd.get(), note, kMostNote);
+  }
+  const std::size_t end = note.find('\n');
+  if (end == std::string::npos || note.substr(0, end) != url) return restart();
+  validator_ = note.substr(end + 1, note.find('\n', end + 1) - end - 1);
+  if (validator_.empty() || ::lseek(fd_, 0, SEEK_SET) != 0) return restart();
+  digests_.reset();
+  size_ = 0;
+  std::vector<char> block(kReadBlock);
+  for (;;) {
+    const ssize_t count = osal_readSome(fd_, block.data(), block.size());
+    if (count < 0) return restart();
+    if (count == 0) break;
+    digests_.update({block.data(), static_cast<std::size_t>(count)});
+    size_ += static_cast<std::uint64_t>(count);
+  }
+}
+
+void PartialFile::restart() {
+  if (::ftruncate(fd_, 0) != 0 || ::lseek(fd_, 0, SEEK_SET) != 0) fail();
+  buffer_.clear();
+  digests_.reset();
+  size_ = 0;
+  validator_.clear();
+}
+
+bool PartialFile::begin(const fetch::Result& head) {
+  if (head.status == 206) {
+    const auto header = head.headers.find("content-range");
+    const auto range =
+        header == head.headers.end() ? std::nullopt : parseContentRange(header->second);
+    const std::string validator = validatorOf(head.headers);
+    const bool same = validator.empty() || validator == validator_;
+    if (range && range->first == size_ && same) return true;
+    restart();
+    return false;
+  }
+  restart();
+  validator_ = validatorOf(head.headers);
+  note();
+  return true;
+}
+
+void PartialFile::note() const {
+  if (!kept_) return;
+  const int error =
+      osal_replaceFile(notePath().c_str(), url_ + "\n" + validator_ + "\n", 0600, false);
+  if (error != 0) throw std::system_error(error, std::generic_category());
+}
+
+void PartialFile::write(std::string_view bytes) {
+  digests_.update(bytes);
+  buffer_ += bytes;
+  size_ += bytes.size();
+  if (buffer_.size() >= kWriteBuffer) flush();
+}
+
+void PartialFile::flush() {
+  if (osal_writeAll(fd_, buffer_) != buffer_.size()) fail();
+  buffer_.clear();
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "Updater/download/RunningDigests.h"
+#include "fetch/Transfer.h"
+
+/// The folder of downloads that were begun, `state`/partial: this user's alone. Created where it is
+/// missing. Empty where it can't be used, or commands could not name it without quotes.
+std::string openPartialFolder(const std::string& state);
+
+/// A file on its way, whose beginning an earlier request or run may have brought. Beside it, as
+/// NAME.from, lies which address it comes from and what tells it from any other file there. A
+/// failure to write throws std::system_error.
+class PartialFile {
+ public:
+  /// `fd`, which stays the caller's, is the open file at `path`. `kept`: it lies in the folder
+  /// above, where other files are left from earlier versions, and removed; else nothing is noted
+  /// beside it, and it is not taken up by a later run.
+  PartialFile(int fd, std::string path, bool kept);
+
+  /// Takes up what is there of the file at `url`: reads it, for the digests. Where it is not known
+  /// what it belongs to, it is emptied.
+  void resume(const std::string& url);
+
+  /// Empties it.
+  void restart();
+
+  [[nodiscard]] std::uint64_t size() const { return size_; }
+  /// For If-Range; empty: there is none, so nothing can be resumed.
+  [[nodiscard]] const std::string& validator() const { return validator_; }
+
+  /// An answer begins. False: it does not continue what is there, which is then emptied.
+  bool begin(const fetch::Result& head);
+
+  /// Its next bytes.
+  void write(std::string_view bytes);
+  /// Everything is with the system.
+  void flush();
+
+  RunningDigests& digests() { return digests_; }
+
+ private:
+  void note() const;
+  [[nodiscard]] std::string notePath() const { return path_ + ".from"; }
+
+  int fd_;
+  std::string path_;
+  bool kept_;
+  std::string url_;
+  std::string validator_;
+  std::uint64_t size_ = 0;
+  std::string buffer_;
+  RunningDigests digests_;
+};

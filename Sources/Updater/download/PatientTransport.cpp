@@ -1,0 +1,188 @@
+#include "Updater/download/PatientTransport.h"
+
+#include <algorithm>
+#include <system_error>
+#include <thread>
+
+#include "Updater/download/PartialFile.h"
+#include "Updater/download/contentRange.h"
+#include "fetch/retry.h"
+#include "logging/QDLog.h"
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr long kReceiveBuffer = 512L * 1024;
+constexpr std::uint64_t kSmallestBuffer = std::uint64_t{16} * 1024;
+
+fetch::Options optionsOf(const FetchSettings& settings, std::chrono::seconds deadline) {
+  fetch::Options options;
+  options.deadline = Clock::now() + deadline;
+  options.maxRedirects = 50;
+  options.verify = !settings.ca.empty();
+  if (settings.ca != "system") options.ca = settings.ca;
+  options.clientCert = settings.clientCert;
+  options.clientKey = settings.clientKey;
+  options.proxy = settings.proxy;
+  options.noProxy = settings.noProxy;
+  options.rate = settings.rate;
+  options.userAgent = "Updater/1.0.0";
+  // A limited download comes in small pieces, so that it keeps to its rate at every moment.
+  options.receiveBuffer =
+      settings.rate == 0 ? kReceiveBuffer
+                         : static_cast<long>(std::clamp<std::uint64_t>(
+                               settings.rate / 16, kSmallestBuffer, std::uint64_t{kReceiveBuffer}));
+  return options;
+}
+
+std::string describe(const fetch::Result& result) {
+  if (result.error == CURLE_OK) return "[" + std::to_string(result.status) + "]";
+  return "[" + std::to_string(static_cast<int>(result.error)) + "] -> " + result.message;
+}
+
+}  // namespace
+
+PatientTransport::PatientTransport(const FetchSettings& settings, std::string server,
+                                   std::chrono::seconds deadline)
+    : options_(optionsOf(settings, deadline)),
+      server_(std::move(server)),
+      shownServer_(withoutPassword(server_)) {
+  options_.watcher = [this](std::uint64_t bytes, std::uint64_t expected) {
+    return watch(bytes, expected);
+  };
+}
+
+int PatientTransport::get(const std::string& url, std::string& body, Headers& headers) {
+  const fetch::Request request{.url = addressOf(url), .maxBytes = HttpClient::kMaxBody};
+  const fetch::Result result = persist(url, [&](fetch::Transfer& transfer) {
+    body.clear();
+    return transfer.perform(request, {}, [&body](std::string_view bytes) { body += bytes; });
+  });
+  return judge(url, result, headers);
+}
+
+int PatientTransport::head(const std::string& url, Headers& headers) {
+  const fetch::Request request{.url = addressOf(url), .headOnly = true};
+  const fetch::Result result = persist(url, [&](fetch::Transfer& transfer) {
+    return transfer.perform(request, {}, [](std::string_view) {});
+  });
+  return judge(url, result, headers);
+}
+
+int PatientTransport::download(const std::string& url, int fd, const std::string& path,
+                               unsigned long long limit, Headers& headers) try {
+  PartialFile file(fd, path, !partialFolder_.empty() && path.starts_with(partialFolder_ + "/"));
+  file.resume(url);
+  if (file.size() > 0) QDLOG(ROOT, NFY, "Resuming the download at " << file.size() << " bytes");
+  const fetch::Request whole{.url = addressOf(url), .maxBytes = limit};
+  downloads_ = true;
+  const fetch::Result result =
+      persist(url, [&](fetch::Transfer& transfer) { return resume(transfer, file, whole); });
+  downloads_ = false;
+  file.flush();
+  md5_ = file.digests().md5();
+  sha256_ = file.digests().sha256();
+  return judge(url, result, headers);
+} catch (const std::system_error& e) {
+  downloads_ = false;
+  QDLOG(ROOT, ERR, "Cannot write " << path << " : " << e.code().message());
+  return -1;
+}
+
+/// One request for what is missing; a second one where the server has another file by now.
+fetch::Result PatientTransport::resume(fetch::Transfer& transfer, PartialFile& file,
+                                       const fetch::Request& whole) {
+  fetch::Result result;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (file.validator().empty() || file.size() > whole.maxBytes) file.restart();
+    fetch::Request request = whole;
+    request.from = file.size();
+    if (request.from > 0) request.ifRange = file.validator();
+    resumedAt_ = request.from;
+    bool refused = false;
+    result = transfer.perform(
+        request,
+        [&](const fetch::Result& head) {
+          refused = !file.begin(head);
+          resumedAt_ = file.size();
+          request.maxBytes = whole.maxBytes - file.size();
+          return !refused;
+        },
+        [&](std::string_view bytes) { file.write(bytes); });
+    file.flush();
+    if (result.tooLarge) file.restart();
+    // All of it was there already.
+    const auto range =
+        result.status == 416 ? result.headers.find("content-range") : result.headers.end();
+    if (range != result.headers.end() && request.from > 0) {
+      const auto parsed = parseContentRange(range->second);
+      if (parsed && parsed->total == file.size()) {
+        result.status = 200;
+        return result;
+      }
+    }
+    const bool otherFile = result.error == CURLE_OK && request.from > 0 &&
+                           (result.status == 416 || result.status == 412);
+    if (!refused && !otherFile) break;
+    file.restart();
+  }
+  if (result.error == CURLE_OK && result.status == 206) result.status = 200;
+  return result;
+}
+
+fetch::Result PatientTransport::persist(const std::string& url, const Attempt& attempt) {
+  unsigned int failures = 0;
+  for (;;) {
+    if (transfer_ == nullptr) transfer_ = std::make_unique<fetch::Transfer>(options_);
+    fetch::Result result = attempt(*transfer_);
+    if (!fetch::isTransient(result)) return result;
+    failures = result.bytes > 0 ? 1 : failures + 1;  // where something came it is worth more
+    const double random = std::uniform_real_distribution<>(0, 1)(random_);
+    const auto time = fetch::pauseAfter(failures, result.retryAfter, random, timeLeft());
+    if (!time) return result;
+    QDLOG(ROOT, WRN,
+          "Request " << url << " failed : " << describe(result) << " - again in " << time->count()
+                     << " ms");
+    if (!pause(*time)) return result;
+  }
+}
+
+bool PatientTransport::pause(milliseconds time) {
+  constexpr milliseconds kTick{100};
+  const auto until = Clock::now() + time;
+  while (Clock::now() < until) {
+    if (watcher_ && !watcher_(0)) return false;
+    std::this_thread::sleep_for(kTick);
+  }
+  return true;
+}
+
+bool PatientTransport::watch(std::uint64_t bytes, std::uint64_t expected) noexcept {
+  if (downloads_ && expected > 0) {
+    const std::uint64_t tenth = (resumedAt_ + bytes) * 10 / (resumedAt_ + expected);
+    try {
+      if (tenth > lastTenth_) QDLOG(ROOT, NFY, "Loading " << tenth * 10 << "%");
+    } catch (...) {
+      // A line that can't be logged must not end the transfer.
+    }
+    lastTenth_ = tenth;
+  }
+  return !watcher_ || watcher_(downloads_ ? resumedAt_ + bytes : 0);
+}
+
+std::string PatientTransport::addressOf(const std::string& url) const {
+  return url.starts_with(shownServer_ + "/") ? server_ + url.substr(shownServer_.size()) : url;
+}
+
+milliseconds PatientTransport::timeLeft() const {
+  return std::chrono::duration_cast<milliseconds>(*options_.deadline - Clock::now());
+}
+
+int PatientTransport::judge(const std::string& url, const fetch::Result& result, Headers& headers) {
+  headers = result.headers;
+  if (result.error == CURLE_OK && result.status == 200) return 0;
+  QDLOG(ROOT, ERR, "Request " << url << " failed : " << describe(result));
+  return result.error == CURLE_OK && result.status != 0 ? static_cast<int>(result.status) : -1;
+}

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+
+#include "Updater/config/Settings.h"
+#include "Updater/net/HttpClient.h"
+#include "fetch/Transfer.h"
+
+/// Sends a run's requests as the settings file wants them: by its proxy, with its certificates, no
+/// faster than its rate. What fails for a moment only is asked again until the deadline, which is
+/// for all requests together; a download goes on where it was cut. One thread at a time.
+class PatientTransport : public HttpTransport {
+ public:
+  /// The time begins to run. `server`: the address, perhaps with user and password, which requests
+  /// below `withoutPassword(server)` are then sent with; no record has them.
+  PatientTransport(const FetchSettings& settings, std::string server,
+                   std::chrono::seconds deadline);
+
+  /// As HttpClient's.
+  void setWatcher(HttpClient::Watcher watcher) { watcher_ = std::move(watcher); }
+
+  /// Downloads into this folder, made by openPartialFolder, go on in a later run.
+  void setPartialFolder(std::string folder) { partialFolder_ = std::move(folder); }
+
+  int get(const std::string& url, std::string& body, Headers& headers) override;
+  int head(const std::string& url, Headers& headers) override;
+
+  int download(const std::string& url, int fd, const std::string& path, unsigned long long limit,
+               Headers& headers) override;
+  [[nodiscard]] std::string md5() const override { return md5_; }
+  [[nodiscard]] std::string sha256() const { return sha256_; }
+  void close() override { transfer_.reset(); }
+
+ private:
+  using Attempt = std::function<fetch::Result(fetch::Transfer&)>;
+
+  fetch::Result persist(const std::string& url, const Attempt& attempt);
+  fetch::Result resume(fetch::Transfer& transfer, class PartialFile& file,
+                       const fetch::Request& whole);
+  bool pause(std::chrono::milliseconds time);
+  bool watch(std::uint64_t bytes, std::uint64_t expected) noexcept;
+  [[nodiscard]] std::string addressOf(const std::string& url) const;
+  [[nodiscard]] std::chrono::milliseconds timeLeft() const;
+  static int judge(const std::string& url, const fetch::Result& result, Headers& headers);
+
+  fetch::Options options_;
+  std::string server_;
+  std::string shownServer_;
+  std::string partialFolder_;
+  HttpClient::Watcher watcher_;
+  std::unique_ptr<fetch::Transfer> transfer_;
+  std::minstd_rand random_{std::random_device{}()};
+
+  bool downloads_ = false;
+  std::uint64_t resumedAt_ = 0;
+  std::uint64_t lastTenth_ = 0;
+  std::string md5_;
+  std::string sha256_;
+};
