@@ -131,6 +131,9 @@ def on_terminal(name: str, columns: int, out: str, check=lambda *_: (), args=("r
 
 row = partial(Row, config="server = '{S}'", commands=DATABASE, prepare=installed(),
               program="qd-update", blocks=BLOCKS | blocks("""
+[path] {folder of downloads}/{P}
+[folder of downloads] /var/lib/qd/update.{I}/partial
+[opening] {identified} | NFY tempdir is [{folder of downloads}] | NFY arch  is [{M}]
 [zeros] 00000000000000000000000000000000
 [why] Fail to get HEAD for http://updates.example.com/setup.deb: [404 ]
 [whole] Downloaded 19.5 KiB in TIME | {ended}

@@ -94,7 +94,7 @@ class Row:
     version: str = "7.2.0.1"
     option: str = ""
     args: list[str] | None = None  # in place of option, address and version
-    tls: str = ""  # the server has a certificate for this host, signed by itself: {ca}
+    tls: str = ""  # the server has a certificate for this host, as tls.context takes it: {ca}, {key}
     config: str | None = None  # the content of update.toml, in an /etc of the run's own
     needs: list[str] = field(default_factory=list)  # shell commands that must work here
     user: int = 0
@@ -119,6 +119,7 @@ class Row:
         if self.most and b"__asan_init" not in Path(run.program).read_bytes():
             run.most = self.most
         run.texts = {**self.blocks, "V": self.version, "T": run.temp(), "ca": run.side("cert.pem"),
+                     "key": run.side("key.pem"),
                      "shim": place.programs["shim"], **self.texts}
         for name, body in self.commands.items():
             run.command(name, body)
