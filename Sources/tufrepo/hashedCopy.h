@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tufrepo {
+
+/// What was learnt of a file while it was copied; the digests in lower-case hexadecimal.
+struct CopiedFile {
+  std::uint64_t length = 0;
+  std::string sha256;
+  std::string sha512;
+  std::string md5;
+};
+
+/// Copies what `from` still holds to `to`, read once, the digests on threads of their own. Throws
+/// std::system_error for a failing read or write.
+[[nodiscard]] CopiedFile copyHashed(int from, int to);
+
+}  // namespace tufrepo
