@@ -1,0 +1,48 @@
+#include "qd-repo/ListedRelease.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "Updater/rollout/slot.h"
+#include "tufrepo/Repository.h"
+
+using nlohmann::json;
+
+std::vector<ListedRelease> releasesIn(const tuf::Targets& targets) {
+  std::vector<ListedRelease> releases;
+  for (const auto& [path, file] : targets.files) {
+    if (!file.custom.is_object() || !file.custom.contains("qd")) continue;
+    const auto sha256 = file.hashes.find("sha256");
+    if (sha256 == file.hashes.end()) throw std::runtime_error(path + " is listed without SHA-256");
+    try {
+      releases.push_back(
+          {path, file.length, sha256->second, releaseFromJson(file.custom.at("qd"))});
+    } catch (const std::exception& e) {
+      throw std::runtime_error("The target " + path + " is faulty: " + e.what());
+    }
+  }
+  std::stable_sort(releases.begin(), releases.end(),
+                   [](const ListedRelease& a, const ListedRelease& b) {
+                     return b.release.version < a.release.version;
+                   });
+  return releases;
+}
+
+std::vector<ListedRelease> releasesIn(const tufrepo::Repository& repository) {
+  return releasesIn(tuf::parseTargets(json(repository.targets())));
+}
+
+void setRelease(json& entry, const Release& release) {
+  if (!entry["custom"]["qd"].is_object()) entry["custom"]["qd"] = json::object();
+  entry["custom"]["qd"].update(toJson(release), true);
+}
+
+std::string folderOf(const Release& release) {
+  return std::string("linux/") + utils::agentArchToString(release.arch);
+}
+
+bool isFullyOut(const Release& release, UnixTime now) {
+  const auto stable = release.channels.find("stable");
+  return !release.halted && stable != release.channels.end() && shareAt(stable->second, now) >= 1;
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <ctime>
+#include <string>
+
+struct ListedRelease;
+namespace tufrepo {
+class Repository;
+}
+
+/// Writes what stands beside the metadata: index.html and, last, the definition file.
+void writePlainFiles(tufrepo::Repository& repository, std::time_t now);
+
+/// Puts a package where programs without signed metadata find it: a hard link at its plain path,
+/// with a version and a digest file.
+void placePlain(const std::string& repository, const ListedRelease& listed, const std::string& md5);

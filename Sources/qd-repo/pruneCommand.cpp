@@ -1,0 +1,156 @@
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+#include <tuple>
+
+#include "qd-repo/ListedRelease.h"
+#include "qd-repo/commands.h"
+#include "qd-repo/plainFiles.h"
+#include "qd-repo/workplace.h"
+#include "tufrepo/Repository.h"
+#include "tufrepo/TargetStore.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+constexpr std::uint64_t kMaxFile = std::uint64_t{64} << 20;
+
+/// The paths of the releases that stay: of every channel and platform the highest ones that are not
+/// halted, what is halted among them, and what machines without signed metadata get.
+std::set<std::string> pathsToKeep(const std::vector<ListedRelease>& releases, unsigned keep,
+                                  UnixTime now) {
+  std::set<std::string> kept;
+  std::map<std::tuple<std::string, int, int, int>, unsigned> counts;
+  for (const auto& [path, length, sha256, release] : releases) {  // highest first
+    for (const auto& [channel, ramp] : release.channels) {
+      unsigned& count = counts[{channel, release.os, release.arch, release.kind}];
+      if (count < keep) kept.insert(path);
+      if (!release.halted) ++count;
+    }
+    if (!isFullyOut(release, now)) continue;
+    unsigned& offered = counts[{"", release.os, release.arch, release.kind}];
+    if (offered++ == 0) kept.insert(path);
+  }
+  return kept;
+}
+
+/// What a client that read the repository within the time of grace may still ask for.
+struct Wanted {
+  std::set<std::string> metadata;  ///< file names
+  std::set<std::string> stored;    ///< below the folder of targets
+  std::set<std::string> plain;     ///< below the repository
+};
+
+std::string fileOf(tuf::Version version, const std::string& role) {
+  return std::to_string(version) + "." + role + ".json";
+}
+
+/// The versions that are current, or were so after `since`.
+std::vector<tuf::Version> recent(const tufrepo::Repository& repository, const std::string& role,
+                                 std::time_t since) {
+  std::vector<tuf::Version> versions;
+  std::time_t replaced = 0;  // the version that is looked at; 0: it is the newest
+  const std::vector<tuf::Version> all = repository.versionsOf(role);
+  for (auto version = all.rbegin(); version != all.rend(); ++version) {
+    if (replaced == 0 || replaced > since) versions.push_back(*version);
+    struct stat info {};
+    const std::string path = repository.folder() + "/metadata/" + fileOf(*version, role);
+    replaced = ::stat(path.c_str(), &info) == 0 ? info.st_mtime : since;
+  }
+  return versions;
+}
+
+void addTargetsOf(const std::string& file, Wanted& wanted) {
+  tuf::Envelope envelope(file);
+  const tuf::Targets targets = tuf::parseTargets(std::move(envelope.content));
+  if (!targets.delegations.empty() || targets.succinct) {
+    throw std::runtime_error(
+        "The targets delegate to other roles, whose files prune does not "
+        "know: prune by hand");
+  }
+  for (const auto& [path, target] : targets.files) {
+    wanted.plain.insert({path, path + ".version", path + ".md5"});
+    for (const auto& [algorithm, hash] : target.hashes) {
+      wanted.stored.insert(tufrepo::storedName(path, hash));
+    }
+  }
+}
+
+Wanted wantedOf(tufrepo::Repository& repository, std::time_t since) {
+  Wanted wanted;
+  for (const tuf::Version version : recent(repository, "snapshot", since)) {
+    wanted.metadata.insert(fileOf(version, "snapshot"));
+  }
+  for (const tuf::Version version : recent(repository, "targets", since)) {
+    const std::string name = fileOf(version, "targets");
+    wanted.metadata.insert(name);
+    addTargetsOf(repository.metadata().read(name, kMaxFile).value_or(""), wanted);
+  }
+  return wanted;
+}
+
+/// Removes the files below a folder that are not wanted. Returns the bytes that were freed.
+std::uintmax_t sweep(const fs::path& folder, const fs::path& top,
+                     const std::set<std::string>& wanted) {
+  std::vector<fs::path> unwanted;
+  std::error_code failure;
+  for (const auto& entry : fs::recursive_directory_iterator(folder, failure)) {
+    const std::string name = entry.path().lexically_relative(top).generic_string();
+    if (entry.is_regular_file() && !wanted.contains(name)) unwanted.push_back(entry.path());
+  }
+  std::uintmax_t freed = 0;
+  for (const fs::path& path : unwanted) {
+    freed += fs::hard_link_count(path) == 1 ? fs::file_size(path) : 0;
+    fs::remove(path);
+  }
+  return freed;
+}
+
+/// The roots stay: a client of any age follows them one by one.
+void sweepMetadata(tufrepo::Repository& repository, const Wanted& wanted) {
+  for (const char* const role : {"snapshot", "targets"}) {
+    for (const tuf::Version version : repository.versionsOf(role)) {
+      const std::string name = fileOf(version, role);
+      if (!wanted.metadata.contains(name)) repository.metadata().remove(name);
+    }
+  }
+}
+
+}  // namespace
+
+int pruneRepository(const RepoOptions& options) {
+  tufrepo::KeyRing keys = keysOf(options);
+  tufrepo::Repository repository(options.repository);
+  const std::time_t now = present();
+  const auto releases = releasesIn(repository);
+  const std::set<std::string> kept =
+      pathsToKeep(releases, options.keep, UnixTime(std::chrono::seconds(now)));
+  nlohmann::json entries = repository.targets().at("targets");
+  std::size_t dropped = 0;
+  for (const ListedRelease& listed : releases) {
+    if (kept.contains(listed.path)) continue;
+    entries.erase(listed.path);
+    std::cout << "Dropped " << listed.path << '\n';
+    ++dropped;
+  }
+  (void)wantedOf(repository, now);   // a repository that is not to be pruned is found before
+  writePlainFiles(repository, now);  // what it offers stays
+  if (dropped != 0) {
+    repository.setEntries(std::move(entries));
+    repository.renew(keys, {.targets = true, .snapshot = true}, now);
+  }
+  writePlainFiles(repository, now);
+  const Wanted wanted = wantedOf(repository, now - options.grace.count());
+  const fs::path top = options.repository;
+  const std::uintmax_t freed = sweep(top / "linux", top, wanted.plain) +
+                               sweep(top / "targets", top / "targets", wanted.stored);
+  sweepMetadata(repository, wanted);
+  std::cout << "Freed " << freed << " bytes\n";
+  warnOfExpiry(repository, now);
+  return 0;
+}

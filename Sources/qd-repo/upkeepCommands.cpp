@@ -1,0 +1,62 @@
+#include <algorithm>
+#include <iostream>
+#include <map>
+
+#include "qd-repo/ListedRelease.h"
+#include "qd-repo/commands.h"
+#include "qd-repo/plainFiles.h"
+#include "qd-repo/workplace.h"
+#include "tufrepo/Repository.h"
+
+namespace {
+
+/// What runs from cron signs without a passphrase; the other keys may have one.
+bool signsFromCron(const std::string& role) { return role == "snapshot" || role == "timestamp"; }
+
+std::map<std::string, tufrepo::FirstRole> firstRoles(const RepoOptions& options,
+                                                     const std::string& passphrase,
+                                                     const tufrepo::AskPassphrase& ask) {
+  std::map<std::string, tufrepo::FirstRole> roles;
+  for (const std::string& role : tufrepo::topRoles()) {
+    const unsigned threshold = role == "root" ? options.threshold.value_or(1) : 1;
+    const unsigned count = role == "root" ? std::max(threshold, options.rootKeys) : 1;
+    roles[role] = {tufrepo::makeKeys(options.keys, role, count, options.ecdsa,
+                                     signsFromCron(role) ? "" : passphrase, ask),
+                   threshold};
+  }
+  return roles;
+}
+
+}  // namespace
+
+int initRepository(const RepoOptions& options) {
+  (void)keysOf(options);  // refuses a folder of keys in the repository
+  const std::time_t now = present();
+  tufrepo::Lives lives = tufrepo::defaultLives();
+  for (const auto& [role, life] : options.lives) lives[role] = life;
+  const bool encrypted = options.encrypt || options.passphraseFd >= 0;
+  const std::string passphrase = encrypted ? newPassphrase(options) : std::string();
+  const tufrepo::AskPassphrase ask = [&](const std::string& file) {
+    return encrypted ? passphrase : passphraseSource(options)(file);
+  };
+  const auto roles = firstRoles(options, passphrase, ask);
+  tufrepo::KeyRing keys(ask);
+  keys.addFolder(options.keys);
+  tufrepo::Repository::create(options.repository, tufrepo::firstRoot(roles, lives), keys, now);
+  tufrepo::Repository repository(options.repository);
+  writePlainFiles(repository, now);
+  std::cout << "Made the repository " << options.repository << "; its keys are in " << options.keys
+            << "\nMachines are to trust " << options.repository << "/metadata/1.root.json\n";
+  return 0;
+}
+
+int refreshRepository(const RepoOptions& options) {
+  tufrepo::KeyRing keys = keysOf(options);
+  tufrepo::Repository repository(options.repository);
+  const std::time_t now = present();
+  repository.renew(keys, {.targets = options.targets, .snapshot = repository.snapshotIsOld(now)},
+                   now);
+  writePlainFiles(repository, now);
+  warnOfExpiry(repository, now);
+  return 0;
+}
