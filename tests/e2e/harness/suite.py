@@ -29,6 +29,7 @@ PROGRAMS = {
     "macos": f"{TOP}/build/macos/update",
     "synology": f"{TOP}/build/synology/update",
     "qd-update": f"{TOP}/build/default/qd-update",
+    "qd-repo": f"{TOP}/build/default/qd-repo",
     "qd-tuf": f"{TOP}/build/default/qd-tuf",
     "shim": f"{TOP}/build/default/tests/e2e/libqd_fault_shim.so",
 }
