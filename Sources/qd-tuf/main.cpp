@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "base/ground/target.h"
-#include "qd-tuf/CurlFetcher.h"
+#include "tufnet/CurlFetcher.h"
 #include "qd-tuf/download.h"
 #include "tuf/Client.h"
 #include "tuf/Error.h"

@@ -19,6 +19,8 @@ int carryOut(const Options& options) {
       return checkForUpdate(job);
     case Options::Command::Status:
       return showStatus(job);
+    case Options::Command::Trust:
+      return trustRoot(job);
     case Options::Command::History:
       break;
   }

@@ -72,6 +72,12 @@ OptionsRead readOptions(int argc, const char* const* argv, std::time_t now) {
   history->add_option("-n", options.count, "at most so many runs")->capture_default_str();
   history->add_option("--since", since, "runs since then: 7d, 2026-11-24, \"2026-11-24 02:14\"");
 
+  CLI::App* const trust =
+      addCommand(app, options, Trust, "trust", "trust a root of signed releases");
+  trust->add_option("ROOT", options.root, "the publisher's root, a JSON file")->required();
+  trust->add_flag("--replace", options.replace, "forget what is trusted now");
+  trust->add_flag("--yes", options.yes, "do not ask");
+
   try {
     app.parse(argc, argv);
     if (!since.empty()) {

@@ -6,12 +6,15 @@
 
 /// What qd-update was asked to do.
 struct Options {
-  enum class Command { Run, Check, Status, History } command = Command::Run;
+  enum class Command { Run, Check, Status, History, Trust } command = Command::Run;
   std::optional<std::string> installed;  ///< the installed version, in place of the database's
   bool json = false;
   bool quiet = false;
   bool verbose = false;
   std::size_t count = 20;  ///< lines of the history
+  std::string root;        ///< the file of a root to trust
+  bool replace = false;    ///< whatever is trusted now
+  bool yes = false;        ///< without a question
   std::time_t since = 0;   ///< runs that started then or later
 };
 

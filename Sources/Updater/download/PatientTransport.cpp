@@ -17,7 +17,14 @@ namespace {
 constexpr long kReceiveBuffer = 512L * 1024;
 constexpr std::uint64_t kSmallestBuffer = std::uint64_t{16} * 1024;
 
-fetch::Options optionsOf(const FetchSettings& settings, std::chrono::seconds deadline) {
+std::string describe(const fetch::Result& result) {
+  if (result.error == CURLE_OK) return "[" + std::to_string(result.status) + "]";
+  return "[" + std::to_string(static_cast<int>(result.error)) + "] -> " + result.message;
+}
+
+}  // namespace
+
+fetch::Options fetchOptionsOf(const FetchSettings& settings, std::chrono::seconds deadline) {
   fetch::Options options;
   options.deadline = Clock::now() + deadline;
   options.maxRedirects = 50;
@@ -37,16 +44,9 @@ fetch::Options optionsOf(const FetchSettings& settings, std::chrono::seconds dea
   return options;
 }
 
-std::string describe(const fetch::Result& result) {
-  if (result.error == CURLE_OK) return "[" + std::to_string(result.status) + "]";
-  return "[" + std::to_string(static_cast<int>(result.error)) + "] -> " + result.message;
-}
-
-}  // namespace
-
 PatientTransport::PatientTransport(const FetchSettings& settings, std::string server,
                                    std::chrono::seconds deadline)
-    : options_(optionsOf(settings, deadline)),
+    : options_(fetchOptionsOf(settings, deadline)),
       server_(std::move(server)),
       shownServer_(withoutPassword(server_)) {
   options_.watcher = [this](std::uint64_t bytes, std::uint64_t expected) {

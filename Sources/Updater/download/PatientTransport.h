@@ -10,6 +10,9 @@
 #include "Updater/net/HttpClient.h"
 #include "fetch/Transfer.h"
 
+/// What the settings say of every request, all of which must have ended `deadline` from now on.
+fetch::Options fetchOptionsOf(const FetchSettings& settings, std::chrono::seconds deadline);
+
 /// Sends a run's requests as the settings file wants them: by its proxy, with its certificates, no
 /// faster than its rate. What fails for a moment only is asked again until the deadline, which is
 /// for all requests together; a download goes on where it was cut. One thread at a time.
@@ -32,7 +35,7 @@ class PatientTransport : public HttpTransport {
   int download(const std::string& url, int fd, const std::string& path, unsigned long long limit,
                Headers& headers) override;
   [[nodiscard]] std::string md5() const override { return md5_; }
-  [[nodiscard]] std::string sha256() const { return sha256_; }
+  [[nodiscard]] std::string sha256() const override { return sha256_; }
   void close() override { transfer_.reset(); }
 
  private:

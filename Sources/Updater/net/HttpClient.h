@@ -20,8 +20,9 @@ class HttpTransport {
   /// Into the open file `fd`, which lies at `path`; more than `limit` bytes are a failure.
   virtual int download(const std::string& url, int fd, const std::string& path,
                        unsigned long long limit, Headers& headers) = 0;
-  /// The digest of what was downloaded last, computed as it came.
+  /// The digests of what was downloaded last, computed as it came.
   [[nodiscard]] virtual std::string md5() const = 0;
+  [[nodiscard]] virtual std::string sha256() const = 0;
   /// Closes the connections.
   virtual void close() = 0;
 };
@@ -66,8 +67,11 @@ class HttpClient {
   /// From now on `other`, which stays the caller's, sends the requests; null: this object does.
   void setTransport(HttpTransport* other) { transport = other; }
 
-  /// The MD5 digest of the latest download by another's hand; empty: it is not known here.
+  /// The digests of the latest download by another's hand; empty: they are not known here.
   [[nodiscard]] std::string md5OfDownload() const { return transport ? transport->md5() : ""; }
+  [[nodiscard]] std::string sha256OfDownload() const {
+    return transport ? transport->sha256() : "";
+  }
 
   /// GET into memory. `headers` receives the response's headers, name as sent, both sides trimmed;
   /// the last value of a name wins, across redirects too.

@@ -19,6 +19,8 @@ RunPlaces RunPlaces::ofInstance(const std::string& instance) {
           .stateFolder = stateFolderOf(instance)};
 }
 
+std::string trustFolderOf(const RunPlaces& places) { return places.stateFolder + "/tuf"; }
+
 ConfiguredRun::ConfiguredRun(SettingsRead read, RunPlaces places)
     : read_(std::move(read)),
       settings_(read_.settings.value_or(Settings())),
@@ -80,6 +82,8 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   run.settings = &settings_;
   run.output = &output;
   run.hooks = hooks;
+  run.trustFolder = trustFolderOf(places_);
+  run.dropInFolder = places_.dropInFolder;
   const UpdateResult result = update(updater, request, run);
   if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
   // Records are for all to read.
@@ -99,6 +103,7 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
                   updater.lockFilePath;
     return UpdateResult::Locked;
   }
+  run.server = request.server;
   const auto requests = transport(request, run);
   updater.httpClient.setTransport(requests.get());
   // dpkg's own defaults, which the variable replaces, and what the administrator wants.
@@ -158,9 +163,7 @@ std::vector<std::string> obstaclesNow(const Settings& /*settings*/, const RunPla
 
 std::string unsupportedSetting(const Settings& settings) {
   const char* name = nullptr;
-  if (settings.trust) name = "[trust]";
   if (settings.health) name = "[health]";
-  if (settings.rollout) name = "[rollout]";
   if (name == nullptr) return {};
   return std::string("this version cannot follow ") + name + " yet: remove it, or update qd-update";
 }

@@ -20,6 +20,9 @@ struct RunPlaces {
   static RunPlaces ofInstance(const std::string& instance);
 };
 
+/// Where runs keep the metadata that they trust.
+std::string trustFolderOf(const RunPlaces& places);
+
 /// What is asked of one run.
 struct RunRequest {
   std::string server;     ///< without a slash at its end

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <chrono>
+#include <ctime>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,6 +16,7 @@
 #include "Updater/setup/utilsSetup.h"
 #include "Updater/terms/UpdateResult.h"
 #include "Updater/terms/Version.h"
+#include "Updater/trust/SignedReleases.h"
 
 /// What the steps of one update hand on to each other.
 struct UpdateRun {
@@ -42,6 +46,16 @@ struct UpdateRun {
   std::string cause;                  ///< in place of the status's own, where that has several
   std::string refusal;                ///< what the package manager said when it failed
   bool updated = false;
+  std::time_t deferredUntil = 0;  ///< 0: not known, or not deferred
+  std::string server;        ///< with user and password, if it has them; empty: as the run was told
+  std::string trustFolder;   ///< of the trusted metadata
+  std::string dropInFolder;  ///< of the administrator's marks
+  std::unique_ptr<SignedReleases> repository;
+  const SignedRelease* release = nullptr;           ///< chosen from it; null without [trust]
+  std::chrono::steady_clock::time_point refreshed;  ///< when the repository was asked
+
+  /// Whether only what signed metadata names is installed.
+  [[nodiscard]] bool isSigned() const { return settings != nullptr && settings->trust; }
 
   /// Brings the record up to date.
   void fillRecord() const noexcept;

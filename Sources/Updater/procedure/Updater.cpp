@@ -96,8 +96,10 @@ UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
       {Phase::Check, &Updater::parseInstalledVersion},
       {Phase::Check, &Updater::findTempDir},
       {Phase::Check, &Updater::identifyArchitecture},
+      {Phase::Check, &Updater::chooseRelease},
       {Phase::Check, &Updater::chooseParameters},
       {Phase::Check, &Updater::compareVersions},
+      {Phase::Check, &Updater::checkGates},
       {Phase::Check, &Updater::checkAgentUnit},
       {Phase::Check, &Updater::checkHold},
       {Phase::Fetch, &Updater::fetchDigest},
@@ -110,6 +112,7 @@ UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
       {Phase::Prepare, &Updater::rehearse},
       {Phase::Prepare, &Updater::runBeforeHooks},
       {Phase::Prepare, &Updater::lockPackageManager},
+      {Phase::Prepare, &Updater::checkGatesAgain},
       {Phase::Stop, &Updater::replaceAgent},
   };
   serverUrl = url;
@@ -121,9 +124,10 @@ UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
 
 UpdateResult Updater::checkOnly(const std::string& url, UpdateRun& run) try {
   static constexpr Step kSteps[] = {
-      {Phase::Check, &Updater::identifySystem},   {Phase::Check, &Updater::parseInstalledVersion},
-      {Phase::Check, &Updater::findTempDir},      {Phase::Check, &Updater::identifyArchitecture},
-      {Phase::Check, &Updater::chooseParameters}, {Phase::Check, &Updater::compareVersions},
+      {Phase::Check, &Updater::identifySystem},  {Phase::Check, &Updater::parseInstalledVersion},
+      {Phase::Check, &Updater::findTempDir},     {Phase::Check, &Updater::identifyArchitecture},
+      {Phase::Check, &Updater::chooseRelease},   {Phase::Check, &Updater::chooseParameters},
+      {Phase::Check, &Updater::compareVersions}, {Phase::Check, &Updater::checkGates},
   };
   serverUrl = url;
   const UpdateResult result = take(kSteps, run);
@@ -212,9 +216,15 @@ Updater::Stop Updater::identifyArchitecture(UpdateRun& run) {
 }
 
 Updater::Stop Updater::chooseParameters(UpdateRun& run) {
+  if (run.isSigned()) return std::nullopt;
   utils::SetuParameter& setup = run.setup;
   setup = getAgentSetup();
   if (run.emulated) setup.installCmd = "arch -arch arm64 " + setup.installCmd;
+  logParameters(setup);
+  return std::nullopt;
+}
+
+void Updater::logParameters(const utils::SetuParameter& setup) {
   QDLOG(ROOT, NFY, "version url = " << setup.versionUrl);
   QDLOG(ROOT, NFY, "setup url   = " << setup.setupUrl);
   QDLOG(ROOT, NFY, "setup path  = " << setup.setupPath);
@@ -222,10 +232,10 @@ Updater::Stop Updater::chooseParameters(UpdateRun& run) {
   QDLOG(ROOT, NFY, "star cmd    = " << setup.startCmd);
   QDLOG(ROOT, NFY, "stop cmd    = " << setup.stopCmd);
   QDLOG(ROOT, NFY, "install cmd = " << setup.installCmd);
-  return std::nullopt;
 }
 
 Updater::Stop Updater::compareVersions(UpdateRun& run) {
+  if (run.isSigned()) return std::nullopt;
   std::string text = run.setup.versionContent;
   if (os != utils::OsMacOSX || text.empty()) {
     if (const int r = httpClient.get(run.setup.versionUrl, text, run.headers); r != 0) {
@@ -254,6 +264,7 @@ Updater::Stop Updater::checkAgentUnit(UpdateRun& /*run*/) {
 }
 
 Updater::Stop Updater::fetchDigest(UpdateRun& run) {
+  if (run.isSigned()) return std::nullopt;
   std::string body;
   if (const int r = httpClient.get(run.setup.hashUrl, body, run.headers); r != 0) {
     QDLOG(ROOT, ERR, "No file signature available (skip verification): [" << r << "]");
@@ -269,6 +280,7 @@ Updater::Stop Updater::fetchDigest(UpdateRun& run) {
 }
 
 Updater::Stop Updater::querySize(UpdateRun& run) {
+  if (run.isSigned()) return std::nullopt;
   if (os == utils::OsMacOSX && run.setup.setupSize != 0) {
     run.expectedSize = run.setup.setupSize;
   } else {
@@ -288,8 +300,9 @@ Updater::Stop Updater::querySize(UpdateRun& run) {
 
 Updater::Stop Updater::obtainPackage(UpdateRun& run) {
   for (;;) {
-    if (const Stop stop = downloadVerified(run)) return stop;
+    if (const Stop stop = run.isSigned() ? downloadSigned(run) : downloadVerified(run)) return stop;
     httpClient.cleanup();  // the commands that follow must not inherit its sockets
+    if (run.repository != nullptr) run.repository->disconnect();
     if (run.package.isUntouched()) {
       if (!usesDiskImage()) return std::nullopt;
       if (const Stop stop = attachImage(run)) return stop;

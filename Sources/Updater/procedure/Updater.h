@@ -7,6 +7,7 @@
 #include "Updater/net/HttpClient.h"
 #include "Updater/outcome/StateFolder.h"
 #include "Updater/procedure/UpdateRun.h"
+#include "Updater/rollout/decision.h"
 #include "Updater/setup/utilsSetup.h"
 #include "Updater/terms/UpdateResult.h"
 #include "Updater/terms/utilsPlatform.h"
@@ -107,8 +108,10 @@ class Updater {
   Stop parseInstalledVersion(UpdateRun& run);
   Stop findTempDir(UpdateRun& run);
   Stop identifyArchitecture(UpdateRun& run);
+  Stop chooseRelease(UpdateRun& run);
   Stop chooseParameters(UpdateRun& run);
   Stop compareVersions(UpdateRun& run);
+  Stop checkGates(UpdateRun& run);
   Stop checkAgentUnit(UpdateRun& run);
   Stop fetchDigest(UpdateRun& run);
   Stop querySize(UpdateRun& run);
@@ -124,6 +127,7 @@ class Updater {
   Stop installLibraries(UpdateRun& run);
   Stop rehearse(UpdateRun& run);
   Stop lockPackageManager(UpdateRun& run);
+  Stop checkGatesAgain(UpdateRun& run);
 
   Stop replaceAgent(UpdateRun& run);
 
@@ -141,8 +145,18 @@ class Updater {
   Stop checkRoom(UpdateRun& run, const std::string& path, unsigned long long bytes) const;
   Stop checkUntouched(UpdateRun& run) const;
 
+  // Parts of chooseRelease and checkGates.
+  RolloutDecision decide(const UpdateRun& run) const;
+  RolloutDecision decide(const UpdateRun& run, const std::vector<const Release*>& releases) const;
+  static Stop refreshRelease(UpdateRun& run);
+  Stop holdBack(UpdateRun& run, const RolloutDecision& decision) const;
+  void fillFromRelease(UpdateRun& run);
+  static void logParameters(const utils::SetuParameter& setup);
+
   // Parts of obtainPackage. downloadOnce returns Done, TransferFailed, WrongSize or WrongDigest.
   Stop downloadVerified(UpdateRun& run);
+  Stop downloadSigned(UpdateRun& run);
+  UpdateResult downloadSignedFrom(const std::string& address, UpdateRun& run);
   UpdateResult downloadOnce(UpdateRun& run);
   UpdateResult verifyDigest(UpdateRun& run);
   UpdateResult rejectPackage(UpdateRun& run, const std::string& computed);

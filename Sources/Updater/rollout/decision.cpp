@@ -89,12 +89,12 @@ const char* gateToString(Gate gate) {
   return "";
 }
 
-RolloutDecision decideRollout(const std::vector<Release>& releases, const RolloutMachine& machine,
-                              const RolloutSettings& settings,
+RolloutDecision decideRollout(const std::vector<const Release*>& releases,
+                              const RolloutMachine& machine, const RolloutSettings& settings,
                               const std::vector<std::string>& inhibitions, UnixTime now) {
   std::vector<const Release*> fitting;
-  for (const Release& release : releases) {
-    if (fits(release, machine)) fitting.push_back(&release);
+  for (const Release* const release : releases) {
+    if (fits(*release, machine)) fitting.push_back(release);
   }
   std::ranges::sort(fitting,
                     [](const Release* a, const Release* b) { return b->version < a->version; });

@@ -36,8 +36,8 @@ struct RolloutDecision {
 /// their names, and the windows). Where no release passes, the decision names the highest one that
 /// fits, and what holds it back. An installed version below a release's `minFrom` gets the highest
 /// release that takes it. Makes no system calls but for the local time zone.
-RolloutDecision decideRollout(const std::vector<Release>& releases, const RolloutMachine& machine,
-                              const RolloutSettings& settings,
+RolloutDecision decideRollout(const std::vector<const Release*>& releases,
+                              const RolloutMachine& machine, const RolloutSettings& settings,
                               const std::vector<std::string>& inhibitions, UnixTime now);
 
 /// The machine's own gates alone, for servers without signed metadata: pin, inhibitions, windows.

@@ -73,6 +73,8 @@ TEST(Rollout, ChoosesTheHighestVersionThatTheGatesLetThrough) {
     qd.update({{"os", 3}, {"arch", 1}, {"kind", "deb"}, {"unknown", 1}});
     releases.push_back(releaseFromJson(toJson(releaseFromJson(qd))));
   }
+  std::vector<const Release*> all;
+  for (const Release& release : releases) all.push_back(&release);
   const double slot = slotOf(kMachine, Version("7.3.0.0"));
   const UnixTime turn =
       at("2026-03-10T00:00:00Z") + 1s + std::chrono::seconds(static_cast<long>(slot * 36000));
@@ -114,7 +116,7 @@ TEST(Rollout, ChoosesTheHighestVersionThatTheGatesLetThrough) {
     settings.minAge = parseDuration(test.ages).value();
     const std::vector<std::string> inhibitions(*test.inhibition != '\0' ? 1 : 0, test.inhibition);
     const RolloutDecision decision =
-        decideRollout(releases, machine, settings, inhibitions, at(test.now));
+        decideRollout(all, machine, settings, inhibitions, at(test.now));
     EXPECT_EQ(decision.release != nullptr ? versionText(decision.release->version) : "",
               test.release);
     EXPECT_EQ(decision.gate, test.gate) << decision.why;

@@ -1,4 +1,4 @@
-#include "qd-tuf/CurlFetcher.h"
+#include "tufnet/CurlFetcher.h"
 
 #include "tuf/Error.h"
 

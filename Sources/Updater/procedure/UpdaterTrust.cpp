@@ -1,0 +1,223 @@
+// How a run with a settings file learns what it may install: signed releases, and the gates of the
+// roll-out.
+
+#include <boost/filesystem/path.hpp>
+#include <ctime>
+
+#include "Updater/config/SettingsFile.h"
+#include "Updater/download/PatientTransport.h"
+#include "Updater/procedure/Updater.h"
+#include "Updater/trust/SignedReleases.h"
+#include "logging/QDLog.h"
+#include "osal/osal_identity.h"
+
+namespace {
+
+UnixTime timeNow() { return UnixTime(std::chrono::seconds(std::time(nullptr))); }
+
+/// 32 lower-case digits; all of them 0 where the machine has no id.
+std::string machineId() {
+  char id[33] = {};
+  if (osal_getHostUID(id, sizeof id) != 0) return std::string(32, '0');
+  std::string text(id);
+  for (char& digit : text) digit = static_cast<char>(std::tolower(digit));
+  return text;
+}
+
+std::vector<std::string> inhibitionsIn(const std::string& dropInFolder) {
+  std::vector<std::string> names;
+  for (const std::string& path : listDropIns(dropInFolder + "/inhibit", false).files) {
+    names.push_back(boost::filesystem::path(path).filename().string());
+  }
+  return names;
+}
+
+UpdateResult resultOf(TrustFailure::Kind kind) {
+  switch (kind) {
+    case TrustFailure::Kind::Network:
+      return UpdateResult::TransferFailed;
+    case TrustFailure::Kind::Storage:
+      return UpdateResult::Exception;
+    default:
+      return UpdateResult::NotTrusted;
+  }
+}
+
+}  // namespace
+
+Updater::Stop Updater::chooseRelease(UpdateRun& run) {
+  if (!run.isSigned()) return std::nullopt;
+  std::vector<std::string> servers{run.server.empty() ? serverUrl : run.server};
+  servers.insert(servers.end(), run.settings->mirrors.begin(), run.settings->mirrors.end());
+  const FetchSettings& fetch = run.settings->fetch;
+  run.repository = std::make_unique<SignedReleases>(run.trustFolder, servers,
+                                                    fetchOptionsOf(fetch, fetch.deadline));
+  run.message = run.repository->establishRoot(run.settings->trust->root);
+  if (!run.message.empty()) {
+    QDLOG(ROOT, ERR, "Configuration : " << run.message);
+    return UpdateResult::ConfigurationFaulty;
+  }
+  run.refreshed = std::chrono::steady_clock::now();
+  if (const TrustFailure failure = run.repository->refresh()) {
+    run.message = failure.text;
+    QDLOG(ROOT, ERR, "No trusted releases : " << failure.text);
+    return resultOf(failure.kind);
+  }
+  const RolloutDecision decision = decide(run);
+  if (decision.release == nullptr) {
+    QDLOG(ROOT, NFY, "Current version is up to date. Nothing to do");
+    return UpdateResult::Done;
+  }
+  run.available = decision.release->version;
+  QDLOG(ROOT, NFY, "Available version is " << QDStreamLoggerAdapter(&run.available));
+  if (decision.gate != Gate::None) return holdBack(run, decision);
+  for (const SignedRelease& release : run.repository->releases()) {
+    if (&release.release == decision.release) run.release = &release;
+  }
+  fillFromRelease(run);
+  if (!run.setup.setupName.empty() && !run.release->sha256().empty()) return std::nullopt;
+  run.message =
+      "the release's target " + run.release->file.path + " has no plain file name, or no sha256";
+  return UpdateResult::NotTrusted;
+}
+
+RolloutDecision Updater::decide(const UpdateRun& run) const {
+  std::vector<const Release*> releases;
+  for (const SignedRelease& release : run.repository->releases()) {
+    releases.push_back(&release.release);
+  }
+  return decide(run, releases);
+}
+
+RolloutDecision Updater::decide(const UpdateRun& run,
+                                const std::vector<const Release*>& releases) const {
+  const RolloutSettings settings = run.settings->rollout.value_or(RolloutSettings());
+  const std::vector<std::string> inhibitions = inhibitionsIn(run.dropInFolder);
+  const RolloutMachine machine{.os = os,
+                               .arch = arch,
+                               .kind = distrib,
+                               .installed = run.installed,
+                               .id = machineId(),
+                               .channel = run.settings->trust->channel};
+  return decideRollout(releases, machine, settings, inhibitions, timeNow());
+}
+
+Updater::Stop Updater::holdBack(UpdateRun& run, const RolloutDecision& decision) const {
+  run.message = decision.why;
+  if (run.recorder != nullptr && decision.until) {
+    run.recorder->record().deferredUntil = decision.until->time_since_epoch().count();
+  }
+  run.deferredUntil = decision.until ? decision.until->time_since_epoch().count() : 0;
+  QDLOG(ROOT, NFY, "Deferred : " << decision.why);
+  return UpdateResult::HeldBack;
+}
+
+/// For a server without signed releases the machine's own gates alone.
+Updater::Stop Updater::checkGates(UpdateRun& run) {
+  if (run.settings == nullptr || run.isSigned()) return std::nullopt;
+  Release release;
+  release.version = run.available;
+  const RolloutDecision decision =
+      decideRollout(release, run.settings->rollout.value_or(RolloutSettings()),
+                    inhibitionsIn(run.dropInFolder), timeNow());
+  return decision.gate == Gate::None ? std::nullopt : holdBack(run, decision);
+}
+
+/// A window may have closed, or the release been halted, while the package manager was waited for.
+Updater::Stop Updater::checkGatesAgain(UpdateRun& run) {
+  constexpr std::chrono::minutes kFresh{1};
+  if (!run.isSigned()) return checkGates(run);
+  if (std::chrono::steady_clock::now() - run.refreshed > kFresh) {
+    if (const Stop stop = refreshRelease(run)) return stop;
+  }
+  const RolloutDecision decision = decide(run, {&run.release->release});
+  return decision.gate == Gate::None ? std::nullopt : holdBack(run, decision);
+}
+
+/// Looks up anew what the repository says of the chosen release. Where nobody answers, what it said
+/// before holds.
+Updater::Stop Updater::refreshRelease(UpdateRun& run) {
+  const SignedRelease chosen = *run.release;
+  const TrustFailure failure = run.repository->refresh();
+  if (failure.kind == TrustFailure::Kind::Network) return std::nullopt;
+  run.message = failure.text;
+  if (failure) return resultOf(failure.kind);
+  run.repository->disconnect();
+  run.release = nullptr;
+  for (const SignedRelease& release : run.repository->releases()) {
+    if (release.file.path == chosen.file.path && release.sha256() == chosen.sha256()) {
+      run.release = &release;
+    }
+  }
+  if (run.release != nullptr) return std::nullopt;
+  run.message = "the release was withdrawn while the package manager was waited for";
+  return UpdateResult::HeldBack;
+}
+
+void Updater::fillFromRelease(UpdateRun& run) {
+  utils::SetuParameter& setup = run.setup;
+  const SignedRelease& release = *run.release;
+  distrib = release.release.kind;
+  setup.setupName = release.fileName();
+  setup.setupUrl = serverUrl + "/targets/" + release.file.path;
+  setup.setupPath = utils::joinPath(tempDir, setup.setupName);
+  setup.pkgName = utils::withoutExtension(setup.setupName);
+  setup.setupSize = release.file.length;
+  run.expectedSize = release.file.length;
+  switch (os) {
+    case utils::OsWindows:
+      fillInstallSetupParamForWindows(setup);
+      break;
+    case utils::OsMacOSX:
+      fillInstallSetupParamForMacOSX(setup);
+      break;
+    case utils::OsLinux:
+      fillInstallSetupParamForLinux(setup);
+      break;
+    case utils::OsUnknown:
+      break;
+  }
+  if (run.emulated) setup.installCmd = "arch -arch arm64 " + setup.installCmd;
+  logParameters(setup);
+}
+
+/// From the first server that has the signed file.
+Updater::Stop Updater::downloadSigned(UpdateRun& run) {
+  UpdateResult failure = UpdateResult::TransferFailed;
+  for (const std::string& address : run.repository->addressesOf(*run.release)) {
+    const UpdateResult result = downloadSignedFrom(withoutPassword(address), run);
+    if (result == UpdateResult::Done) return std::nullopt;
+    if (run.isInterrupted()) break;
+    if (result == UpdateResult::NotTrusted) failure = result;
+  }
+  if (failure == UpdateResult::NotTrusted) {
+    run.message = "the package is not the one that was signed";
+  }
+  return failure;
+}
+
+UpdateResult Updater::downloadSignedFrom(const std::string& address, UpdateRun& run) {
+  ++run.attempts;
+  run.enter(Phase::Fetch);
+  PackageFile& package = run.package;
+  const std::string& path = run.setup.setupPath;
+  httpClient.setDownloadLimit(run.expectedSize);
+  const bool acquired = package.acquire(path);
+  const int r = acquired ? httpClient.download(address, package.fd(), run.headers, path) : -1;
+  if (r != 0) {
+    QDLOG(ROOT, ERR, "'Fail to download setup file: [" << r << "]");
+    return UpdateResult::TransferFailed;
+  }
+  run.enter(Phase::Verify);
+  package.remember();
+  const std::string computed = httpClient.sha256OfDownload();
+  QDLOG(ROOT, NFY, "Setup downloaded [" << package.size() << " bytes]");
+  if (package.isUntouched() && package.size() == run.expectedSize && !computed.empty() &&
+      computed == run.release->sha256()) {
+    QDLOG(ROOT, NFY, "Computed sha256 is " << computed);
+    return UpdateResult::Done;
+  }
+  QDLOG(ROOT, ERR, "Not what was signed : " << computed << " vs " << run.release->sha256());
+  package.remove();
+  return UpdateResult::NotTrusted;
+}

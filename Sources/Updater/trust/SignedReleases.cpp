@@ -1,0 +1,124 @@
+#include "Updater/trust/SignedReleases.h"
+
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <utility>
+
+#include "Updater/trust/trustedRoot.h"
+#include "tuf/Client.h"
+#include "tuf/Error.h"
+#include "tuf/Folder.h"
+#include "tuf/address.h"
+#include "tufnet/CurlFetcher.h"
+
+namespace {
+
+TrustFailure failureOf(const tuf::Error& e) {
+  switch (e.kind()) {
+    case tuf::ErrorKind::Network:
+      return {TrustFailure::Kind::Network, e.what()};
+    case tuf::ErrorKind::Storage:
+      return {TrustFailure::Kind::Storage, e.what()};
+    default:
+      return {TrustFailure::Kind::Untrusted, e.what()};
+  }
+}
+
+/// Of the failures of several servers the one to tell: a repository that is not trusted rather than
+/// one that does not answer.
+void keepWorse(TrustFailure& kept, TrustFailure&& other) {
+  if (kept.kind < other.kind) kept = std::move(other);
+}
+
+std::vector<SignedRelease> releasesIn(const tuf::Targets& targets) {
+  std::vector<SignedRelease> releases;
+  for (const auto& [path, file] : targets.files) {
+    if (!file.custom.is_object() || !file.custom.contains("qd")) continue;
+    try {
+      releases.push_back({releaseFromJson(file.custom.at("qd")), file});
+    } catch (const std::runtime_error&) {
+      // Of another program, or of a later one.
+    }
+  }
+  return releases;
+}
+
+}  // namespace
+
+/// The server that is asked, with what belongs to it.
+struct SignedReleases::Session {
+  Session(const std::string& folder, const std::string& address, const fetch::Options& options)
+      : store(folder), fetcher(options), client(store, fetcher, address + "/metadata") {}
+
+  tuf::Folder store;
+  CurlFetcher fetcher;
+  tuf::Client client;
+};
+
+std::string SignedRelease::fileName() const {
+  const std::string name = file.path.substr(file.path.rfind('/') + 1);
+  const bool odd = name.empty() || name.front() == '.' || name.front() == '-' ||
+                   name.find('\\') != std::string::npos;
+  for (const char c : name) {
+    if (static_cast<unsigned char>(c) < ' ' || c == 0x7f) return {};
+  }
+  return odd ? std::string() : name;
+}
+
+std::string SignedRelease::sha256() const {
+  const auto hash = file.hashes.find("sha256");
+  return hash == file.hashes.end() ? std::string() : hash->second;
+}
+
+SignedReleases::SignedReleases(std::string folder, std::vector<std::string> servers,
+                               fetch::Options options)
+    : folder_(std::move(folder)), servers_(std::move(servers)), options_(std::move(options)) {}
+
+SignedReleases::~SignedReleases() = default;
+
+std::string SignedReleases::establishRoot(const std::string& rootFile) try {
+  const RootRead root = readRootFile(rootFile);
+  if (!root.fault.empty()) return "trust.root: " + root.fault;
+  if (::access((folder_ + "/root.json").c_str(), F_OK) == 0) return {};
+  return placeRoot(folder_, root, false);
+} catch (const std::exception& e) {
+  return e.what();
+}
+
+TrustFailure SignedReleases::refresh() {
+  TrustFailure failure = connect();
+  if (!failure) releases_ = releasesIn(session_->client.targets());
+  return failure;
+}
+
+void SignedReleases::disconnect() { session_.reset(); }
+
+/// A session with a server whose metadata is trusted and up to date.
+TrustFailure SignedReleases::connect() {
+  TrustFailure failure;
+  for (const std::string& server : servers_) {
+    try {
+      session_.reset();  // one at a time has the folder
+      session_ = std::make_unique<Session>(folder_, server, options_);
+      session_->client.refresh();
+      return {};
+    } catch (const tuf::Error& e) {
+      keepWorse(failure, failureOf(e));
+    }
+  }
+  session_.reset();
+  return failure;
+}
+
+std::vector<std::string> SignedReleases::addressesOf(const SignedRelease& release) const {
+  const std::string& path = release.file.path;
+  const std::size_t name = path.rfind('/') + 1;  // 0 without a folder
+  const std::string hashed = path.substr(0, name) + release.sha256() + '.' + path.substr(name);
+  std::vector<std::string> addresses;
+  for (const std::string& server : servers_) {
+    addresses.push_back(server + "/targets/" + tuf::encodePath(hashed));
+  }
+  return addresses;
+}

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Updater/rollout/Release.h"
+#include "fetch/Transfer.h"
+#include "tuf/metadata.h"
+
+/// A release with the file that it is.
+struct SignedRelease {
+  Release release;
+  tuf::TargetFile file;
+
+  /// The last part of the target's path; empty for one that can't be a file's plain name.
+  [[nodiscard]] std::string fileName() const;
+
+  /// Its SHA-256, 64 lower-case hexadecimal digits; empty where the metadata states none.
+  [[nodiscard]] std::string sha256() const;
+};
+
+/// Why the signed releases can't be had.
+struct TrustFailure {
+  enum class Kind {
+    None,       ///< they can be had
+    Network,    ///< nobody answered as a repository does
+    Storage,    ///< the folder can't be used
+    Untrusted,  ///< what came is not trusted
+  };
+  Kind kind = Kind::None;
+  std::string text;  ///< a sentence
+
+  explicit operator bool() const { return kind != Kind::None; }
+};
+
+/// The releases of a signed repository (The Update Framework), asked of its servers in their order
+/// until one gives what can be trusted. What was verified is kept in a folder over runs. One thread
+/// at a time; logs nothing.
+class SignedReleases {
+ public:
+  /// `servers`: addresses below which "metadata" and "targets" lie. `folder` holds the trusted
+  /// metadata.
+  SignedReleases(std::string folder, std::vector<std::string> servers, fetch::Options options);
+  ~SignedReleases();
+
+  /// Puts the root of the file in place where the folder has none yet. Returns what is wrong with
+  /// it, in a sentence; empty when a root is there.
+  std::string establishRoot(const std::string& rootFile);
+
+  /// Brings the metadata up to date and takes the releases from it. Targets that are no releases
+  /// are passed over.
+  TrustFailure refresh();
+
+  [[nodiscard]] const std::vector<SignedRelease>& releases() const { return releases_; }
+
+  /// Ends the connection, so that no command inherits it. `releases` stays.
+  void disconnect();
+
+  /// Where the release's file lies, on each server: the path of consistent snapshots, with the
+  /// SHA-256 in the name.
+  [[nodiscard]] std::vector<std::string> addressesOf(const SignedRelease& release) const;
+
+ private:
+  struct Session;
+
+  TrustFailure connect();
+
+  std::string folder_;
+  std::vector<std::string> servers_;
+  fetch::Options options_;
+  std::unique_ptr<Session> session_;
+  std::vector<SignedRelease> releases_;
+};

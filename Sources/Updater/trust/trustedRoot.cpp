@@ -1,0 +1,98 @@
+#include "Updater/trust/trustedRoot.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "ground/osal_io.h"
+#include "ground/osal_scoped.h"
+#include "tuf/Client.h"
+#include "tuf/Error.h"
+#include "tuf/Folder.h"
+#include "tuf/trustedSet.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kRootFile = "root.json";
+constexpr std::size_t kMostBytes = std::size_t{512} << 10;
+
+/// Whether the stored root, with the keys of both, lets `root` follow it.
+bool follows(const std::string& stored, const std::string& root) {
+  try {
+    tuf::TrustedSet trusted(stored, std::time(nullptr));
+    trusted.updateRoot(root);
+    return true;
+  } catch (const tuf::Error&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+RootRead readRootFile(const std::string& path) {
+  RootRead read;
+  const ScopedFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const int error = fd ? osal_readAll(fd.get(), read.text, kMostBytes) : errno;
+  if (error != 0) {
+    read.fault = "cannot read " + path + ": " + std::strerror(error);
+    return read;
+  }
+  try {
+    const tuf::TrustedSet trusted(read.text, std::time(nullptr));
+    const tuf::Root& root = trusted.root();
+    const tuf::RoleKeys& keys = root.roles.at("root");
+    read.facts = {.version = root.version,
+                  .expires = root.expires,
+                  .keyIds = {keys.keyIds.begin(), keys.keyIds.end()},
+                  .threshold = keys.threshold};
+  } catch (const tuf::Error& e) {
+    read.fault = path + " is no root to trust: " + e.what();
+  }
+  return read;
+}
+
+std::string placeRoot(const std::string& folder, const RootRead& root, bool replace) try {
+  fs::create_directories(fs::path(folder).parent_path());
+  // Whoever could open it could keep every run waiting for its lock.
+  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+    return "cannot create " + folder + ": " + std::strerror(errno);
+  }
+  tuf::Folder store(folder);
+  const auto stored = store.read(kRootFile, kMostBytes);
+  if (stored == root.text) return {};
+  if (stored && !replace && !follows(*stored, root.text)) {
+    return "another root is trusted already, and this one does not follow from it; --replace "
+           "begins "
+           "anew";
+  }
+  tuf::Client::trust(store, root.text);
+  if (!replace) return {};
+  for (const char* const role : {"timestamp.json", "snapshot.json", "targets.json"}) {
+    store.remove(role);
+  }
+  return {};
+} catch (const std::exception& e) {
+  return e.what();
+}
+
+TrustCopy::TrustCopy(const std::string& folder) {
+  std::string name = (fs::temp_directory_path() / "qd-update.XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) {
+    throw std::system_error(errno, std::generic_category(), name);
+  }
+  path_ = name;
+  std::error_code unreadable;
+  fs::copy(folder, path_, fs::copy_options::none, unreadable);
+}
+
+TrustCopy::~TrustCopy() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}

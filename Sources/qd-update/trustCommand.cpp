@@ -1,0 +1,63 @@
+#include <unistd.h>
+
+#include <filesystem>
+#include <iostream>
+
+#include "Updater/outcome/RunRecord.h"
+#include "Updater/trust/trustedRoot.h"
+#include "ground/osal_replacefile.h"
+#include "qd-update/commands.h"
+
+namespace {
+
+void show(const Job& job, const RootFacts& root) {
+  job.screen.print("Root        version " + std::to_string(root.version) + ", valid until " +
+                   utcText(root.expires));
+  job.screen.print("Signed by   " + std::to_string(root.threshold) + " of these keys:");
+  for (const std::string& id : root.keyIds) job.screen.print("            " + id);
+}
+
+bool isWanted(const Job& job) {
+  if (job.options.yes) return true;
+  if (::isatty(STDIN_FILENO) == 0) {
+    std::cerr << "Nobody can be asked here; --yes takes the root as it is shown.\n";
+    return false;
+  }
+  if (job.options.replace) {
+    std::cout << "Whatever is trusted now is forgotten, and nothing protects from older releases "
+                 "until the first run.\n";
+  }
+  std::cout << "Compare the keys with those that the publisher told you. Trust this root? [y/N] "
+            << std::flush;
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+int fail(const std::string& text) {
+  std::cerr << text << '\n';
+  return static_cast<int>(UpdateResult::NotTrusted);
+}
+
+/// Where the settings look for the first root.
+std::string firstRootPath(const RunPlaces& places) {
+  const SettingsRead read = readSettingsFile(places.settingsFile);
+  if (read.settings && read.settings->trust) return read.settings->trust->root;
+  return std::filesystem::path(places.settingsFile).parent_path() / "update-root.json";
+}
+
+}  // namespace
+
+int trustRoot(const Job& job) {
+  const RootRead root = readRootFile(job.options.root);
+  if (!root.fault.empty()) return fail(root.fault);
+  show(job, root.facts);
+  if (!isWanted(job)) return fail("Nothing was changed.");
+  const std::string refused = placeRoot(trustFolderOf(job.places), root, job.options.replace);
+  if (!refused.empty()) return fail("Nothing was changed: " + refused);
+  const std::string path = firstRootPath(job.places);
+  const int error = osal_replaceFile(path.c_str(), root.text, 0644, true);
+  if (error != 0) return fail("Cannot write " + path + ": " + std::string(std::strerror(error)));
+  job.screen.print("Trusted. The settings name it as [trust] root = \"" + path + "\".");
+  return 0;
+}

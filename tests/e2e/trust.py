@@ -1,0 +1,158 @@
+#!/usr/bin/python3
+"""Runs with [trust] and [rollout], against repositories that qd-repo made."""
+
+import functools
+import os
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+from harness import Row, Server, difference, fill, main, read, write
+from harness.suite import PROGRAMS
+from settings import installed, row as settings_row, tells
+
+HOME = tempfile.TemporaryDirectory(prefix="qd-trust.")
+ARCH = subprocess.run(["dpkg", "--print-architecture"], capture_output=True, text=True).stdout.strip()
+TARGET = f"/targets/linux/{ARCH}/"
+DATABASE = {"dpkg-query": 'cat "$tmp/../installed"', "dpkg-deb": 'exec /usr/bin/dpkg-deb "$@"',
+            "dpkg": 'case $1 in -i) echo "ii |7.2.1.15" >"$tmp/../installed";; esac'}
+
+
+def repo(*words: str, program=None) -> None:
+    program = program or next((word.partition("=")[2] for word in sys.argv
+                               if word.startswith("qd-repo=")), PROGRAMS["qd-repo"])
+    command, *rest = words
+    subprocess.run([program, command, f"{HOME.name}/repo", "--keys", f"{HOME.name}/keys", *rest],
+                   check=True, capture_output=True)
+
+
+@functools.cache
+def package(version: str) -> str:
+    tree, file = f"{HOME.name}/{version}", f"{HOME.name}/qdagent_{version}.deb"
+    os.makedirs(f"{tree}/DEBIAN")
+    write(f"{tree}/DEBIAN/control", f"Package: qdagent\nVersion: {version}\nArchitecture: {ARCH}\n"
+                                    "Maintainer: nobody <nobody@localhost>\nDescription: agent\n")
+    subprocess.run(["dpkg-deb", "-b", "-Znone", tree, file], check=True, capture_output=True)
+    return file
+
+
+def snapshot() -> dict:
+    top = Path(HOME.name, "repo")
+    return {"/" + file.relative_to(top).as_posix(): file.read_bytes()
+            for file in top.rglob("*") if file.is_file()}
+
+
+@functools.cache
+def repositories() -> dict[str, dict]:
+    """What a server has at several moments of a repository's life, by name."""
+    made = {}
+    repo("init")
+    made["empty"] = snapshot()
+    repo("publish", package("7.2.1.15"), "--channel", "stable")
+    made["good"] = snapshot()
+    root = f"{HOME.name}/root.json"
+    write(root, made["empty"]["/metadata/1.root.json"])
+    repo("halt", "7.2.1.15")
+    made["halted"] = snapshot()
+    repo("resume", "7.2.1.15")
+    repo("publish", package("7.2.1.16"), "--channel", "stable", "--percent", "0")
+    made["nobody"] = snapshot()
+    made["forged"] = {path: b"X" + body[1:] if path.startswith(TARGET) else body
+                      for path, body in made["good"].items()}
+    made["edited"] = {path: body.replace(b'"7.2.1.15"', b'"7.2.1.16"')
+                      for path, body in made["good"].items()}
+    return made
+
+
+CONFIG = '[trust]\nroot = "/etc/qd/update-root.json"\n[install]\nrehearse = false\n'
+
+
+def before(run) -> None:
+    installed()(run)
+    write(run.own("/etc/qd/update-root.json"), repositories()["empty"]["/metadata/1.root.json"])
+
+
+def then(name: str, *args: str):
+    """A second run, for which the server has become another."""
+    def drive(run, words):
+        run.go(*words)
+        with Server(repositories()[name], run.texts, run) as server:
+            again = [words[0], server.url.encode().hex(), *words[2:]] if words[0] == "-D" else \
+                [server.url.encode().hex(), *(args or words[1:])]
+            outcome = run.go(*again)
+            run.texts["again"] = " | ".join(request.line for request in server.requests)
+        return outcome
+    return drive
+
+
+def asked(expected: str):
+    def check(run, _):
+        yield from difference("requests", run.texts["again"].split(" | "), expected.split(" | "))
+    return check
+
+
+def mark(run) -> None:
+    before(run)
+    write(run.own("/etc/qd/update.d/inhibit/backup"), "")
+
+
+def closed() -> str:
+    """A window that opens in two hours."""
+    opens = time.localtime(time.time() + 7200)
+    return f'[rollout]\nwindow = ["{opens.tm_hour:02}:00-{opens.tm_hour:02}:59"]\n'
+
+
+def row(name: str, server: str = "good", config: str = "", status: int = 0, message: str = "",
+        outcome: str = "", **more) -> Row:
+    usual = {0: "updated", 20: "failed", 21: "deferred", 24: "refused"}[status]
+    said = {"status": status, "outcome": outcome or usual} | ({"message": message} if message else {})
+    more.setdefault("calls", "" if status else None)
+    checks = [tells(said, more.pop("history", 1)), *more.pop("checks", [])]
+    return settings_row(name, repositories()[server], config=CONFIG + config, commands=DATABASE, good={},
+                        prepare=more.pop("prepare", before), status=status, connections=9,
+                        check=lambda run, outcome: [wrong for check in checks for wrong in check(run, outcome)],
+               **more)
+
+
+def rows() -> list[Row]:
+    file = next(path for path in repositories()["good"] if path.startswith(TARGET))
+    first = ("GET /metadata/2.root.json | GET /metadata/timestamp.json | "
+             "GET /metadata/{}.snapshot.json | GET /metadata/{}.targets.json")
+    late = "7.2.1.15 is inhibited here by backup"
+    return [
+        row("Updates", requests=first.format(2, 2) + f" | GET {file}"),
+        row("AsksTwiceWhereNothingIsNew", drive=then("good", "7.2.1.15"), calls="", history=2,
+            checks=[asked("GET /metadata/2.root.json | GET /metadata/timestamp.json")],
+            outcome="up-to-date"),
+        row("RefusesAnotherPackage", "forged", status=24, calls="{ask}"),
+        row("RefusesEditedMetadata", "edited", status=24),
+        row("RefusesAnOlderRepository", "halted", drive=then("good"), status=24, history=2),
+        row("HaltedIsDeferred", "halted", status=21, message="7.2.1.15 is halted by its publisher"),
+        row("NobodysShareIsDeferred", "nobody", version="7.2.1.15", status=21,
+            message="7.2.1.16 is not for this machine's share of the roll-out yet"),
+        row("PinHoldsBack", config='[rollout]\npin = "7.1.*"\n', status=21,
+            message="7.2.1.15 is outside the pin 7.1.*"),
+        row("WindowHoldsBack", config=closed(), status=21),
+        row("MarkHoldsBack", prepare=mark, status=21, message=late),
+        row("NeedsItsFirstRoot", prepare=installed(), status=20, requests=""),
+        row("TriesTheMirrors", "good", status=0, drive=mirrored),
+    ]
+
+
+def mirrored(run, words):
+    """The server that is asked first has nothing."""
+    path = run.own(fill("/etc/qd/update.{I}.toml", run.texts))
+    write(path, f'mirrors = ["{run.texts["S"]}"]\n' + read(path))
+    with Server({}, run.texts, run) as empty:
+        return run.go(empty.url.encode().hex(), *words[1:])
+
+
+if __name__ == "__main__":
+    try:
+        repositories()
+    except FileNotFoundError as missing:
+        print(missing)
+        sys.exit(77)
+    sys.exit(main(__doc__, rows()))
