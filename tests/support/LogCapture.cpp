@@ -1,9 +1,5 @@
 #include "LogCapture.h"
 
-LogCapture::LogCapture(QDLogMType module, int level)
-    : LogCapture((std::string(QDLOG_MODULES[module]) + ":" + std::to_string(level) + ";").c_str()) {
-}
-
 LogCapture::LogCapture(const char* levels) : former_(QDLog::getLogger()->logCb()) {
   QDLog::getLogger()->setLevels(levels);
   QDLog::getLogger()->setLogCb(this);

@@ -9,12 +9,11 @@
 /// Takes the records of a test: swaps the logger's sink, raises levels, and puts the former sink
 /// and the default levels back at its end.
 ///
-///   LogCapture log(QDLOG_OSAL, 5);
+///   LogCapture log("OSAL:5;");
 ///   EXPECT_EQ(file.open(bytes("/nowhere/x"), QD_OPENMODE_RDONLY, 0, false), -1);
 ///   EXPECT_THAT(log.lines(), ElementsAre("OSAL:ERR Cannot open (2) file \"/nowhere/x\""));
 class LogCapture : private QDLogCb {
  public:
-  LogCapture(QDLogMType module, int level);
   /// Levels as `QDLog::setLevels` takes them, for instance "OSAL:9;EXCP:5;".
   explicit LogCapture(const char* levels);
   ~LogCapture() override;

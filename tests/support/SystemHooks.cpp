@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <time.h>
 
 #include <cerrno>
@@ -61,15 +60,8 @@ int __wrap_flock(int fd, int operation) {
 int __real_nanosleep(const timespec* time, timespec* left);
 int __wrap_nanosleep(const timespec* time, timespec* left) {
   if (hooks == nullptr) return __real_nanosleep(time, left);
-  if (fails(&SystemHooks::pausing)) return -1;
   hooks->pauses.push_back(time->tv_sec * 1000 + time->tv_nsec / 1'000'000);
   return 0;
-}
-
-int __real_pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t size);
-int __wrap_pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t size) {
-  if (hooks != nullptr) hooks->stackSize = size;
-  return __real_pthread_attr_setstacksize(attributes, size);
 }
 
 int __real_gettimeofday(timeval* time, void* zone);

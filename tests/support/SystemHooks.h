@@ -22,11 +22,9 @@ class SystemHooks {
   std::function<int(const std::string& name)> removing;  // unlinkat
   std::function<int()> reading;                          // readdir
   std::function<int()> locking;                          // flock
-  std::function<int()> pausing;                          // nanosleep
 
-  std::vector<long> pauses;    ///< that did not fail, in milliseconds
+  std::vector<long> pauses;    ///< in milliseconds
   std::optional<timeval> now;  ///< what gettimeofday says
-  std::size_t stackSize = 0;   ///< that was asked for a new thread at last
 };
 
 /// Fails with `error` at the `n`th call, counted from 1.

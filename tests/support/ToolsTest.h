@@ -15,7 +15,7 @@
 /// not throw.
 template <typename Operation>
 std::string refusal(Operation operation) {
-  const LogCapture log(QDLOG_EXCP, 5);
+  const LogCapture log("EXCP:5;");
   int code = 0;
   try {
     operation();

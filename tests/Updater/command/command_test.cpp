@@ -36,7 +36,7 @@ TEST(Execlog, LogsOutputThenErrorsAlsoWhenBothPipesFill) {
   std::string script = folder / "both";
   writeFile(script, "#!/bin/sh\nseq 20001 40000 >&2\nseq 20000\nexit 4\n");
   std::filesystem::permissions(script, std::filesystem::perms::owner_all);
-  const LogCapture log(QDLOG_ROOT, 0);
+  const LogCapture log("ROOT:0;");
   EXPECT_EQ(execlog(script), 4);
   const std::vector<std::string> lines = log.lines();
   ASSERT_EQ(lines.size(), 40001U);

@@ -184,16 +184,4 @@ TEST(OnOurHost, TheConsolesUserIsAPerson) {
   }
 }
 
-TEST(OnOurHost, AnInterfaceIsOfAKindOrItsName) {
-  using enum HostInterfaceKind;
-  const std::pair<HostInterfaceKind, const char*> kCases[] = {
-      {Bluetooth, "WiFi"},    {Ieee80211, "WiFi"},    {Wwan, "WiFi"}, {Bond, "Ethernet"},
-      {Ethernet, "Ethernet"}, {FireWire, "Ethernet"}, {Ppp, "PPP"},   {Other, "en7"}};
-  for (const auto& [kind, expected] : kCases) {
-    EXPECT_EQ(osalnet_interfaceKind("en7", {{"en70", Other}, {"en7", kind}}), expected);
-  }
-  EXPECT_EQ(osalnet_interfaceKind("lo0", {{"lo0", Ppp}}), "Loopback");
-  EXPECT_EQ(osalnet_interfaceKind("lo", {{"lo0", Ppp}}), "lo");
-}
-
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
-#include <net/if_arp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -16,7 +15,6 @@
 #include "Limits.h"
 #include "TempFolder.h"
 #include "base/osal/Linux/keyfile.h"
-#include "base/osal/Linux/linkkind.h"
 #include "ground/osal_process.h"
 #include "osal/osal_host.h"
 #include "osal/osal_hostnet.h"
@@ -42,13 +40,6 @@ TEST(Keyfile, FindsAValueAndUnquotesIt) {
   EXPECT_EQ(value, "two words");
   EXPECT_EQ(keyfile_read(path.c_str(), value, 65537), 0);
   EXPECT_EQ(value.size(), 65537U);
-}
-
-TEST(LinkKind, TheDeviceTypeGoesBeforeTheHardwareType) {
-  EXPECT_EQ(linkkind_of(ARPHRD_ETHER, "wlan"), HostInterfaceKind::Ieee80211);
-  EXPECT_EQ(linkkind_of(ARPHRD_ETHER, "bridge"), HostInterfaceKind::Ethernet);
-  EXPECT_EQ(linkkind_of(ARPHRD_PPP, ""), HostInterfaceKind::Ppp);
-  EXPECT_EQ(linkkind_of(ARPHRD_LOOPBACK, ""), HostInterfaceKind::Other);
 }
 
 TEST(HostSetNice, ReachesEveryThread) {

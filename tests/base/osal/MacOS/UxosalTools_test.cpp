@@ -1,30 +1,13 @@
 #include "base/osal/MacOS/UxosalTools.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <cstdlib>
 
 #include "Files.h"
-#include "Limits.h"
-#include "Said.h"
 #include "TempFolder.h"
 
 namespace {
-
-TEST(Commands, GiveTheirOutput) {
-  Said said("OSAL:3;");
-  EXPECT_EQ(resultOfCommand("printf 'a\\n\\n'; exit 3"), "a\n");
-  EXPECT_EQ(executeCommand("head -c 100000 /dev/zero | tr '\\0' x"), std::string(100000, 'x'));
-  QDLOG(OSAL, ERR, "before");  // a sanitizer's first look at the logger takes descriptors
-  said.clear();
-  const Limit none(RLIMIT_NOFILE, 3);
-  EXPECT_EQ(resultOfCommand("echo a"), "");
-  EXPECT_EQ(executeCommand("echo b"), "");
-  EXPECT_EQ(said(),
-            "ERR popen failed on command \"echo a\" | "
-            "WRN Error executing command: echo b");
-}
 
 TEST(Commands, AskForTheLocaleOfAPlainNameOnly) {
   const TempFolder tools;  // at the front of PATH
