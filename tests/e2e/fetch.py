@@ -11,8 +11,8 @@ import time
 from functools import partial
 
 from harness import Answer, Row, Skip, difference, fill, main, read, write
-from harness.nginx import free_port
 from harness.linux import BLOCKS, DEB, PACKAGE, SUM, WRONG
+from harness.server import free_port
 from settings import BLOCKS_WITH_FILE, DATABASE, installed, tells
 
 OTHER = bytes(reversed(PACKAGE))

@@ -6,7 +6,7 @@ import hashlib
 import sys
 from functools import partial
 
-from harness import NOBODY, Answer, Row, Skip, blocks, main
+from harness import Answer, Row, Skip, blocks, main
 from harness.linux import BLOCKS, DEFINITION, DIGEST, MACHINE, NAMES, PACKAGE, entry
 
 FOLDERS = ["/macosx/{Mac}"] + ["/macosx-arm64"] * (NAMES.get("Mac") == "arm64")  # before "/macosx"
@@ -85,7 +85,6 @@ DISCOVERY = [
         calls="{stop} | arch -arch arm64 {installer} {path} | {start}"),
     mac("LastCandidate", {}, "{until stop} | {attached} | {installed}", files="{kept}",
         commands={"hdiutil": ATTACH}, requests="{searches}", calls="{commands}"),
-    mac("UpToDate", {}, "{until version} | {nothing to do}", version="7.2.1.15", files="{locked}"),
     mac("NoFolder", {"/macosx/version_long.txt": 404}, "{opening} | {no definition} | {no special "
         "folder} | ERR Request {F}/version_long.txt failed : [404] | {none}", status=11,
         requests="{GET versions}"),
@@ -96,15 +95,7 @@ DISCOVERY = [
         "signature available (skip verification): [404] | ERR Request {F}/ failed : [404] | "
         "ERR Fail to get HEAD for {F}/: [404 ] | {unlock}", status=2, files="agent_upd.log",
         requests="{search} | GET /macosx/.md5 | HEAD /macosx/", texts={"P": "", "path": "{T}"}),
-    mac("NotRoot", user=NOBODY, status=1, files="agent_upd.log",
-        log="{identified} | ERR Need priveledged user or root user | {unlock}"),
 ]
-
-
-def defined(in_json: str, name: str) -> dict:
-    """A definition file with one entry for this machine, and its files."""
-    return {DEFINITION: f"[{entry(in_json, '/i', os=2)}]", "/i/v": "7.2.1.15",
-            "/i/h": DIGEST + " ", "/i/" + name: PACKAGE}
 
 
 DEFINED = {"definition": "{use definition}", "folder": "/i", "version file": "v", "hash file": "h"}
@@ -112,8 +103,6 @@ AWKWARD, QUOTED = 'a"$(touch${IFS}pwned)`.pkg', r'a\"\$(touch\${IFS}pwned)\`.pkg
 IMAGES = [
     mac("AttachFails", {}, "{until stop} | {cannot attach}", status=9, calls="{attach}",
         commands={"hdiutil": "echo /dev/disk4; exit 1"}),
-    mac("NoDevice", {}, "{until stop} | {cannot attach}", status=9,
-        commands={"hdiutil": "echo hello"}),
     mac("DeviceWithoutVolumeIsDetached", {}, "{until stop} | DBG Mounted device is /dev/disk4 | "
         "{cannot attach}", status=9, calls="{attach} | hdiutil detach /dev/disk4",
         commands={"hdiutil": '[ "$1" = detach ] && exit 1; echo /dev/disk4'}),
@@ -137,12 +126,9 @@ IMAGES = [
         "{verified} | {swapped} | ERR Invalid setup md5", status=7, commands={"hdiutil": SWAP},
         connections=3, files="{locked}", requests="{searches} | {GET} | {GET}",
         calls="{attach} | {detach} | {attach} | {detach} | {attach} | {detach}"),
-    mac("ImageFromTheDefinitionFile", defined("a.b.dmg", "a.b.dmg"), "{until stop} | {devices} | "
-        "DBG PKG path is {volume}/a.b.pkg | {installed}", commands={"hdiutil": ATTACH},
-        texts=DEFINED | {"P": "a.b.dmg"}, requests="{requests}", files="a.b.dmg | {locked}",
-        calls="{attach} | {stop} | {installer} {volume}/a.b.pkg | {detach} | {start}"),
-    mac("PackageFromTheDefinitionFile", defined(AWKWARD.replace('"', r'\"'), AWKWARD),
-        "{until stop} | {installed}", commands={"installer": COUNT}, files=AWKWARD + " | {locked}",
+    mac("PackageFromTheDefinitionFile", {
+        DEFINITION: "[" + entry(AWKWARD.replace('"', r'\"'), "/i", os=2) + "]",
+        "/i/v": "7.2.1.15", "/i/h": DIGEST + " ", "/i/" + AWKWARD: PACKAGE}, "{until stop} | {installed}", commands={"installer": COUNT}, files=AWKWARD + " | {locked}",
         texts=DEFINED | {"P": AWKWARD, "install": f'{{installer}} "{{T}}/{QUOTED}"'},
         calls="{stop} | {installer} {path} | 4 | {start}"),
 ]

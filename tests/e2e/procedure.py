@@ -56,6 +56,7 @@ row = partial(Row, blocks=BLOCKS | blocks("""
 
 def trace(run) -> None:
     run.env.pop("TZ", None)
+    run.env["ASAN_OPTIONS"] = "detect_leaks=0"  # which cannot look while it is traced itself
     run.first = 'set -- strace -qq -s 4096 -e trace=%file -o "$QD_CALLS.trace" "$@"'
 
 
@@ -82,8 +83,6 @@ VERSIONS = [
         needs=["strace -o /dev/null true"]),
     row("UpToDate", version="7.2.1.15", log="{until version} | {nothing to do}",
         requests="{GET version}", files="{locked}"),
-    row("ServerHasAnOlderVersion", {VERSION: "7.1.9.99"},
-        "{until parameters} | NFY Available version is 7.1.9.99 | {nothing to do}"),
     row("InvalidArgumentVersion", version="7.2.1", status=4,
         log="{identified} | ERR Invalid current version 7.2.1"),
     row("InvalidServerVersion", {VERSION: "7.2.2"},
@@ -118,9 +117,7 @@ PACKAGES = [
         "ERR Invalid setup size", status=6, requests="{HEAD} | {GET} | {GET} | {GET}",
         files="{kept}"),
     row("WrongDigestThreeTimes", {SUM: "{other sum} *setup.deb\n"}, "{other three times}",
-        status=7, files="{locked}"),
-    row("DigestOfAnotherForm", {SUM: "MD5 (setup.deb) = {X}\n"}, "{other three times}", status=7,
-        texts={"other sum": "MD5"}, requests="{HEAD} | {GET} | {GET} | {GET}", files="{locked}"),
+        status=7, requests="{HEAD} | {GET} | {GET} | {GET}", files="{locked}"),
     row("DigestOfZerosAndNoMd5InOpenSsl", {SUM: "{other sum} x"}, "{other three times}", status=7,
         prepare=without_md5, texts={"other sum": "0" * 32, "computed": ""}, calls=""),
     row("WrongDigestOnce", {GET: [WRONG, PACKAGE]},
@@ -156,8 +153,6 @@ CHOSEN = [entry("off.deb", enable="false"), entry("other.deb", arch="{Other}"), 
           entry("agent.deb", "/here", os=2, version="now.txt", digest="sum",
                 enable='true, "further": 1'), '{"name": "too late"}']
 PARSING = "ERR Parsing error : [json.exception."
-UNEXPECTED_END = (PARSING + "parse_error.101] parse error at line 1, column %d: syntax error while "
-                  "parsing value - unexpected end of input; expected '[', '{', or a literal")
 DEFINITIONS = [
     row("FirstFittingEntryIsChosen", {
         DEFINITION: f"[{', '.join(CHOSEN)}]", "/here/now.txt": "7.2.1.15 of today\n",
@@ -168,20 +163,15 @@ DEFINITIONS = [
     row("RefusedDefinitionMeansBuiltInParameters", {DEFINITION: 500}, "{update}", texts={
         "definition": BLOCKS["no definition"].replace("404", "500")}),
     definition("NoEntryFits", f"[{entry('agent.DEB')}]"),
-    definition("ShortNameNeverFits", f"[{entry('deb')}]"),
     definition("OtherMachine", f"[{entry('agent.deb', arch='{Other}')}]"),
     definition("EmptyArray", "[]"),
-    definition("Null", "null"),
-    definition("Nothing", "", UNEXPECTED_END % 1),
-    definition("CutOff", "[", UNEXPECTED_END % 2),
+    definition("Nothing", "", PARSING + "parse_error.101] parse error at line 1, column 1: syntax "
+               "error while parsing value - unexpected end of input; expected '[', '{', or a "
+               "literal"),
     definition("KeyMissing", '[{"path": "/p"}]',
                PARSING + "out_of_range.403] key 'name' not found"),
-    definition("WrongType", f"""[{entry('agent.deb', enable='"true"')}]""",
-               PARSING + "type_error.302] type must be boolean, but is string"),
     definition("FaultyEntryBeforeTheGoodOne", f"""[{{"name": 1}}, {entry('agent.deb')}]""",
                PARSING + "type_error.302] type must be string, but is number"),
-    definition("NameOfAnotherFolder", f"[{entry('../agent.deb')}]",
-               "ERR Parsing error : invalid setup name"),
 ]
 
 COMMANDS = [
@@ -223,8 +213,6 @@ LOCKS = [
     lock("HeldIsLeftAloneByOnlyRestart", 1000, "{held}", option="-S", around=("", " \nmore\n"),
          files="{locked}"),
     lock("Stale", HOUR + 1, "{update}", texts=STALE, files="{kept}"),
-    lock("StaleForEver", "-9223372036854775808\n", "{update}", texts=STALE),
-    lock("Garbage", "yesterday\n", "{lock unreadable}", files="{locked}"),
     lock("Empty", "", "{lock unreadable}", files="{locked}"),
     row("LineWithoutEnd", prepare=endless_line, log="{lock unreadable}", files="{locked}"),
     row("NotRoot", user=NOBODY, status=1, files="agent_upd.log",

@@ -20,49 +20,35 @@ installed() {
   expect_agent active "$1"
 }
 
-agent_rpm_version() { rpm -q --queryformat '%{VERSION}' qdagent; }
-
+# The first time with a definition file, then with the built-in layout: the package under its fixed name.
 plain_update() {
-  begin "an update with rpm"
+  begin "an update with rpm: $1"
   installed 7.2.1.4
-  offer 7.2.1.15 /qd/qdagent_7.2.1.15.rpm
+  cp /qd/qdagent_7.2.1.15.rpm "/qd/$1"
+  offer 7.2.1.15 "/qd/$1"
+  [ "$1" != setup.rpm ] || rm $server/www/agent_setup_def.json
   update 7.2.1.4
   expect "status" "$status" 0
-  expect "package kind" "$(log_records | grep 'distrib is')" "NFY distrib is [rpm]"
-  expect "install command" "$(log_records | grep 'install cmd')" \
-    "NFY install cmd = rpm -U /tmp/qdagent_7.2.1.15.rpm"
+  expect "kind and command" "$(log_records | grep -E 'distrib is|install cmd')" "NFY distrib is [rpm]
+NFY install cmd = rpm -U /tmp/$1"
   expect_commands_succeeded
-  expect "installed version" "$(agent_rpm_version)" 7.2.1.15
-  expect_agent active 7.2.1.15
-}
-
-# The built-in layout: a server without a definition file that has the package under its fixed name.
-plain_update_without_definition_file() {
-  begin "an update with rpm, without a definition file"
-  installed 7.2.1.4
-  cp /qd/qdagent_7.2.1.15.rpm /qd/setup.rpm
-  offer 7.2.1.15 /qd/setup.rpm
-  rm $server/www/agent_setup_def.json
-  update 7.2.1.4
-  expect "status" "$status" 0
-  expect "installed version" "$(agent_rpm_version)" 7.2.1.15
+  expect "installed version" "$(rpm -q --queryformat '%{VERSION}' qdagent)" 7.2.1.15
   expect_agent active 7.2.1.15
 }
 
 x11_packages="libXrender libxcb xcb-util xcb-util-keysyms xcb-util-image xcb-util-renderutil xcb-util-cursor
 xcb-util-wm libxkbcommon libxkbcommon-x11 fontconfig freetype libXext libX11-xcb libSM libICE"
 
-# x11_step RECORD...: an agent from before 7.2.0.0 is updated.
+# x11_step RECORDS: an agent from before 7.2.0.0 is updated.
 x11_step() {
   installed 7.1.5.2
   offer 7.2.1.15 /qd/qdagent_7.2.1.15.rpm
   rm -f /qd/installer.calls
   update 7.1.5.2
   expect "status" "$status" 0
-  expect "records" "$(log_records | sed -n '/Upgrading/,$p')" "$(
-    printf '%s\n' "NFY Upgrading agent ...'" "NFY installXCBDeps ..." "$@"
-    printf '%s\n' "NFY Agent Installed" "NFY Agent Started" "NFY Agent Update done"
-  )"
+  expect "records" "$(log_records | sed -n '/installX/,/Installed/p')" "NFY installXCBDeps ...
+$1
+NFY Agent Installed"
   expect_agent active 7.2.1.15
 }
 
@@ -74,14 +60,15 @@ x11_cases() {
   expect "installer's calls" "$(cat /qd/installer.calls 2>/dev/null)" ""
   begin "libX11 is installed: the agent's X11 libraries are, too"
   quiet rpm -U /qd/x11.rpm
-  x11_step "NFY Found x11" "NFY Install xcb dependencies0"
+  x11_step "NFY Found x11
+NFY Install xcb dependencies0"
   # shellcheck disable=SC2086
   expect "installer's arguments" "$(cat /qd/installer.calls)" "install -y $(say $x11_packages)"
 }
 
 make_packages
 rm /usr/bin/dpkg
-plain_update
-plain_update_without_definition_file
+plain_update agent.rpm
+plain_update setup.rpm
 x11_cases
 finish

@@ -38,6 +38,12 @@ class Request:
     headers: dict[str, str]  # names in lower case
 
 
+def free_port() -> int:
+    """A port of the loopback address that was free a moment ago."""
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        return server.getsockname()[1]
+
+
 def redirect(to: str) -> Answer:
     return Answer(status=302, headers={"Location": to})
 

@@ -218,7 +218,6 @@ def main(description: str, cases: list[Row] | Callable[[Place, bool], dict[str, 
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("-a", "--all", action="store_true", help="not only a sample of the cases")
     parser.add_argument("-j", "--jobs", type=int, default=2 + (os.cpu_count() or 1))
-    parser.add_argument("-l", "--list", action="store_true", help="only list the cases")
     parser.add_argument("-r", "--repeat", type=int, default=1)
     parser.add_argument("words", nargs="*", metavar="NAME=PROGRAM | CASE",
                         help=f"programs ({', '.join(PROGRAMS)}); the cases that are wanted, as "
@@ -243,9 +242,6 @@ def main(description: str, cases: list[Row] | Callable[[Place, bool], dict[str, 
         chosen = {name + f" ({time})" * bool(time): case for time in range(options.repeat)
                   for name, case in named.items()
                   if any(fnmatch.fnmatchcase(name, pattern) for pattern in wanted)}
-        if options.list:
-            print(*chosen, sep="\n")
-            return 0
         return run_all(chosen, top, programs, options.jobs)
     except Skip as skip:
         print(skip)
