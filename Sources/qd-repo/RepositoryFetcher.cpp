@@ -9,9 +9,9 @@
 
 #include "ground/osal_io.h"
 #include "ground/osal_scoped.h"
-#include "qd-tuf/CurlFetcher.h"
 #include "tuf/Error.h"
 #include "tuf/digest.h"
+#include "tufnet/CurlFetcher.h"
 
 namespace {
 
