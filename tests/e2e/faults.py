@@ -207,20 +207,7 @@ def small_disks():
         if outcome.status != 2 or room.f_bavail * 20 < room.f_blocks:
             yield f"ended with {outcome.status}, {room.f_bavail} of {room.f_blocks} blocks free"
 
-    def room_again(run):
-        mounted(run, "size=128k")
-        write(run.temp("agent_upd.log"), "[" + "x" * 4088 + "\n", 0o600)
-        write(run.temp("other"), bytes(124 << 10))
-        yield from held(run, go(run))
-        if any(line[:1] != "[" for line in lines(log(run))):
-            yield log(run)[4080:]
-
-    def make_room(_, run):
-        os.remove(run.temp("other"))
-        return GOOD[VERSION]
-
     yield "a package larger than it", case(larger_package, **{DEB: bytes(2 << 20)})
-    yield "no room until the version is asked for", case(room_again, **{VERSION: make_room})
     sizes = [f"size={4 * pages}k" for pages in range(1, 14)]
     for limit in ["ro"] + [f"nr_inodes={count}" for count in range(6, 0, -1)] + sizes[::-1]:
         def fault(run, limit=limit):

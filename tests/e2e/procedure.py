@@ -164,7 +164,6 @@ DEFINITIONS = [
         "definition": BLOCKS["no definition"].replace("404", "500")}),
     definition("NoEntryFits", f"[{entry('agent.DEB')}]"),
     definition("OtherMachine", f"[{entry('agent.deb', arch='{Other}')}]"),
-    definition("EmptyArray", "[]"),
     definition("Nothing", "", PARSING + "parse_error.101] parse error at line 1, column 1: syntax "
                "error while parsing value - unexpected end of input; expected '[', '{', or a "
                "literal"),

@@ -40,11 +40,9 @@ def told_on_output(run, outcome):
 
 
 ARGUMENTS = [
-    wrong("none"),
     wrong("no version", hexa(DEAD)),
     wrong("one more", "-D", hexa(DEAD), "7.2.0.1", "more"),
     *(wrong(option, option, hexa(DEAD), "7.2.0.1") for option in ("-X", "-d", "", "-DS")),
-    decoded("one slash at the end", lambda url: (hexa(url + "/"), url)),
     decoded("two slashes at the end", lambda url: (hexa(url + "//"), url + "/")),
     decoded("capital and odd digits", lambda url: (hexa(url).upper() + "2", url)),
     decoded("up to what is no digit", lambda url: (hexa(url) + "/2f2f", url)),

@@ -135,8 +135,6 @@ FAULTS = [
     fault("PathThatBreaksTheRequest", {DEFINITION: SPLIT}, 2, FAILED_VERSION),
     fault("VersionWithLineFeed", {VERSION: "bad\x1b[31m\nNFY forged"}, 5,
           "ERR Invalid version_long.txt bad\x1b[31m"),
-    fault("DefinitionNestedDeeply", {DEFINITION: "[" * 100000}, 11,
-          "ERR Exception : Fail to parse agent_setup_def file"),
 ]
 
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "Limits.h"
-#include "Said.h"
+#include "LogCapture.h"
 
 namespace {
 

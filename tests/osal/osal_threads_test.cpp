@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "Said.h"
+#include "LogCapture.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "Files.h"
-#include "Said.h"
+#include "LogCapture.h"
 #include "TempFolder.h"
 
 namespace fs = std::filesystem;

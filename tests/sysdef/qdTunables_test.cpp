@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Said.h"
+#include "LogCapture.h"
 #include "ground/qdTunableTypes.h"
 
 namespace {

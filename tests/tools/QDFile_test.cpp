@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -33,16 +32,6 @@ class QDFileTest : public FolderTest {
   const std::string target = folder / "target";
   const std::string backup = folder / "target.bak";
 };
-
-TEST_F(QDFileTest, CleansPathsUpInPlace) {
-  const std::string longest = "/" + std::string(4095, 'a');
-  unsigned char place[4105];
-  const std::string doubled = "//" + longest + "//";
-  std::memcpy(place, doubled.c_str(), doubled.size() + 1);
-  EXPECT_STREQ(reinterpret_cast<const char*>(QDFile::cleanupPath(place, place)), longest.c_str());
-  EXPECT_EQ(refusal([&] { QDFile::cleanupPath(bytes(longest + "a"), place); }),
-            refused("Path too long: \"" + longest + "a\""));
-}
 
 TEST_F(QDFileTest, RemovesAndRenamesWithFourTriesAndAPauseAfterEach) {
   fs::create_directories(folder / "full/entry");

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <sstream>
 
-#include "Said.h"
+#include "LogCapture.h"
 #include "base/osal/MacOS/UxosalTools.h"
 #include "base/osal/osalnet.h"
 #include "base/osal/osalsysinfo.h"

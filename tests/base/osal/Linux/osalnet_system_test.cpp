@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "Files.h"
-#include "Said.h"
+#include "LogCapture.h"
 #include "TempFolder.h"
 #include "base/osal/osalnet.h"
 
