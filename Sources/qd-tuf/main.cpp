@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "base/ground/target.h"
-#include "tufnet/CurlFetcher.h"
 #include "qd-tuf/download.h"
 #include "tuf/Client.h"
 #include "tuf/Error.h"
+#include "tufnet/CurlFetcher.h"
 
 namespace {
 

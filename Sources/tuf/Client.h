@@ -18,7 +18,7 @@ struct Limits {
   std::uint64_t root = std::uint64_t{512} << 10;
   std::uint64_t timestamp = std::uint64_t{64} << 10;
   std::uint64_t snapshot = std::uint64_t{16} << 20;
-  std::uint64_t targets = std::uint64_t{32} << 20;
+  std::uint64_t targets = std::uint64_t{16} << 20;
   unsigned newRoots = 1024;  ///< in one refresh
   unsigned roles = 32;       ///< looked into in the search for one target
 };

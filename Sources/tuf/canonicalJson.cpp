@@ -13,6 +13,9 @@ namespace {
 
 constexpr std::size_t kMaxLevels = 64;
 
+/// A value of few bytes takes a hundred in memory, and files are parsed before they are trusted.
+constexpr std::size_t kMaxValues = std::size_t{1} << 20;
+
 [[noreturn]] void refuse(const std::string& why) { throw Error(ErrorKind::Malformed, why); }
 
 /// Builds the value from the parser's events.
@@ -50,6 +53,7 @@ class Builder final : public nlohmann::json_sax<Json> {
  private:
   /// Elements of an array stay where they are while what is inside the last one is being built.
   Json& place(Json&& value) {
+    if (++values_ > kMaxValues) refuse("The JSON has too many values");
     if (levels_.empty()) return result = std::move(value);
     Json& parent = *levels_.back();
     if (parent.is_object()) return *member_ = std::move(value);
@@ -75,6 +79,7 @@ class Builder final : public nlohmann::json_sax<Json> {
 
   std::vector<Json*> levels_;
   Json* member_ = nullptr;
+  std::size_t values_ = 0;
 };
 
 void encodeString(std::string_view text, std::string& out) {

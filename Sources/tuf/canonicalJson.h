@@ -10,7 +10,8 @@ namespace tuf {
 using Json = nlohmann::json;
 
 /// Parses one JSON text. Refused, beside what is no JSON: a member name twice in one object, since
-/// readers differ in which one they take, and more than 64 levels. Throws Error, Malformed.
+/// readers differ in which one they take; more than 64 levels or 1,048,576 values, since it may
+/// come from anybody. Throws Error, Malformed.
 [[nodiscard]] Json parseJson(std::string_view text);
 
 /// The bytes that signatures and key ids are made over: no white space, members sorted by the bytes

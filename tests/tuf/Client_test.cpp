@@ -120,7 +120,9 @@ const Case kCases[] = {
     {"endless: length stated", "release; pad 6.snapshot 1", "Size:" + kThree, kStamped},
     {"extraneous file", R"(raise timestamp; set /timestamp/meta/x {"version":1}; resign timestamp)",
      "Malformed:" + kTwo},
-    {"mix-and-match: hash", "release; copy 5.targets 6.targets", "Mismatch:" + kAll, kAlmost},
+    {"mix-and-match: hash",
+     R"(release; set /targets/expires "2098-01-01T00:00:00Z"; resign targets 6.targets)",
+     "Mismatch:" + kAll, kAlmost},
     {"mix-and-match: version", "noHashes; release; copy 5.targets 6.targets", "Mismatch:" + kAll,
      kAlmost},
     {"another type", R"(set /timestamp/_type "snapshot"; release)", "Malformed:" + kTwo},
@@ -131,6 +133,7 @@ const Case kCases[] = {
     {"below the threshold", "set /root/roles/targets/threshold 2; publishRoot; release",
      "Unsigned: 2.root 3.root timestamp 6.snapshot 6.targets",
      "root 2, snapshot 6, targets 5, timestamp 6"},
+    {"another role's key", "use timestamp targets; release", "Unsigned:" + kTwo},
     {"one key, two ids", "again timestamp 2; publishRoot; release; sign again *",
      "Unsigned: 2.root 3.root timestamp", "root 2, snapshot 5, targets 5, timestamp 5"},
     {"one id twice", "release; sign unknown 00; sign unknown 00", "Malformed:" + kTwo},
@@ -195,6 +198,10 @@ TEST(TufClient, TrustsNoDamagedFile) {
     EXPECT_EQ(machine.run(), "ok: 3.root timestamp" + (name == "timestamp" ? "" : " 5." + name));
     EXPECT_EQ(content(machine / (name + ".json")), good);
   }
+  // With the timestamp lost, the snapshot still knows of a rollback.
+  writeFile(machine / "timestamp.json", "");
+  repository.play("set /snapshot/version 4; publish");
+  EXPECT_EQ(machine.run(), "Rollback: 3.root timestamp 4.snapshot");
   std::string root = content(machine / "root.json");
   writeFile(machine / "root.json", root.replace(root.find("2099"), 4, "2100"));
   EXPECT_EQ(machine.run(), "Unsigned:");

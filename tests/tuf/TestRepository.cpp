@@ -48,6 +48,7 @@ const std::map<std::string, Action> kActions = {
        std::for_each(w.begin() + 1, w.end(), [&](auto& role) { r.raise(role); });
      }},
     {"rotate", [](auto& r, auto& w) { r.rotate(w[1]); }},
+    {"use", [](auto& r, auto& w) { r.signers[w[1]] = r.signers[w[2]]; }},
     {"expire", [](auto& r, auto& w) { r.content[w[1]]["expires"] = "2020-01-01T00:00:00Z"; }},
     {"revive", [](auto& r, auto& w) { r.content[w[1]]["expires"] = "2099-01-01T00:00:00Z"; }},
     {"drop", [](auto& r, auto& w) { r.content.erase(w[1]); }},
