@@ -5,12 +5,14 @@
 #include <chrono>
 #include <exception>
 #include <new>
+#include <thread>
 #include <utility>
 
 namespace fetch {
 namespace {
 
 using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
 
 /// So much of an error's body is received, for the sake of the connection.
 constexpr std::uint64_t kMaxDropped = std::uint64_t{64} << 10;
@@ -36,7 +38,9 @@ struct Answer {
   const Request& request;
   const Transfer::Begin& begin;
   const Transfer::Sink& sink;
+  const Options& options;
   Result result{};
+  std::optional<Clock::time_point> began{};
   std::uint64_t dropped = 0;
   std::size_t headerBytes = 0;
   bool headersEnded = false;
@@ -54,6 +58,22 @@ struct Answer {
     if (result.tooLarge) return false;
     sink(bytes);
     result.bytes += bytes.size();
+    return options.rate == 0 || keepToRate();
+  }
+
+  /// Waits until so many bytes may have come. libcurl's own limit lets a burst of a second through
+  /// every three.
+  bool keepToRate() {
+    constexpr milliseconds kTick{100};
+    if (!began) began = Clock::now();
+    const std::chrono::duration<double> takes(static_cast<double>(result.bytes) /
+                                              static_cast<double>(options.rate));
+    const auto due = *began + std::chrono::duration_cast<Clock::duration>(takes);
+    for (auto now = Clock::now(); now < due; now = Clock::now()) {
+      if (options.deadline && now >= *options.deadline) return true;  // libcurl ends it
+      if (options.watcher && !options.watcher(result.bytes, 0)) return false;
+      std::this_thread::sleep_for(std::min<Clock::duration>(due - now, kTick));
+    }
     return true;
   }
 
@@ -149,7 +169,6 @@ void Transfer::applyOptions() {
   setText(CURLOPT_USERAGENT, options_.userAgent);
   if (options_.proxy) curl_easy_setopt(handle, CURLOPT_PROXY, options_.proxy->c_str());
   if (options_.noProxy) curl_easy_setopt(handle, CURLOPT_NOPROXY, options_.noProxy->c_str());
-  curl_easy_setopt(handle, CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(options_.rate));
   if (options_.receiveBuffer > 0) {
     curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, options_.receiveBuffer);
   }
@@ -166,7 +185,7 @@ Result Transfer::get(const std::string& url, std::uint64_t maxBytes, const Sink&
 
 Result Transfer::perform(const Request& request, const Begin& begin, const Sink& sink) {
   CURL* const handle = handle_.get();
-  Answer answer{handle, request, begin, sink};
+  Answer answer{handle, request, begin, sink, options_};
   std::array<char, CURL_ERROR_SIZE> message{};
   const milliseconds left = timeLeft();
   const std::string range = std::to_string(request.from) + "-";

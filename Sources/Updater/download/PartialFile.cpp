@@ -47,8 +47,8 @@ std::string openPartialFolder(const std::string& state) {
   return usable && utils::shellWord(path) == path ? path : std::string();
 }
 
-PartialFile::PartialFile(int fd, std::string path, bool kept)
-    : fd_(fd), path_(std::move(path)), kept_(kept) {
+PartialFile::PartialFile(int fd, std::string path, bool kept, bool withSha256)
+    : fd_(fd), path_(std::move(path)), kept_(kept), digests_(withSha256) {
   buffer_.reserve(kWriteBuffer);
   if (kept_) removeOthers(path_, notePath());
 }

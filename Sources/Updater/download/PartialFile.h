@@ -19,7 +19,7 @@ class PartialFile {
   /// `fd`, which stays the caller's, is the open file at `path`. `kept`: it lies in the folder
   /// above, where other files are left from earlier versions, and removed; else nothing is noted
   /// beside it, and it is not taken up by a later run.
-  PartialFile(int fd, std::string path, bool kept);
+  PartialFile(int fd, std::string path, bool kept, bool withSha256);
 
   /// Takes up what is there of the file at `url`: reads it, for the digests. Where it is not known
   /// what it belongs to, it is emptied.

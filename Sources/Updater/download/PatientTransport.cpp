@@ -73,7 +73,8 @@ int PatientTransport::head(const std::string& url, Headers& headers) {
 
 int PatientTransport::download(const std::string& url, int fd, const std::string& path,
                                unsigned long long limit, Headers& headers) try {
-  PartialFile file(fd, path, !partialFolder_.empty() && path.starts_with(partialFolder_ + "/"));
+  const bool kept = !partialFolder_.empty() && path.starts_with(partialFolder_ + "/");
+  PartialFile file(fd, path, kept, withSha256_);
   file.resume(url);
   if (file.size() > 0) QDLOG(ROOT, NFY, "Resuming the download at " << file.size() << " bytes");
   const fetch::Request whole{.url = addressOf(url), .maxBytes = limit};

@@ -4,7 +4,8 @@
 
 #include "ground/osal_hex.h"
 
-RunningDigests::RunningDigests() : md5_(EVP_md5()), sha256_(EVP_sha256()) {}
+RunningDigests::RunningDigests(bool withSha256)
+    : md5_(EVP_md5()), sha256_(withSha256 ? EVP_sha256() : nullptr) {}
 
 void RunningDigests::reset() {
   md5_.reset();
@@ -21,7 +22,8 @@ std::string RunningDigests::md5() { return md5_.finish(); }
 std::string RunningDigests::sha256() { return sha256_.finish(); }
 
 void RunningDigests::Digest::reset() {
-  runs_ = context_ != nullptr && EVP_DigestInit_ex(context_.get(), kind_, nullptr) == 1;
+  runs_ = kind_ != nullptr && context_ != nullptr &&
+          EVP_DigestInit_ex(context_.get(), kind_, nullptr) == 1;
 }
 
 void RunningDigests::Digest::update(std::string_view bytes) {

@@ -132,6 +132,7 @@ std::unique_ptr<PatientTransport> ConfiguredRun::transport(const RunRequest& req
   });
   if (folder_.isOpen()) run.downloadFolder = openPartialFolder(folder_.path());
   requests->setPartialFolder(run.downloadFolder);
+  requests->setWithSha256(settings_.trust || settings_.health);
   return requests;
 }
 
