@@ -134,7 +134,7 @@ std::string keyTable(const tufrepo::Repository& repository) {
 std::string shareText(const Ramp& ramp, UnixTime now) {
   const UnixTime end = ramp.start + std::chrono::seconds(std::llround(ramp.hours * 3600));
   if (now < ramp.start) return percentText(ramp.percent / 100) + " from " + utcText(ramp.start);
-  const std::string share = percentText(shareAt(ramp, now));
+  std::string share = percentText(shareAt(ramp, now));
   if (now >= end) return share;
   return share + ", to " + percentText(ramp.percent / 100) + " until " + utcText(end);
 }
