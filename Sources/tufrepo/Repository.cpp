@@ -73,6 +73,10 @@ void Repository::load() {
       trusted.updateTimestamp(timestamp);
       trusted.updateSnapshot(snapshot);
       trusted.updateTargets(targets);
+      if (version != roots.rbegin()) {
+        mending_ = {.targets = !isSigned(targets, "targets"),
+                    .snapshot = !isSigned(snapshot, "snapshot")};
+      }
       break;
     } catch (const tuf::Error& e) {
       const bool mayBeOlder =
@@ -86,6 +90,15 @@ void Repository::take(const std::string& root) {
   tuf::Envelope envelope(root);
   rootContent_ = envelope.content;
   root_ = tuf::parseRoot(std::move(envelope.content));
+}
+
+bool Repository::isSigned(const std::string& file, const std::string& role) const {
+  try {
+    tuf::requireThreshold(tuf::Envelope(file), root_.keys, root_.roles.at(role), role);
+    return true;
+  } catch (const tuf::Error&) {
+    return false;
+  }
 }
 
 void Repository::create(const std::string& folder, const Json& root, KeyRing& keys,
@@ -193,12 +206,15 @@ bool sameKeys(const tuf::Root& a, const tuf::Root& b, const char* role) {
 
 }  // namespace
 
-void Repository::renew(KeyRing& keys, const Renewal& renewal, std::time_t now) {
+void Repository::renew(KeyRing& keys, const Renewal& asked, std::time_t now) {
+  const Renewal renewal{.targets = asked.targets || mending_.targets,
+                        .snapshot = asked.snapshot || mending_.snapshot};
   Signers signers;
   for (const std::string& role : rolesOf(renewal)) {
     signers[role] = keys.needed(role, root_.roles.at(role));
   }
   renewWith(signers, renewal, now);
+  mending_ = {};
 }
 
 bool Repository::install(const std::string& nextRoot, KeyRing& keys, std::time_t now) {

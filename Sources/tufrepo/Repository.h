@@ -52,7 +52,8 @@ class Repository {
   /// The entries that the next targets document is to have, in place of those of `targets()`.
   void setEntries(Json entries) { targets_["targets"] = std::move(entries); }
 
-  /// Writes new documents. Keys that are missing are missed before anything is written.
+  /// Writes new documents; among them what a process that ended while it put a root in place has
+  /// left with other keys' signatures. Keys that are missing are missed before anything is written.
   void renew(KeyRing& keys, const Renewal& renewal, std::time_t now);
 
   /// Whether less than half of the snapshot's life is left.
@@ -75,6 +76,7 @@ class Repository {
 
   void load();
   void take(const std::string& root);
+  [[nodiscard]] bool isSigned(const std::string& file, const std::string& role) const;
   void renewWith(const Signers& signers, const Renewal& renewal, std::time_t now);
   std::string write(Json& content, const std::string& role, tuf::Version version,
                     const Signers& signers, std::time_t now);
@@ -89,6 +91,7 @@ class Repository {
   Json timestamp_;
   Json snapshot_;
   Json targets_;
+  Renewal mending_;  ///< what the root's keys have not signed yet
 };
 
 }  // namespace tufrepo

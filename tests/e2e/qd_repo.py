@@ -362,6 +362,34 @@ def killed(line, stride, place):
         yield f"only {at} calls were seen"
 
 
+def lost(role, place):
+    """The key of a role is lost: a rotation that is killed is completed by refresh, or begun again."""
+    publisher = Publisher(place)
+    publisher("publish repo", publisher.package(OLD), "--channel", "stable")
+    publisher.key("new")
+    old = publisher.status()["roles"][role]["keyids"][0]
+    for key in (publisher.folder / "keys").glob(f"{role}.p*"):
+        key.unlink()
+    start = publisher.folder / "start"
+    shutil.copytree(publisher.repo, start)
+    at, status, turned_away = 1, None, 0
+    while status != 0:
+        shutil.rmtree(publisher.repo)
+        shutil.copytree(start, publisher.repo)
+        strace = ["strace", "-f", "-o/dev/null", f"-einject={CHANGING}:signal=KILL:when={at}"]
+        rotate = f"rotate repo {role} --add keys/new.pub --remove {old}"
+        status = publisher.run(rotate, first=strace).returncode
+        turned_away += publisher.run("verify repo").returncode
+        if publisher.run("refresh repo --targets").returncode and publisher.run(rotate).returncode:
+            yield f"killed at call {at}: neither refresh nor rotate mends it"
+        if (done := publisher.run("verify repo")).returncode:
+            yield f"mended after call {at}: {done.stdout}"
+        at += 1
+    if not turned_away:
+        yield "there was no moment to be mended"
+    yield from publisher.wrong
+
+
 def copies(place):
     """A copy in any order of files, stopped anywhere, gives signed packages or none."""
     publisher = Publisher(place)
@@ -453,7 +481,8 @@ def cases(_, everywhere):
     stride = 1 if everywhere else 7
     single = (life, ecdsa, tuf_js, refusals, audits, offline, copies, together, page, documented)
     return {case.__name__: case for case in single} | {
-        f"killed: {line}": functools.partial(killed, line, stride) for line in KILLED}
+        f"killed: {line}": functools.partial(killed, line, stride) for line in KILLED} | {
+        f"lost: {role}": functools.partial(lost, role) for role in ("snapshot", "targets")}
 
 
 if __name__ == "__main__":
