@@ -53,10 +53,10 @@ void askServer(Settings settings, const RunPlaces& places, Findings& found) {
 Findings find(const Job& job) {
   const SettingsRead read = neededSettings(job.places);
   Findings found;
-  std::vector<std::string> hooks;
+  OwnPrograms programs;
   found.message = read.fault;
   if (found.message.empty()) found.message = unsupportedSetting(*read.settings);
-  if (found.message.empty()) found.message = checkDropIns(job.places, hooks);
+  if (found.message.empty()) found.message = checkDropIns(job.places, programs);
   if (!found.message.empty()) {
     found.result = UpdateResult::ConfigurationFaulty;
     return found;

@@ -188,6 +188,38 @@ FITS = [
     row("RehearsalSwitchedOff", config="install.rehearse = false", commands=dpkg(plan=""), check=tells(GOOD)),
 ]
 
+HEALTH = partial(row, status=27, config="health = {rollback = false, settle = '1s', timeout = '1s'}")
+
+
+def unit(*states: str) -> dict[str, str]:
+    """systemctl that shows these states of the unit one after the other, the last for good."""
+    cases = " ".join(f"{number}) echo '{state}';;" for number, state in enumerate(states[:-1]))
+    return DATABASE | {"systemctl": f'[ "$1" = show ] || exit 0; n=$(cat "$tmp/../n" || echo 0); '
+                       f"""echo $((n + 1)) >"$tmp/../n"; case $n in {cases} *) echo '{states[-1]}';; esac"""}
+
+
+def ails(why: str):
+    return tells({"cause": "unhealthy", "outcome": "failed", "phase": "health", "message":
+                  f"the agent is unhealthy: {why}; the former version was not put back, since "
+                  "health.rollback is false; there is now: 7.2.1.15"})
+
+
+RUNNING = "ActiveState=active\nSubState=running\nMainPID=7\nNRestarts=0"
+HEALTHS = [
+    HEALTH("Healthy", status=0, commands=unit("ActiveState=activating", RUNNING), check=tells(GOOD),
+           prepare=both(installed(), drop_in("health/x", "echo $QD_UPDATE_PHASE $QD_UPDATE_TO")),
+           has="NFY x: prepare 7.2.1.15 | NFY x: health 7.2.1.15 | NFY The agent is healthy"),
+    HEALTH("DiesWhileItSettles", commands=unit(RUNNING, "ActiveState=failed\nSubState=failed"),
+           check=ails("its unit is failed (failed)")),
+    *(HEALTH(name, commands=unit(RUNNING), check=ails(why), prepare=both(installed(), drop_in(
+        "health/x", f"[ $QD_UPDATE_PHASE != health ] || {command}"))) for name, command, why in [
+            ("CheckFails", "exit 3", "check x ended with 3"),
+            ("CheckHangs", "sleep 60", "check x took more than 1 s and was ended")]),
+    HEALTH("CheckThatFailedBefore", status=0, commands=unit(RUNNING), check=tells(GOOD),
+           prepare=both(installed(), drop_in("health/x", "exit 3")), has="WRN check x ended with 3"),
+    HEALTH("AilsWithoutStarting", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'}),
+]
+
 METRICS = """qd_update_last_run_timestamp_seconds TIME
 qd_update_last_success_timestamp_seconds {success}
 qd_update_status {status}
@@ -245,8 +277,8 @@ FAULTY = [
            "change it; see to its content, then chown root", owner=7),
     faulty("PasswordForAll", "fetch.proxy = 'u:p@h'", "{file}: holds a password that others can "
            "read; chmod 600 it, and change the password if others may have read it"),
-    faulty("NotBuiltYet", "[health]", "this version cannot follow [health] yet: remove it, or "
-           "update qd-update"),
+    faulty("NotBuiltYet", "[health]", "this version cannot follow health.rollback = true yet: set "
+           "it to false, or update qd-update"),
     faulty("HookOfAUser", "", "{own}/hooks/before-1: belongs to user 7, not to root: somebody else "
            "could change it; see to its content, then chown root",
            before=drop_in("hooks/before-1", "", owner=7)),
@@ -255,4 +287,4 @@ FAULTY = [
 ]
 
 if __name__ == "__main__":
-    sys.exit(main(__doc__, [*RUNS, *FITS, *REPORTS, *FAULTY]))
+    sys.exit(main(__doc__, [*RUNS, *FITS, *HEALTHS, *REPORTS, *FAULTY]))

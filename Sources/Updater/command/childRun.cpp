@@ -185,6 +185,20 @@ ChildEnd runChild(const ChildRun& run) {
   return child < 0 ? ChildEnd{} : watch(child, read.get(), run);
 }
 
+std::string faultText(const std::string& what, const ChildEnd& end, std::chrono::seconds limit) {
+  switch (end.how) {
+    case ChildEnd::How::Exited:
+      return end.status == 0 ? std::string() : what + " ended with " + std::to_string(end.status);
+    case ChildEnd::How::TookTooLong:
+      return what + " took more than " + std::to_string(limit.count()) + " s and was ended";
+    case ChildEnd::How::Cancelled:
+      return what + " was interrupted";
+    case ChildEnd::How::NotStarted:
+      break;
+  }
+  return what + " could not be started";
+}
+
 int runShell(const char* command, int output) noexcept {
   char shell[] = "sh";
   char option[] = "-c";

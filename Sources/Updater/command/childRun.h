@@ -32,6 +32,10 @@ struct ChildEnd {
 /// writes is not waited for. Logs nothing.
 ChildEnd runChild(const ChildRun& run);
 
+/// What a person is told of `what` ("hook before-1"), which was given `limit`, after it ended so;
+/// empty when it ended with 0.
+std::string faultText(const std::string& what, const ChildEnd& end, std::chrono::seconds limit);
+
 /// As `std::system`, but in a session of its own, out of reach of the terminal and its signals, and
 /// with its output in the file `output`. Returns the wait status, -1 where it could not be started.
 int runShell(const char* command, int output) noexcept;

@@ -145,7 +145,10 @@ std::string metricsText(const RunRecord& r, const std::string& channel, std::tim
             (outcome == r.outcome ? "} 1\n" : "} 0\n");
   }
   addMetric(text, "qd_update_version_info", "Versions as the latest run left them.");
-  const std::string& installed = r.outcome == RunOutcome::Updated ? r.to : r.from;
+  // One that ails is installed, too.
+  const bool isNew =
+      r.outcome == RunOutcome::Updated || r.status == static_cast<int>(UpdateResult::Unhealthy);
+  const std::string& installed = isNew ? r.to : r.from;
   text += "qd_update_version_info{installed=" + labelValue(installed) +
           ",available=" + labelValue(r.to) + ",channel=" + labelValue(channel) + "} 1\n";
   addMetric(text, "qd_update_bad_versions", "Versions that are not installed here any more.",

@@ -7,21 +7,6 @@ namespace {
 
 std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
-std::string describe(const std::string& name, const utils::ChildEnd& end) {
-  switch (end.how) {
-    case utils::ChildEnd::How::Exited:
-      return end.status == 0 ? std::string()
-                             : "hook " + name + " ended with " + std::to_string(end.status);
-    case utils::ChildEnd::How::TookTooLong:
-      return "hook " + name + " took more than a minute and was ended";
-    case utils::ChildEnd::How::Cancelled:
-      return "hook " + name + " was interrupted";
-    case utils::ChildEnd::How::NotStarted:
-      break;
-  }
-  return "hook " + name + " could not be started";
-}
-
 }  // namespace
 
 std::vector<std::pair<std::string, std::string>> hookEnvironment(const RunRecord& record) {
@@ -42,12 +27,12 @@ std::string runHooks(const std::vector<std::string>& files, std::string_view pre
     const std::string name = nameOf(file);
     if (!name.starts_with(prefix)) continue;
     QDLOG(ROOT, NFY, "Hook " << name);
-    const utils::ChildEnd end = utils::runChild(
-        {.program = file,
-         .environment = hookEnvironment(record),
-         .onLine = [&name](const std::string& line) { QDLOG(ROOT, NFY, name << ": " << line); },
-         .cancelled = cancelled});
-    const std::string failure = describe(name, end);
+    const utils::ChildRun run = {
+        .program = file,
+        .environment = hookEnvironment(record),
+        .onLine = [&name](const std::string& line) { QDLOG(ROOT, NFY, name << ": " << line); },
+        .cancelled = cancelled};
+    const std::string failure = utils::faultText("hook " + name, utils::runChild(run), run.limit);
     if (failure.empty()) continue;
     QDLOG(ROOT, WRN, failure);
     if (firstFailure.empty()) firstFailure = failure;

@@ -65,10 +65,10 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   run.recorder = recorder_.get();
   recorder_->begin(request.installed);
 
-  std::vector<std::string> hooks;
+  OwnPrograms programs;
   std::string fault = read_.fault;
   if (fault.empty()) fault = unsupportedSetting(settings_);
-  if (fault.empty()) fault = checkDropIns(places_, hooks);
+  if (fault.empty()) fault = checkDropIns(places_, programs);
   if (!fault.empty()) {
     QDLOG(ROOT, ERR, "Configuration : " << fault);
     std::cerr << fault << '\n';
@@ -81,7 +81,8 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   CommandOutput output;
   run.settings = &settings_;
   run.output = &output;
-  run.hooks = hooks;
+  run.hooks = programs.hooks;
+  run.checks = programs.checks;
   run.trustFolder = trustFolderOf(places_);
   run.dropInFolder = places_.dropInFolder;
   const UpdateResult result = update(updater, request, run);
@@ -89,7 +90,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   // Records are for all to read.
   run.message = withoutPassword(run.message, request.server);
   finish(run, result);
-  if (run.attempts > 0) runHooks(hooks, "after-", recorder_->record(), false, {});
+  if (run.attempts > 0) runHooks(programs.hooks, "after-", recorder_->record(), false, {});
   return result;
 }
 
@@ -142,12 +143,13 @@ void ConfiguredRun::finish(const UpdateRun& run, UpdateResult result) {
   record_ = recorder_->record();
 }
 
-std::string checkDropIns(const RunPlaces& places, std::vector<std::string>& hooks) {
+std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs) {
   for (const char* const name : {"hooks", "health", "inhibit"}) {
     const bool isRun = std::string_view(name) != "inhibit";
     DropIns found = listDropIns(places.dropInFolder + "/" + name, isRun);
     if (!found.fault.empty()) return found.fault;
-    if (std::string_view(name) == "hooks") hooks = std::move(found.files);
+    if (std::string_view(name) == "hooks") programs.hooks = std::move(found.files);
+    if (std::string_view(name) == "health") programs.checks = std::move(found.files);
   }
   return {};
 }
@@ -163,8 +165,7 @@ std::vector<std::string> obstaclesNow(const Settings& /*settings*/, const RunPla
 }
 
 std::string unsupportedSetting(const Settings& settings) {
-  const char* name = nullptr;
-  if (settings.health) name = "[health]";
-  if (name == nullptr) return {};
-  return std::string("this version cannot follow ") + name + " yet: remove it, or update qd-update";
+  if (!settings.health || !settings.health->rollback) return {};
+  return "this version cannot follow health.rollback = true yet: set it to false, or update "
+         "qd-update";
 }

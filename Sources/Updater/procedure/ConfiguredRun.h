@@ -61,9 +61,15 @@ class ConfiguredRun {
   RunRecord record_;
 };
 
+/// The administrator's own programs, paths in the order of their names.
+struct OwnPrograms {
+  std::vector<std::string> hooks;
+  std::vector<std::string> checks;  ///< of the agent's health
+};
+
 /// What a run would find faulty besides the settings file itself, with what to do; empty when
-/// nothing. `hooks`: those that may be run.
-std::string checkDropIns(const RunPlaces& places, std::vector<std::string>& hooks);
+/// nothing. `programs`: those that may be run.
+std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs);
 
 /// What would keep an update from being installed at this moment, a line each. Reads only.
 std::vector<std::string> obstaclesNow(const Settings& settings, const RunPlaces& places);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Updater/config/Settings.h"
+#include "Updater/health/checks.h"
 #include "Updater/net/HttpClient.h"
 #include "Updater/outcome/Recorder.h"
 #include "Updater/package/PackageFile.h"
@@ -40,11 +41,13 @@ struct UpdateRun {
   Recorder* recorder = nullptr;
   CommandOutput* output = nullptr;  ///< takes what commands print
   std::vector<std::string> hooks;
-  std::string downloadFolder;         ///< in place of the temporary one; may be empty
-  PackageManagerLock packageManager;  ///< held from the last preparation to the end
-  std::string message;                ///< for people, where no record of the log says it
-  std::string cause;                  ///< in place of the status's own, where that has several
-  std::string refusal;                ///< what the package manager said when it failed
+  std::vector<std::string> checks;        ///< of the agent's health
+  std::vector<FailedCheck> failedBefore;  ///< those that fail already with the former version
+  std::string downloadFolder;             ///< in place of the temporary one; may be empty
+  PackageManagerLock packageManager;      ///< held from the last preparation to the end
+  std::string message;                    ///< for people, where no record of the log says it
+  std::string cause;                      ///< in place of the status's own, where that has several
+  std::string refusal;                    ///< what the package manager said when it failed
   bool updated = false;
   std::time_t deferredUntil = 0;  ///< 0: not known, or not deferred
   std::string server;        ///< with user and password, if it has them; empty: as the run was told

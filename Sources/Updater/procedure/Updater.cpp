@@ -111,6 +111,7 @@ UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
       {Phase::Prepare, &Updater::installLibraries},
       {Phase::Prepare, &Updater::rehearse},
       {Phase::Prepare, &Updater::runBeforeHooks},
+      {Phase::Prepare, &Updater::checkHealthBefore},
       {Phase::Prepare, &Updater::lockPackageManager},
       {Phase::Prepare, &Updater::checkGatesAgain},
       {Phase::Stop, &Updater::replaceAgent},

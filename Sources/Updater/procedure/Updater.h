@@ -117,6 +117,7 @@ class Updater {
   Stop querySize(UpdateRun& run);
   Stop obtainPackage(UpdateRun& run);
   Stop runBeforeHooks(UpdateRun& run);
+  Stop checkHealthBefore(UpdateRun& run);
 
   // Steps of a run with a settings file, which has everything fit before the agent is stopped.
   // They look at packages of Debian and of rpm alone.
@@ -171,4 +172,9 @@ class Updater {
   void installXCBDeps(const UpdateRun& run) const noexcept;
   bool startAgent(const UpdateRun& run) const noexcept;
   UpdateResult judgeReplacement(UpdateRun& run, bool installed, bool started) const;
+
+  // After it.
+  [[nodiscard]] bool looksAfter(const UpdateRun& run) const;
+  UpdateResult judgeHealth(UpdateRun& run) const;
+  std::string findAilment(UpdateRun& run) const;
 };

@@ -106,7 +106,8 @@ Updater::Stop Updater::replaceAgent(UpdateRun& run) {
   const bool started = startAgent(run);
   QD_LOG_QUIETLY(NFY, "Agent Update done");
   if (run.settings == nullptr) return UpdateResult::Done;
-  return judgeReplacement(run, installed, started);
+  const UpdateResult result = judgeReplacement(run, installed, started);
+  return result == UpdateResult::Done && looksAfter(run) ? judgeHealth(run) : result;
 }
 
 void Updater::stopAgent(const UpdateRun& run) const noexcept {

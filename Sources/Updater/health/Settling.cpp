@@ -1,0 +1,60 @@
+#include "Updater/health/Settling.h"
+
+#include <charconv>
+#include <string_view>
+
+namespace {
+
+unsigned long numberIn(std::string_view text) {
+  unsigned long number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() ? number : 0;
+}
+
+std::string secondsText(std::chrono::milliseconds time) {
+  return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(time).count()) + " s";
+}
+
+}  // namespace
+
+UnitState readUnitState(const std::vector<std::string>& lines) {
+  UnitState unit;
+  for (const std::string& line : lines) {
+    const std::size_t sign = line.find('=');
+    if (sign == std::string::npos) continue;
+    const std::string_view name = std::string_view(line).substr(0, sign);
+    const std::string_view value = std::string_view(line).substr(sign + 1);
+    if (name == "ActiveState") unit.active = value;
+    if (name == "SubState") unit.sub = value;
+    if (name == "MainPID") unit.mainPid = numberIn(value);
+    if (name == "NRestarts") unit.restarts = numberIn(value);
+  }
+  return unit;
+}
+
+std::optional<std::string> Settling::observe(std::chrono::milliseconds at, const UnitState& unit) {
+  if (unit.active.empty()) {
+    if (at - answered_ < timeout_) return std::nullopt;
+    return "systemd has not said for " + secondsText(timeout_) + " how its unit is";
+  }
+  answered_ = at;
+  // systemd calls that activating, too.
+  if (unit.sub.starts_with("auto-restart")) return "it ended, and systemd restarts it";
+  if (unit.active == "activating" && !since_) {
+    if (at < timeout_) return std::nullopt;
+    return "its unit is still activating after " + secondsText(timeout_);
+  }
+  if (unit.active != "active" && unit.active != "reloading") {
+    return "its unit is " + unit.active + " (" + unit.sub + ")";
+  }
+  if (unit.mainPid == 0) return "its unit is " + unit.active + " without a main process";
+  if (!since_) {
+    since_ = at;
+    first_ = unit;
+  }
+  if (unit.mainPid != first_.mainPid || unit.restarts != first_.restarts) {
+    return "it ended, and systemd restarted it";
+  }
+  if (at - *since_ < settle_) return std::nullopt;
+  return std::string();
+}

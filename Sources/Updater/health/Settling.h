@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What systemd says of a unit at one moment.
+struct UnitState {
+  std::string active;         ///< "active", "activating", "failed" and so on; empty: it did not say
+  std::string sub;            ///< the finer state, "running" or "auto-restart" for example
+  unsigned long mainPid = 0;  ///< 0: no main process
+  unsigned long restarts = 0;  ///< by systemd itself since somebody started the unit
+};
+
+/// Reads the lines "ActiveState=", "SubState=", "MainPID=" and "NRestarts="; others are passed
+/// over, and what is missing or no number stays as above.
+UnitState readUnitState(const std::vector<std::string>& lines);
+
+/// Decides from what is seen of a unit that was just started whether it has settled: active, with
+/// one and the same main process, for so long.
+class Settling {
+ public:
+  /// `settle`: for so long; `timeout`: so long it may be starting, or systemd may stay silent.
+  Settling(std::chrono::milliseconds settle, std::chrono::milliseconds timeout)
+      : settle_(settle), timeout_(timeout) {}
+
+  /// `at`: since the start, never less than the time before. Nothing: look again; an empty text: it
+  /// has settled; else what ails it, for people.
+  std::optional<std::string> observe(std::chrono::milliseconds at, const UnitState& unit);
+
+ private:
+  std::chrono::milliseconds settle_;
+  std::chrono::milliseconds timeout_;
+  std::chrono::milliseconds answered_{0};           ///< when systemd did say something
+  std::optional<std::chrono::milliseconds> since_;  ///< when it was first seen active
+  UnitState first_;                                 ///< as it was then
+};

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+/// The unit that `startCommand` has systemd start; empty where it is another service manager's.
+std::string unitStartedBy(const std::string& startCommand);
+
+/// Watches `unit`, which was just started, until it has settled or ails; see Settling. Returns what
+/// ails it, for people; empty when nothing does, and where the machine runs without systemd. Logs
+/// nothing.
+std::string watchUnit(const std::string& unit, std::chrono::seconds settle,
+                      std::chrono::seconds timeout);
