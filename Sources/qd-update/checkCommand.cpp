@@ -26,7 +26,8 @@ struct Findings {
   std::vector<std::string> obstacles;  ///< what keeps a run from installing it now
 };
 
-void askServer(Settings settings, const RunPlaces& places, Findings& found) {
+void askServer(Settings settings, const RunPlaces& places, const std::vector<BadVersion>& bad,
+               Findings& found) {
   // Somebody waits for the answer.
   settings.fetch.deadline = std::min(settings.fetch.deadline, std::chrono::seconds(30));
   const LastError lastError;
@@ -36,6 +37,7 @@ void askServer(Settings settings, const RunPlaces& places, Findings& found) {
   run.trustFolder = trust.path();
   run.dropInFolder = places.dropInFolder;
   run.installedText = found.installed;
+  run.bad = bad;
   run.server = settings.server;
   PatientTransport requests(settings.fetch, settings.server, settings.fetch.deadline);
   Updater updater(false);
@@ -54,9 +56,11 @@ Findings find(const Job& job) {
   const SettingsRead read = neededSettings(job.places);
   Findings found;
   OwnPrograms programs;
+  std::vector<BadVersion> bad;
   found.message = read.fault;
   if (found.message.empty()) found.message = unsupportedSetting(*read.settings);
   if (found.message.empty()) found.message = checkDropIns(job.places, programs);
+  if (found.message.empty()) found.message = readBadVersions(job.places, bad);
   if (!found.message.empty()) {
     found.result = UpdateResult::ConfigurationFaulty;
     return found;
@@ -68,7 +72,7 @@ Findings find(const Job& job) {
     found.message = "the package manager knows no installed agent; --installed says its version";
     return found;
   }
-  askServer(*read.settings, job.places, found);
+  askServer(*read.settings, job.places, bad, found);
   found.obstacles = obstaclesNow(*read.settings, job.places);
   return found;
 }

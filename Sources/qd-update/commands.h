@@ -19,6 +19,7 @@ int checkForUpdate(const Job& job);
 int showStatus(const Job& job);
 int showHistory(const Job& job);
 int trustRoot(const Job& job);
+int forgiveVersion(const Job& job);
 
 /// The settings, which must be there and name a server: without a fault then.
 SettingsRead neededSettings(const RunPlaces& places);

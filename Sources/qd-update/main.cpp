@@ -21,6 +21,8 @@ int carryOut(const Options& options) {
       return showStatus(job);
     case Options::Command::Trust:
       return trustRoot(job);
+    case Options::Command::Forgive:
+      return forgiveVersion(job);
     case Options::Command::History:
       break;
   }

@@ -78,6 +78,10 @@ OptionsRead readOptions(int argc, const char* const* argv, std::time_t now) {
   trust->add_flag("--replace", options.replace, "forget what is trusted now");
   trust->add_flag("--yes", options.yes, "do not ask");
 
+  CLI::App* const forgive =
+      addCommand(app, options, Forgive, "forgive", "let a version be installed that ailed here");
+  forgive->add_option("VERSION", options.forgiven, "as the records name it")->required();
+
   try {
     app.parse(argc, argv);
     if (!since.empty()) {

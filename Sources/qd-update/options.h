@@ -6,7 +6,7 @@
 
 /// What qd-update was asked to do.
 struct Options {
-  enum class Command { Run, Check, Status, History, Trust } command = Command::Run;
+  enum class Command { Run, Check, Status, History, Trust, Forgive } command = Command::Run;
   std::optional<std::string> installed;  ///< the installed version, in place of the database's
   bool json = false;
   bool quiet = false;
@@ -15,6 +15,7 @@ struct Options {
   std::string root;        ///< the file of a root to trust
   bool replace = false;    ///< whatever is trusted now
   bool yes = false;        ///< without a question
+  std::string forgiven;    ///< a version that was bad
   std::time_t since = 0;   ///< runs that started then or later
 };
 

@@ -16,8 +16,8 @@ from functools import partial
 import pyte
 
 from harness import Answer, Outcome, Row, blocks, difference, fill, items, main, read, write
-from harness.linux import BLOCKS, DEB, PACKAGE, VERSION
-from settings import DATABASE, PAST, installed, state, tells
+from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, VERSION
+from settings import DATABASE, PAST, bad, both, installed, state, tells
 
 DIED = PAST | {"phase": "install", "outcome": "running", "ended": None,
                "started": "2026-03-02T14:05:09Z"}
@@ -154,6 +154,14 @@ CHECK = [
             "2026-03-01 14:06, updated | The installed version is up to date.")),
     row("CheckFails", {VERSION: 404}, args=["check"], status=2, check=leaves_nothing(prints(
         "Installed   7.2.0.1", "Failed to download version:  [404]"))),
+    row("CheckKnowsABadVersion", args=["check"], status=25, prepare=both(installed(), bad(DIGEST)), check=prints(
+        "Installed   7.2.0.1 | Available   7.2.1.15   from {S}", "7.2.1.15 is known as bad here since "
+        "2026-03-01T14:05:09Z: why; qd-update forgive 7.2.1.15 ends that")),
+    row("ForgivesAVersion", args=["forgive", "7.2.1.15"], requests="", calls="", prepare=bad(DIGEST),
+        check=both(prints("7.2.1.15 is forgiven: the next run may install it again."), lambda run, _:
+                   difference("bad", [read(state(run, "bad.json"))], ["[]\n"]))),
+    row("ForgivesWhatIsBadAlone", args=["forgive", "7.2.1.1"], status=64, prepare=bad(DIGEST),
+        check=prints("", "7.2.1.1 is not known as bad here")),
     row("CheckNeedsAServer", config="", args=["check"], status=20, requests="", calls="",
         check=leaves_nothing(prints("", "/etc/qd/update.{I}.toml: names no server; set \"server\" "
                                     "to the address that the updates come from"))),

@@ -13,7 +13,7 @@ from pathlib import Path
 import jsonschema
 
 from harness import Row, blocks, difference, fill, main, read, write
-from harness.linux import BLOCKS, DEB, PACKAGE, WRONG
+from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, WRONG
 
 TOP = Path(__file__).resolve().parents[2]
 SCHEMA = json.loads((TOP / "share/status.schema.json").read_text())
@@ -199,9 +199,21 @@ def unit(*states: str) -> dict[str, str]:
 
 
 def ails(why: str):
-    return tells({"cause": "unhealthy", "outcome": "failed", "phase": "health", "message":
+    return tells({"cause": "unhealthy", "outcome": "failed", "phase": "health", "bad": ["7.2.1.15"], "message":
                   f"the agent is unhealthy: {why}; the former version was not put back, since "
                   "health.rollback is false; there is now: 7.2.1.15"})
+
+
+def bad(digest: str, version: str = "7.2.1.15"):
+    entry = {"version": version, "sha256": "", "md5": digest, "since": "2026-03-01T14:05:09Z", "cause": "why"}
+    return lambda run: write(state(run, "bad.json"), json.dumps([entry]))
+
+
+def is_bad(run, _):
+    """That the version that ailed is in the list, which all can read, by its digest."""
+    entry, = json.loads(read(state(run, "bad.json")))
+    yield from difference("bad", [entry["version"], entry["md5"], entry["cause"]],
+                          ["7.2.1.15", DIGEST, "its unit is failed (failed)"])
 
 
 RUNNING = "ActiveState=active\nSubState=running\nMainPID=7\nNRestarts=0"
@@ -210,13 +222,18 @@ HEALTHS = [
            prepare=both(installed(), drop_in("health/x", "echo $QD_UPDATE_PHASE $QD_UPDATE_TO")),
            has="NFY x: prepare 7.2.1.15 | NFY x: health 7.2.1.15 | NFY The agent is healthy"),
     HEALTH("DiesWhileItSettles", commands=unit(RUNNING, "ActiveState=failed\nSubState=failed"),
-           check=ails("its unit is failed (failed)")),
+           check=both(ails("its unit is failed (failed)"), is_bad)),
     *(HEALTH(name, commands=unit(RUNNING), check=ails(why), prepare=both(installed(), drop_in(
         "health/x", f"[ $QD_UPDATE_PHASE != health ] || {command}"))) for name, command, why in [
             ("CheckFails", "exit 3", "check x ended with 3"),
             ("CheckHangs", "sleep 60", "check x took more than 1 s and was ended")]),
     HEALTH("CheckThatFailedBefore", status=0, commands=unit(RUNNING), check=tells(GOOD),
            prepare=both(installed(), drop_in("health/x", "exit 3")), has="WRN check x ended with 3"),
+    row("BadVersion", status=25, calls="", requests="{GET version} | GET {folder}/{hash file}", prepare=both(
+        installed(), bad(DIGEST)), check=tells({"cause": "known-bad", "outcome": "refused", "bad": ["7.2.1.15"],
+        "message": "7.2.1.15 is known as bad here since 2026-03-01T14:05:09Z: why; qd-update forgive 7.2.1.15 ends that"})),
+    row("BadVersionPackagedAnew", requests="{requests}",
+        prepare=both(installed(), bad("0" * 32)), check=tells(GOOD | {"bad": ["7.2.1.15"]})),
     HEALTH("AilsWithoutStarting", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'}),
 ]
 
@@ -282,6 +299,8 @@ FAULTY = [
     faulty("HookOfAUser", "", "{own}/hooks/before-1: belongs to user 7, not to root: somebody else "
            "could change it; see to its content, then chown root",
            before=drop_in("hooks/before-1", "", owner=7)),
+    faulty("FaultyBadVersions", "", f"{STATE}/bad.json: is no list of bad versions; see to its content, "
+           "then remove it", before=lambda run: write(state(run, "bad.json"), "{")),
     faulty("CheckThatCannotRun", "", "{own}/health/x: is not executable; chmod +x it, or remove it",
            before=drop_in("health/x", "", 0o644)),
 ]

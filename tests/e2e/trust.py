@@ -11,7 +11,7 @@ from pathlib import Path
 
 from harness import Row, Server, difference, fill, main, read, write
 from harness.suite import PROGRAMS
-from settings import installed, row as settings_row, tells
+from settings import both, drop_in, installed, row as settings_row, tells
 
 HOME = tempfile.TemporaryDirectory(prefix="qd-trust.")
 ARCH = subprocess.run(["dpkg", "--print-architecture"], capture_output=True, text=True).stdout.strip()
@@ -106,7 +106,7 @@ def closed() -> str:
 
 def row(name: str, server: str = "good", config: str = "", status: int = 0, message: str = "",
         outcome: str = "", **more) -> Row:
-    usual = {0: "updated", 20: "failed", 21: "deferred", 24: "refused"}[status]
+    usual = {0: "updated", 20: "failed", 21: "deferred", 24: "refused", 25: "refused"}[status]
     said = {"status": status, "outcome": outcome or usual} | ({"message": message} if message else {})
     more.setdefault("calls", "" if status else None)
     checks = [tells(said, more.pop("history", 1)), *more.pop("checks", [])]
@@ -136,6 +136,10 @@ def rows() -> list[Row]:
             message="7.2.1.15 is outside the pin 7.1.*"),
         row("WindowHoldsBack", config=closed(), status=21),
         row("MarkHoldsBack", prepare=mark, status=21, message=late),
+        row("WhatAiledIsNotAskedForAgain", drive=then("good"), status=25, calls=None, history=2, prepare=both(
+            before, drop_in("health/x", "[ $QD_UPDATE_PHASE != health ]")), checks=[
+                asked("GET /metadata/2.root.json | GET /metadata/timestamp.json")],
+            config="[health]\nrollback = false\nsettle = '0s'\ntimeout = '1s'\n"),
         row("NeedsItsFirstRoot", prepare=installed(), status=20, requests=""),
         row("TriesTheMirrors", "good", status=0, drive=mirrored),
     ]

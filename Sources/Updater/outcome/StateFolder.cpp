@@ -181,6 +181,10 @@ std::optional<bool> stateFolderIsLocked(const std::string& path) {
 #endif
 }
 
+std::string readStateFile(const std::string& path, const char* name) {
+  return readFile(path + "/" + name, kMostBytes);
+}
+
 std::vector<RunRecord> readHistory(const std::string& path) {
   std::vector<RunRecord> records;
   for (const char* const name : {kOldHistory, kHistory}) {

@@ -8,6 +8,9 @@
 #include "Updater/outcome/RunRecord.h"
 #include "ground/osal_scoped.h"
 
+/// The content of a file in the folder of the records; empty where there is none that can be read.
+std::string readStateFile(const std::string& path, const char* name);
+
 /// The folder of the records, for an agent instance that may be empty; empty for an instance name
 /// that can't be one.
 std::string stateFolderOf(const std::string& instance);

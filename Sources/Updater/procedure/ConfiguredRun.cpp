@@ -69,6 +69,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   std::string fault = read_.fault;
   if (fault.empty()) fault = unsupportedSetting(settings_);
   if (fault.empty()) fault = checkDropIns(places_, programs);
+  if (fault.empty()) fault = readBadVersions(places_, run.bad);
   if (!fault.empty()) {
     QDLOG(ROOT, ERR, "Configuration : " << fault);
     std::cerr << fault << '\n';
@@ -81,11 +82,13 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   CommandOutput output;
   run.settings = &settings_;
   run.output = &output;
+  for (const BadVersion& bad : run.bad) recorder_->record().bad.push_back(bad.version);
   run.hooks = programs.hooks;
   run.checks = programs.checks;
   run.trustFolder = trustFolderOf(places_);
   run.dropInFolder = places_.dropInFolder;
   const UpdateResult result = update(updater, request, run);
+  if (result == UpdateResult::Unhealthy) markBad(run);
   if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
   // Records are for all to read.
   run.message = withoutPassword(run.message, request.server);
@@ -137,6 +140,21 @@ std::unique_ptr<PatientTransport> ConfiguredRun::transport(const RunRequest& req
   return requests;
 }
 
+/// The version that was just installed is not installed again, should somebody put another in its
+/// place.
+void ConfiguredRun::markBad(UpdateRun& run) const {
+  const std::string version = versionText(run.available);
+  run.bad.push_back({.version = version,
+                     .sha256 = run.release != nullptr ? run.release->sha256() : std::string(),
+                     .md5 = run.expectedMd5,
+                     .since = utcText(std::time(nullptr)),
+                     .cause = run.ailment});
+  recorder_->record().bad.push_back(version);
+  const bool written =
+      folder_.isOpen() && folder_.replace(kBadVersions, badVersionsText(run.bad), true) == 0;
+  if (!written) QDLOG(ROOT, WRN, "Cannot write " << kBadVersions);
+}
+
 void ConfiguredRun::finish(const UpdateRun& run, UpdateResult result) {
   run.fillRecord();
   recorder_->finish(result, run.updated, run.message, run.cause);
@@ -151,6 +169,16 @@ std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs) {
     if (std::string_view(name) == "hooks") programs.hooks = std::move(found.files);
     if (std::string_view(name) == "health") programs.checks = std::move(found.files);
   }
+  return {};
+}
+
+std::string readBadVersions(const RunPlaces& places, std::vector<BadVersion>& bad) {
+  auto read = parseBadVersions(readStateFile(places.stateFolder, kBadVersions));
+  if (!read) {
+    return places.stateFolder + "/" + kBadVersions +
+           ": is no list of bad versions; see to its content, then remove it";
+  }
+  bad = std::move(*read);
   return {};
 }
 

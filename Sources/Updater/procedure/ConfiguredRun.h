@@ -51,6 +51,7 @@ class ConfiguredRun {
   UpdateResult update(Updater& updater, const RunRequest& request, UpdateRun& run);
   std::unique_ptr<PatientTransport> transport(const RunRequest& request, UpdateRun& run);
   void finish(const UpdateRun& run, UpdateResult result);
+  void markBad(UpdateRun& run) const;
   UpdateResult refuse(const RunRequest& request, UpdateResult result, const std::string& message);
 
   SettingsRead read_;
@@ -70,6 +71,12 @@ struct OwnPrograms {
 /// What a run would find faulty besides the settings file itself, with what to do; empty when
 /// nothing. `programs`: those that may be run.
 std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs);
+
+/// The file of the bad versions, among the records.
+inline constexpr const char* kBadVersions = "bad.json";
+
+/// Reads it. Returns what is faulty, with what to do; empty when nothing is.
+std::string readBadVersions(const RunPlaces& places, std::vector<BadVersion>& bad);
 
 /// What would keep an update from being installed at this moment, a line each. Reads only.
 std::vector<std::string> obstaclesNow(const Settings& settings, const RunPlaces& places);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Updater/config/Settings.h"
+#include "Updater/health/BadVersions.h"
 #include "Updater/health/checks.h"
 #include "Updater/net/HttpClient.h"
 #include "Updater/outcome/Recorder.h"
@@ -48,6 +49,8 @@ struct UpdateRun {
   std::string message;                    ///< for people, where no record of the log says it
   std::string cause;                      ///< in place of the status's own, where that has several
   std::string refusal;                    ///< what the package manager said when it failed
+  std::vector<BadVersion> bad;            ///< versions that are not installed here any more
+  std::string ailment;                    ///< of the agent, after its start
   bool updated = false;
   std::time_t deferredUntil = 0;  ///< 0: not known, or not deferred
   std::string server;        ///< with user and password, if it has them; empty: as the run was told

@@ -99,6 +99,7 @@ UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
       {Phase::Check, &Updater::chooseRelease},
       {Phase::Check, &Updater::chooseParameters},
       {Phase::Check, &Updater::compareVersions},
+      {Phase::Check, &Updater::checkKnownBad},
       {Phase::Check, &Updater::checkGates},
       {Phase::Check, &Updater::checkAgentUnit},
       {Phase::Check, &Updater::checkHold},
@@ -128,7 +129,8 @@ UpdateResult Updater::checkOnly(const std::string& url, UpdateRun& run) try {
       {Phase::Check, &Updater::identifySystem},  {Phase::Check, &Updater::parseInstalledVersion},
       {Phase::Check, &Updater::findTempDir},     {Phase::Check, &Updater::identifyArchitecture},
       {Phase::Check, &Updater::chooseRelease},   {Phase::Check, &Updater::chooseParameters},
-      {Phase::Check, &Updater::compareVersions}, {Phase::Check, &Updater::checkGates},
+      {Phase::Check, &Updater::compareVersions}, {Phase::Check, &Updater::checkKnownBad},
+      {Phase::Check, &Updater::checkGates},
   };
   serverUrl = url;
   const UpdateResult result = take(kSteps, run);
@@ -265,7 +267,7 @@ Updater::Stop Updater::checkAgentUnit(UpdateRun& /*run*/) {
 }
 
 Updater::Stop Updater::fetchDigest(UpdateRun& run) {
-  if (run.isSigned()) return std::nullopt;
+  if (run.isSigned() || !run.expectedMd5.empty()) return std::nullopt;
   std::string body;
   if (const int r = httpClient.get(run.setup.hashUrl, body, run.headers); r != 0) {
     QDLOG(ROOT, ERR, "No file signature available (skip verification): [" << r << "]");

@@ -111,6 +111,7 @@ class Updater {
   Stop chooseRelease(UpdateRun& run);
   Stop chooseParameters(UpdateRun& run);
   Stop compareVersions(UpdateRun& run);
+  Stop checkKnownBad(UpdateRun& run);
   Stop checkGates(UpdateRun& run);
   Stop checkAgentUnit(UpdateRun& run);
   Stop fetchDigest(UpdateRun& run);

@@ -8,6 +8,19 @@
 #include "Updater/process/Interrupts.h"
 #include "logging/QDLog.h"
 
+/// Its digest tells a bad version, so where there are any it is fetched before its turn.
+Updater::Stop Updater::checkKnownBad(UpdateRun& run) {
+  if (run.bad.empty()) return std::nullopt;
+  if (const Stop stop = fetchDigest(run)) return stop;
+  const std::string sha256 = run.release != nullptr ? run.release->sha256() : std::string();
+  const BadVersion* const bad = findBad(run.bad, sha256, run.expectedMd5);
+  if (bad == nullptr) return std::nullopt;
+  run.message = bad->version + " is known as bad here since " + bad->since + ": " + bad->cause +
+                "; qd-update forgive " + bad->version + " ends that";
+  QDLOG(ROOT, ERR, "Refused : " << run.message);
+  return UpdateResult::KnownBad;
+}
+
 Updater::Stop Updater::checkHealthBefore(UpdateRun& run) {
   if (!looksAfter(run) || run.checks.empty()) return std::nullopt;
   QDLOG(ROOT, NFY, "Looking after the agent that runs");
@@ -22,16 +35,16 @@ bool Updater::looksAfter(const UpdateRun& run) const {
 
 UpdateResult Updater::judgeHealth(UpdateRun& run) const {
   run.enter(Phase::Health);
-  const std::string ailment = findAilment(run);
-  if (ailment.empty()) {
+  run.ailment = findAilment(run);
+  if (run.ailment.empty()) {
     QDLOG(ROOT, NFY, "The agent is healthy");
     return UpdateResult::Done;
   }
   const auto agent = utils::queryInstalledAgent(distrib);
-  run.message = "the agent is unhealthy: " + ailment +
+  run.message = "the agent is unhealthy: " + run.ailment +
                 "; the former version was not put back, since health.rollback is false";
   if (agent) run.message += "; there is now: " + agent->text();
-  QDLOG(ROOT, ERR, "Unhealthy : " << ailment);
+  QDLOG(ROOT, ERR, "Unhealthy : " << run.ailment);
   return UpdateResult::Unhealthy;
 }
 
