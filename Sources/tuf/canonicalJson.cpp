@@ -21,11 +21,9 @@ constexpr std::size_t kMaxValues = std::size_t{1} << 20;
 /// Builds the value from the parser's events.
 class Builder final : public nlohmann::json_sax<Json> {
  public:
-  Builder() = default;
+  explicit Builder(Json& result) : result_(result) {}
   Builder(const Builder&) = delete;
   Builder& operator=(const Builder&) = delete;
-
-  Json result;
 
   bool null() override { return add(nullptr); }
   bool boolean(bool value) override { return add(value); }
@@ -54,7 +52,7 @@ class Builder final : public nlohmann::json_sax<Json> {
   /// Elements of an array stay where they are while what is inside the last one is being built.
   Json& place(Json&& value) {
     if (++values_ > kMaxValues) refuse("The JSON has too many values");
-    if (levels_.empty()) return result = std::move(value);
+    if (levels_.empty()) return result_ = std::move(value);
     Json& parent = *levels_.back();
     if (parent.is_object()) return *member_ = std::move(value);
     parent.push_back(std::move(value));
@@ -77,6 +75,7 @@ class Builder final : public nlohmann::json_sax<Json> {
     return true;
   }
 
+  Json& result_;
   std::vector<Json*> levels_;
   Json* member_ = nullptr;
   std::size_t values_ = 0;
@@ -133,9 +132,10 @@ void encode(const Json& value, std::string& out) {
 }  // namespace
 
 Json parseJson(std::string_view text) {
-  Builder builder;
+  Json result;
+  Builder builder(result);
   if (!Json::sax_parse(text.begin(), text.end(), &builder)) refuse("No JSON");
-  return std::move(builder.result);
+  return result;
 }
 
 std::string canonicalJson(const Json& value, std::size_t expectedSize) {
