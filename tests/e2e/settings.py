@@ -231,7 +231,8 @@ HEALTHS = [
            prepare=both(installed(), drop_in("health/x", "exit 3")), has="WRN check x ended with 3"),
     row("BadVersion", status=25, calls="", requests="{GET version} | GET {folder}/{hash file}", prepare=both(
         installed(), bad(DIGEST)), check=tells({"cause": "known-bad", "outcome": "refused", "bad": ["7.2.1.15"],
-        "message": "7.2.1.15 is known as bad here since 2026-03-01T14:05:09Z: why; qd-update forgive 7.2.1.15 ends that"})),
+        "message": "7.2.1.15 is known as bad here since 2026-03-01T14:05:09Z: why; "
+                   "qd-update forgive 7.2.1.15 ends that"})),
     row("BadVersionPackagedAnew", requests="{requests}",
         prepare=both(installed(), bad("0" * 32)), check=tells(GOOD | {"bad": ["7.2.1.15"]})),
     HEALTH("AilsWithoutStarting", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'}),
