@@ -82,7 +82,7 @@ void parseDocument(Json& content, const char* type, Document& document) {
     refuse(std::string("It is not of the type ") + type);
   }
   if (!isSupportedSpec(asText(member(content, "spec_version"), "spec_version"))) {
-    refuse("It is not of a version 1 of the specification");
+    refuse("Its spec_version is not 1.x");
   }
   document.version = asNumber(member(content, "version"), "version", 1);
   document.expires = parseTime(asText(member(content, "expires"), "expires"));

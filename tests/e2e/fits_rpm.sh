@@ -6,7 +6,7 @@
 # shellcheck source=tests/e2e/fits.sh
 . /qd/fits.sh
 
-# make_special FILE LINE...: version 7.2.1.15 of the agent with these lines in its specification.
+# make_special FILE LINE...: version 7.2.1.15 of the agent with these lines in its spec file.
 make_special() {
   local top=/qd/special
   mkdir -p $top
