@@ -166,8 +166,11 @@ std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs) {
     const bool isRun = std::string_view(name) != "inhibit";
     DropIns found = listDropIns(places.dropInFolder + "/" + name, isRun);
     if (!found.fault.empty()) return found.fault;
-    if (std::string_view(name) == "hooks") programs.hooks = std::move(found.files);
-    if (std::string_view(name) == "health") programs.checks = std::move(found.files);
+    if (std::string_view(name) == "hooks") {
+      programs.hooks = std::move(found.files);
+    } else if (std::string_view(name) == "health") {
+      programs.checks = std::move(found.files);
+    }
   }
   return {};
 }
