@@ -8,6 +8,7 @@
 #include "Updater/download/PartialFile.h"
 #include "Updater/outcome/hooks.h"
 #include "Updater/package/installedAgent.h"
+#include "Updater/prepare/room.h"
 #include "Updater/procedure/LastError.h"
 #include "Updater/process/Interrupts.h"
 #include "Updater/terms/utilsPlatform.h"
@@ -135,6 +136,9 @@ std::unique_ptr<PatientTransport> ConfiguredRun::transport(const RunRequest& req
     return !Interrupts::came();
   });
   if (folder_.isOpen()) run.downloadFolder = openPartialFolder(folder_.path());
+  // Records without room never keep an update from running: the temporary folder may have some.
+  const auto free = utils::freeBytes(run.downloadFolder);
+  if (free && *free < settings_.install.reserve) run.downloadFolder.clear();
   requests->setPartialFolder(run.downloadFolder);
   requests->setWithSha256(settings_.trust || settings_.health);
   return requests;
