@@ -54,7 +54,7 @@ std::string reasonIn(const std::vector<std::string>& output) {
                                                                " is needed by "};
   std::string last;
   for (const std::string& line : output) {
-    const std::string text = boost::trim_copy(line);
+    std::string text = boost::trim_copy(line);
     const bool isReason = std::ranges::any_of(kReasons, [&text](std::string_view reason) {
       return text.find(reason) != std::string::npos;
     });

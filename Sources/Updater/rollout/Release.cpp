@@ -46,7 +46,7 @@ bool flagOf(const json& object, const char* name, bool otherwise) {
 
 Version versionOf(const json& object, const char* name) {
   const std::string text = textOf(object, name);
-  const Version version(text);
+  Version version(text);
   if (!version.isValid() || versionText(version) != text) refuse(name);
   return version;
 }
