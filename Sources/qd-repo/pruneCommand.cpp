@@ -145,7 +145,7 @@ int pruneRepository(const RepoOptions& options) {
     repository.renew(keys, {.targets = true, .snapshot = true}, now);
   }
   writePlainFiles(repository, now);
-  const Wanted wanted = wantedOf(repository, now - options.grace.count());
+  const Wanted wanted = wantedOf(repository, std::time(nullptr) - options.grace.count());
   const fs::path top = options.repository;
   const std::uintmax_t freed = sweep(top / "linux", top, wanted.plain) +
                                sweep(top / "targets", top / "targets", wanted.stored);

@@ -61,8 +61,8 @@ class Audit {
   /// The faults, each a sentence.
   const std::vector<std::string>& run() {
     if (!step([&] { refresh(); })) return faults_;
-    for (const auto& [path, file] : client_.targets().files) {
-      step([&] { client_.fetchTarget(file, access_.address + "/targets", [](auto) {}); });
+    for (const auto& entry : client_.targets().files) {
+      step([&] { client_.fetchTarget(entry.second, access_.address + "/targets", [](auto) {}); });
     }
     step([&] { releases_ = releasesIn(client_.targets()); });
     step([&] { checkRoles(); });
@@ -125,7 +125,7 @@ class Audit {
     }
     const auto warn = [&](const std::string& name, const tuf::Document& document) {
       const std::time_t left = document.expires - present();
-      if (left > 30 * 86400) return;
+      if (left > std::time_t{30} * 86400) return;
       notes_.push_back(name + " expires at " + tufrepo::timeText(document.expires));
     };
     warn("root", root);

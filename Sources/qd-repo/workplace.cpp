@@ -110,7 +110,7 @@ tufrepo::KeyRing keysOf(const RepoOptions& options) {
 std::time_t present() { return std::time(nullptr); }
 
 void warnOfExpiry(const tufrepo::Repository& repository, std::time_t now) {
-  constexpr std::time_t kAhead = 30 * 86400;
+  constexpr std::time_t kAhead = std::time_t{30} * 86400;
   const auto warn = [&](const char* role, const char* remedy) {
     const std::time_t expires = repository.expiryOf(role);
     const std::time_t life = tufrepo::livesOf(repository.rootContent()).at(role).count();
