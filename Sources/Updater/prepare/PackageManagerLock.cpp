@@ -19,6 +19,7 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr const char* kDpkgLock = "/var/lib/dpkg/lock-frontend";
+constexpr const char* kDpkgInnerLock = "/var/lib/dpkg/lock";
 constexpr const char* kHandedOn = "DPKG_FRONTEND_LOCKED";
 constexpr std::chrono::milliseconds kTick{100};
 constexpr seconds kReminder{60};
@@ -39,11 +40,24 @@ std::string programOf(pid_t pid) {
   return name.empty() ? "a process" : name;
 }
 
-struct flock wholeFile() {
+struct flock wholeFile(short type = F_WRLCK) {
   struct flock lock {};
-  lock.l_type = F_WRLCK;
+  lock.l_type = type;
   lock.l_whence = SEEK_SET;
   return lock;
+}
+
+/// Who else holds a lock on the file at `path`, as a sentence; empty when nobody does.
+std::string holderOf(int fd, const std::string& path) {
+  struct flock lock = wholeFile();
+  if (::fcntl(fd, F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) return {};
+  return programOf(lock.l_pid) + " (" + std::to_string(lock.l_pid) + ") holds " + path;
+}
+
+/// A dpkg whose front end died works on, and holds the inner lock alone.
+std::string orphanedDpkg() {
+  const ScopedFd fd(::open(kDpkgInnerLock, O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+  return fd ? holderOf(fd.get(), kDpkgInnerLock) : std::string();
 }
 
 }  // namespace
@@ -82,19 +96,29 @@ PackageManagerLock::Result PackageManagerLock::acquire(utils::AgentDistrib distr
 }
 
 bool PackageManagerLock::tryOnce(bool hold) {
-  struct flock lock = wholeFile();
-  if (hold && ::fcntl(fd_.get(), F_SETLK, &lock) == 0) {
-    ::setenv(kHandedOn, "true", 1);
-    held_ = true;
-    return true;
+  const struct flock lock = wholeFile();
+  if (!hold) {
+    const std::string holder = holderOf(fd_.get(), path_);
+    if (!holder.empty()) holder_ = holder;
+    return holder.empty();
   }
-  // Where the system keeps no locks there is nobody to wait for.
-  if (hold && errno != EAGAIN && errno != EACCES) return true;
-  lock = wholeFile();
-  if (::fcntl(fd_.get(), F_GETLK, &lock) != 0) return true;
-  if (lock.l_type == F_UNLCK) return !hold;
-  holder_ = programOf(lock.l_pid) + " (" + std::to_string(lock.l_pid) + ") holds " + path_;
-  return false;
+  if (::fcntl(fd_.get(), F_SETLK, &lock) != 0) {
+    // Where the system keeps no locks there is nobody to wait for.
+    if (errno != EAGAIN && errno != EACCES) return true;
+    const std::string holder = holderOf(fd_.get(), path_);
+    if (!holder.empty()) holder_ = holder;
+    return false;
+  }
+  const std::string orphan = orphanedDpkg();
+  if (!orphan.empty()) {
+    holder_ = orphan;
+    const struct flock unlock = wholeFile(F_UNLCK);
+    ::fcntl(fd_.get(), F_SETLK, &unlock);
+    return false;
+  }
+  ::setenv(kHandedOn, "true", 1);
+  held_ = true;
+  return true;
 }
 
 void PackageManagerLock::release() noexcept {
