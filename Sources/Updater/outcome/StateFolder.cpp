@@ -102,6 +102,11 @@ int StateFolder::replace(const char* name, std::string_view content, bool durabl
   return ENOMEM;
 }
 
+int StateFolder::remove(const char* name) const noexcept {
+  if (::unlinkat(folder_.get(), name, 0) != 0) return errno == ENOENT ? 0 : errno;
+  return ::fsync(folder_.get()) == 0 ? 0 : errno;
+}
+
 int StateFolder::appendHistory(std::string_view line, std::uint64_t limit) const {
   const std::string path = pathOf(kHistory);
   struct stat info {};

@@ -45,6 +45,10 @@ class StateFolder {
   /// Replaces a file, 0644. `durable`: it stands after a power cut. Returns 0 or an errno value.
   int replace(const char* name, std::string_view content, bool durable) const noexcept;
 
+  /// Removes a file, if it is there, so that it is gone after a power cut, too. Returns 0 or an
+  /// errno value.
+  int remove(const char* name) const noexcept;
+
   /// Appends a line to the history by one write, and waits for the disk. A history that would grow
   /// beyond `limit` bytes is put aside first, in place of the one put aside before. Returns 0 or an
   /// errno value; then the history is as it was.
