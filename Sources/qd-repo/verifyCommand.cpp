@@ -132,7 +132,7 @@ class Audit {
     warn("targets", client_.targets());
   }
 
-  /// What programs without signed metadata are told must be what is signed.
+  /// What programs without signed metadata read must be what is signed.
   void checkDefinition() {
     const auto file = nlohmann::json::parse(needed("agent_setup_def.json"));
     const UnixTime now{std::chrono::seconds(present())};

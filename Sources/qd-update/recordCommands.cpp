@@ -12,7 +12,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// Whether the run of a record goes on; nothing where that can't be told.
+/// Whether the run of a record goes on; nothing where that is unknown.
 std::optional<bool> goesOn(const RunRecord& record, const RunPlaces& places) {
   if (record.outcome != RunOutcome::Running) return false;
   return stateFolderIsLocked(places.stateFolder);

@@ -48,7 +48,7 @@ struct RolloutSettings {
   std::optional<VersionPin> pin;
 };
 
-/// Where is told what happened.
+/// What is reported of a run besides its record, and where.
 struct ReportSettings {
   std::string textfile;  ///< folder for the metrics; empty: none are written
   std::uint64_t history = std::uint64_t{1} << 20;  ///< bytes of history before it is rolled

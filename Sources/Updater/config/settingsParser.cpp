@@ -222,7 +222,7 @@ class Reader {
     }
   }
 
-  /// What no key alone can tell.
+  /// Checks keys that depend on each other.
   void checkTogether(const toml::table& file) {
     if (settings_.trust && settings_.trust->root.empty()) {
       complain(file["trust"].node()->source(),

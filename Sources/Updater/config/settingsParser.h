@@ -17,5 +17,5 @@ struct SettingsFault {
 std::string describeFault(const std::string& file, const SettingsFault& fault);
 
 /// Reads the text of a settings file (TOML). Every key, type, unit and value is checked, and what
-/// belongs together; the first fault of the text is the one that is told.
+/// belongs together; the first fault of the text is returned.
 std::variant<Settings, SettingsFault> parseSettings(std::string_view text);

@@ -12,8 +12,8 @@
 std::string openPartialFolder(const std::string& state);
 
 /// A file on its way, whose beginning an earlier request or run may have brought. Beside it, as
-/// NAME.from, lies which address it comes from and what tells it from any other file there. A
-/// failure to write throws std::system_error.
+/// NAME.from, lies which address it comes from and what distinguishes it from any other file there.
+/// A failure to write throws std::system_error.
 class PartialFile {
  public:
   /// `fd`, which stays the caller's, is the open file at `path`. `kept`: it lies in the folder

@@ -15,7 +15,7 @@ struct ContentRange {
 /// Reads it; nothing for a text of another form.
 std::optional<ContentRange> parseContentRange(const std::string& text);
 
-/// What tells the answer's file from any other under the same address, for an If-Range header:
-/// its ETag, unless that is a weak one, else when it was last modified, unless that was just
-/// before the answer: it could have been modified twice then. Empty: nothing.
+/// What distinguishes the answer's file from any other under the same address, for an If-Range
+/// header: its ETag, unless that is a weak one, else when it was last modified, unless that was
+/// just before the answer: it could have been modified twice then. Empty: nothing.
 std::string validatorOf(const fetch::Headers& headers);

@@ -49,16 +49,16 @@ void Recorder::begin(const std::string& from) {
   record_.from = from;
   if (folder_.isOpen()) {
     folder_.tidy();
-    tellFormerRun();
+    addFormerRun();
   }
-  tell(false);
+  write(false);
 }
 
 void Recorder::enter(Phase phase) noexcept {
   if (phase == record_.phase) return;
   spendTime();
   record_.phase = phase;
-  tell(agentMayBeStopped(phase));
+  write(agentMayBeStopped(phase));
 }
 
 void Recorder::progress(std::uint64_t bytes) noexcept {
@@ -71,15 +71,15 @@ void Recorder::finish(UpdateResult result, bool updated, const std::string& mess
   spendTime();
   endRecord(record_, result, updated, message);
   if (!cause.empty()) record_.cause = cause;
-  tell(true);
+  write(true);
   if (folder_.isOpen()) {
     warn("history.jsonl", folder_.appendHistory(historyLine(record_), places_.historyLimit));
   }
-  tellMetrics();
+  writeMetrics();
 }
 
 /// A run that died has left its record where it stood, and no line in the history.
-void Recorder::tellFormerRun() {
+void Recorder::addFormerRun() {
   auto former = readStatus(folder_.path());
   if (!former) return;
   const auto latest = folder_.latestInHistory();
@@ -94,7 +94,7 @@ void Recorder::tellFormerRun() {
 }
 
 /// Where it fails, the former record stays.
-void Recorder::tell(bool durable) noexcept {
+void Recorder::write(bool durable) noexcept {
   try {
     if (folder_.isOpen()) {
       warn("status.json", folder_.replace("status.json", statusText(record_), durable));
@@ -105,7 +105,7 @@ void Recorder::tell(bool durable) noexcept {
   observe();
 }
 
-void Recorder::tellMetrics() {
+void Recorder::writeMetrics() {
   if (places_.textfile.empty()) return;
   const std::string path = places_.textfile + "/qd_update.prom";
   if (osal_folderIsShared(places_.textfile.c_str())) {

@@ -14,8 +14,8 @@ RunRecord newRecord(const std::string& from);
 /// to do. The phase stays the one in which it ended. Without a message that of the status is taken.
 void endRecord(RunRecord& record, UpdateResult result, bool updated, const std::string& message);
 
-/// Tells what becomes of one run: status.json at each phase, at its end a line of the history and
-/// the metrics. What can't be written is told once in the log (WRN), and never keeps the run from
+/// Writes what becomes of one run: status.json at each phase, at its end a line of the history and
+/// the metrics. What can't be written is logged once (WRN), and never keeps the run from
 /// going on. Nothing is thrown by what is called while the agent is stopped.
 class Recorder {
  public:
@@ -29,7 +29,7 @@ class Recorder {
   /// `folder`, which may have failed to open, must outlive this object.
   Recorder(StateFolder& folder, Places places);
 
-  /// The record. Whoever knows better fills it in; it is told at the next phase.
+  /// The record. Whoever knows better fills it in; it is written at the next phase.
   [[nodiscard]] RunRecord& record() { return record_; }
 
   /// Called at each phase and whenever bytes came.
@@ -44,15 +44,15 @@ class Recorder {
   /// Bytes of the package have come.
   void progress(std::uint64_t bytes) noexcept;
 
-  /// Ends the record, as above, and tells it, synchronised. `cause`: one of those that the status
+  /// Ends the record, as above, and writes it, synchronised. `cause`: one of those that the status
   /// has besides its own; empty: its own.
   void finish(UpdateResult result, bool updated, const std::string& message,
               const std::string& cause = {});
 
  private:
-  void tell(bool durable) noexcept;
-  void tellFormerRun();
-  void tellMetrics();
+  void write(bool durable) noexcept;
+  void addFormerRun();
+  void writeMetrics();
   void warn(const char* what, int error) noexcept;
   void spendTime();
   void observe() noexcept;

@@ -31,7 +31,7 @@ std::string_view phaseToString(Phase phase);
 /// Whether the agent may be stopped in this phase: from the stop to the end of the way back.
 bool agentMayBeStopped(Phase phase);
 
-/// One run, as records tell it.
+/// One run, as it is recorded.
 struct RunRecord {
   std::string run;      ///< identifies it, 32 hexadecimal digits
   std::string program;  ///< version of the program

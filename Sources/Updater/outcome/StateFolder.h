@@ -70,7 +70,7 @@ class StateFolder {
   ScopedFd lock_;
 };
 
-/// Whether a process holds the lock of the folder at `path`; nothing where it can't be told. Reads
+/// Whether a process holds the lock of the folder at `path`; nothing where that is unknown. Reads
 /// only, and needs no rights.
 std::optional<bool> stateFolderIsLocked(const std::string& path);
 

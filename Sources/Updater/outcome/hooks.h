@@ -13,9 +13,9 @@
 std::vector<std::pair<std::string, std::string>> hookEnvironment(const RunRecord& record);
 
 /// Runs those of `files`, paths in their order, whose name begins with `prefix`, each for at most a
-/// minute. What they print goes into the log, a line a record. Returns what a person is told of the
-/// first that did not end with 0; empty when all did. `stopAtFailure`: those after it are not run.
-/// `cancelled`: asked now and then; may be empty.
+/// minute. What they print goes into the log, a line a record. Returns a message for people about
+/// the first that did not end with 0; empty when all did. `stopAtFailure`: those after it are not
+/// run. `cancelled`: asked now and then; may be empty.
 std::string runHooks(const std::vector<std::string>& files, std::string_view prefix,
                      const RunRecord& record, bool stopAtFailure,
                      const std::function<bool()>& cancelled);

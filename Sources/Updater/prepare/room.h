@@ -7,7 +7,7 @@
 
 namespace utils {
 
-/// Bytes that are free for this user on the file system of `path`; nothing where it can't be told.
+/// Bytes that are free for this user on the file system of `path`; nothing where that is unknown.
 std::optional<unsigned long long> freeBytes(const std::string& path);
 
 /// A folder on the file system that holds most of the installed agent, or of "/usr" when none is

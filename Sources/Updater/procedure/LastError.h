@@ -5,7 +5,7 @@
 #include "logging/QDLog.h"
 
 /// Stands before the logger's sink as long as it lives and remembers the text of the latest ERR
-/// record: why a run failed is told there, whichever step it was.
+/// record: it says why a run failed, whichever step it was.
 class LastError : public QDLogCb {
  public:
   LastError();

@@ -26,8 +26,8 @@ TrustFailure failureOf(const tuf::Error& e) {
   }
 }
 
-/// Of the failures of several servers the one to tell: a repository that is not trusted rather than
-/// one that does not answer.
+/// Of the failures of several servers the one to report: a repository that is not trusted rather
+/// than one that does not answer.
 void keepWorse(TrustFailure& kept, TrustFailure&& other) {
   if (kept.kind < other.kind) kept = std::move(other);
 }
