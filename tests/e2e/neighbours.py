@@ -151,6 +151,7 @@ def swapped(name: str, moment: str) -> Row:
 # Puts everything in the way that another user can, over and over.
 DISTURB = """
 import os, sys
+parent = os.getppid()
 user = int(sys.argv.pop(1))
 os.setgroups([])
 os.setgid(user)
@@ -164,7 +165,7 @@ def spoil(name):
         os.fchmod(fd, 0o644)
     finally:
         os.close(fd)
-while os.getppid() != 1:
+while os.getppid() == parent:
     for name in names:
         for act, *args in ((spoil, name), (os.unlink, name), (os.symlink, canary, own),
                            (os.rename, own, name), (os.link, name, own), (os.rename, own, name),
