@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -66,6 +67,15 @@ std::optional<int> endOf(pid_t child) {
   const pid_t ended = ::waitpid(child, &status, WNOHANG);
   if (ended == 0 || (ended < 0 && errno == EINTR)) return std::nullopt;
   return ended == child ? status : -1;
+}
+
+/// Readable when the child has ended; empty where the system has no such descriptors.
+ScopedFd openEndOf([[maybe_unused]] pid_t child) noexcept {
+#if defined(__linux__) && defined(SYS_pidfd_open)
+  return ScopedFd(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+#else
+  return ScopedFd();
+#endif
 }
 
 /// Passes a text that comes in pieces on by lines; one that is very long in parts.
@@ -147,12 +157,14 @@ void endGroup(pid_t child) {
 ChildEnd watch(pid_t child, int output, const ChildRun& run) {
   LineCutter lines(run.onLine);
   const auto until = Clock::now() + run.limit;
+  const ScopedFd ended = openEndOf(child);
   ChildEnd end;
   bool open = true;
   for (;;) {
     const auto status = endOf(child);
-    pollfd readable{output, POLLIN, 0};
-    ::poll(&readable, open ? 1 : 0, status ? 0 : kTickMs);
+    // A negative descriptor is passed over.
+    std::array<pollfd, 2> readable{{{open ? output : -1, POLLIN, 0}, {ended.get(), POLLIN, 0}}};
+    ::poll(readable.data(), readable.size(), status ? 0 : kTickMs);
     open = open && readAvailable(output, lines);
     if (status) {
       end = {ChildEnd::How::Exited, exitStatusOf(*status)};
