@@ -20,8 +20,7 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-constexpr std::size_t kWriteBuffer = std::size_t{64} << 10;
-constexpr std::size_t kReadBlock = std::size_t{256} << 10;
+constexpr std::size_t kWriteBuffer = std::size_t{32} << 10;
 constexpr std::size_t kMostNote = std::size_t{16} << 10;
 
 [[noreturn]] void fail() { throw std::system_error(errno, std::generic_category()); }
@@ -47,8 +46,8 @@ std::string openPartialFolder(const std::string& state) {
   return usable && utils::shellWord(path) == path ? path : std::string();
 }
 
-PartialFile::PartialFile(int fd, std::string path, bool kept, bool withSha256)
-    : fd_(fd), path_(std::move(path)), kept_(kept), digests_(withSha256) {
+PartialFile::PartialFile(int fd, std::string path, bool kept, RunningDigests::Kinds digests)
+    : fd_(fd), path_(std::move(path)), kept_(kept), digests_(fd, digests) {
   buffer_.reserve(kWriteBuffer);
   if (kept_) removeOthers(path_, notePath());
 }
@@ -63,23 +62,17 @@ void PartialFile::resume(const std::string& url) {
   const std::size_t end = note.find('\n');
   if (end == std::string::npos || note.substr(0, end) != url) return restart();
   validator_ = note.substr(end + 1, note.find('\n', end + 1) - end - 1);
-  if (validator_.empty() || ::lseek(fd_, 0, SEEK_SET) != 0) return restart();
-  digests_.reset();
-  size_ = 0;
-  std::vector<char> block(kReadBlock);
-  for (;;) {
-    const ssize_t count = osal_readSome(fd_, block.data(), block.size());
-    if (count < 0) return restart();
-    if (count == 0) break;
-    digests_.update({block.data(), static_cast<std::size_t>(count)});
-    size_ += static_cast<std::uint64_t>(count);
-  }
+  const off_t size = ::lseek(fd_, 0, SEEK_END);
+  if (validator_.empty() || size < 0) return restart();
+  size_ = static_cast<std::uint64_t>(size);
+  digests_.restart();
+  digests_.extend(size_);
 }
 
 void PartialFile::restart() {
+  digests_.restart();
   if (::ftruncate(fd_, 0) != 0 || ::lseek(fd_, 0, SEEK_SET) != 0) fail();
   buffer_.clear();
-  digests_.reset();
   size_ = 0;
   validator_.clear();
 }
@@ -109,13 +102,19 @@ void PartialFile::note() const {
 }
 
 void PartialFile::write(std::string_view bytes) {
-  digests_.update(bytes);
   buffer_ += bytes;
   size_ += bytes.size();
   if (buffer_.size() >= kWriteBuffer) flush();
 }
 
 void PartialFile::flush() {
+  if (buffer_.empty()) return;
   if (osal_writeAll(fd_, buffer_) != buffer_.size()) fail();
   buffer_.clear();
+  digests_.extend(size_);
+}
+
+RunningDigests& PartialFile::digests() {
+  digests_.finish();
+  return digests_;
 }

@@ -19,10 +19,10 @@ class PartialFile {
   /// `fd`, which stays the caller's, is the open file at `path`. `kept`: it lies in the folder
   /// above, where other files are left from earlier versions, and removed; else nothing is noted
   /// beside it, and it is not taken up by a later run.
-  PartialFile(int fd, std::string path, bool kept, bool withSha256);
+  PartialFile(int fd, std::string path, bool kept, RunningDigests::Kinds digests);
 
-  /// Takes up what is there of the file at `url`: reads it, for the digests. Where it is not known
-  /// what it belongs to, it is emptied.
+  /// Takes up what is there of the file at `url`. Where it is not known what it belongs to, it is
+  /// emptied.
   void resume(const std::string& url);
 
   /// Empties it.
@@ -40,7 +40,8 @@ class PartialFile {
   /// Everything is with the system.
   void flush();
 
-  RunningDigests& digests() { return digests_; }
+  /// Those of all that was flushed, once it has been read.
+  RunningDigests& digests();
 
  private:
   void note() const;
@@ -51,7 +52,7 @@ class PartialFile {
   bool kept_;
   std::string url_;
   std::string validator_;
-  std::uint64_t size_ = 0;
+  std::uint64_t size_ = 0;  // with what is in the buffer
   std::string buffer_;
   RunningDigests digests_;
 };

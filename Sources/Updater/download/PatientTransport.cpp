@@ -14,7 +14,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr long kReceiveBuffer = 512L * 1024;
+constexpr long kReceiveBuffer = 128L * 1024;
 constexpr std::uint64_t kSmallestBuffer = std::uint64_t{16} * 1024;
 
 std::string describe(const fetch::Result& result) {
@@ -74,7 +74,7 @@ int PatientTransport::head(const std::string& url, Headers& headers) {
 int PatientTransport::download(const std::string& url, int fd, const std::string& path,
                                unsigned long long limit, Headers& headers) try {
   const bool kept = !partialFolder_.empty() && path.starts_with(partialFolder_ + "/");
-  PartialFile file(fd, path, kept, withSha256_);
+  PartialFile file(fd, path, kept, digests_);
   file.resume(url);
   if (file.size() > 0) QDLOG(ROOT, NFY, "Resuming the download at " << file.size() << " bytes");
   const fetch::Request whole{.url = addressOf(url), .maxBytes = limit};

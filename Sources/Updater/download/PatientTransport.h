@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Updater/config/Settings.h"
+#include "Updater/download/RunningDigests.h"
 #include "Updater/net/HttpClient.h"
 #include "fetch/Transfer.h"
 
@@ -29,16 +30,16 @@ class PatientTransport : public HttpTransport {
   /// Downloads into this folder, made by openPartialFolder, go on in a later run.
   void setPartialFolder(std::string folder) { partialFolder_ = std::move(folder); }
 
-  /// Whether downloads get a SHA-256 digest, too.
-  void setWithSha256(bool wanted) { withSha256_ = wanted; }
+  /// Which digests downloads get; MD5 where nothing is said.
+  void setDigests(RunningDigests::Kinds digests) { digests_ = digests; }
 
   int get(const std::string& url, std::string& body, Headers& headers) override;
   int head(const std::string& url, Headers& headers) override;
 
   int download(const std::string& url, int fd, const std::string& path, unsigned long long limit,
                Headers& headers) override;
-  [[nodiscard]] std::string md5() const override { return md5_; }
   /// Empty where it was not wanted.
+  [[nodiscard]] std::string md5() const override { return md5_; }
   [[nodiscard]] std::string sha256() const override { return sha256_; }
   void close() override { transfer_.reset(); }
 
@@ -62,7 +63,7 @@ class PatientTransport : public HttpTransport {
   std::unique_ptr<fetch::Transfer> transfer_;
   std::minstd_rand random_{std::random_device{}()};
 
-  bool withSha256_ = false;
+  RunningDigests::Kinds digests_;
   bool downloads_ = false;
   std::uint64_t resumedAt_ = 0;
   std::uint64_t lastTenth_ = 0;

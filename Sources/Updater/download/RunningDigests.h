@@ -2,23 +2,41 @@
 
 #include <openssl/evp.h>
 
+#include <condition_variable>
+#include <cstdint>
+#include <future>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
-/// The MD5 digest of bytes that come in pieces, and the SHA-256 one, which costs half as much
-/// again, where it is wanted.
+/// The digests of a file that grows, computed by a thread of their own that reads what was written,
+/// while the rest still comes. Its owner uses it from one thread.
 class RunningDigests {
  public:
-  explicit RunningDigests(bool withSha256);
+  struct Kinds {
+    bool md5 = true;
+    bool sha256 = false;
+  };
 
-  void reset();
-  void update(std::string_view bytes);
+  /// `fd` stays the caller's, who keeps it open, for reading, too.
+  RunningDigests(int fd, Kinds kinds);
+  RunningDigests(const RunningDigests&) = delete;
+  RunningDigests& operator=(const RunningDigests&) = delete;
+  ~RunningDigests();
 
-  /// End the digest: lower-case hexadecimal characters; empty where OpenSSL refuses it, or it was
-  /// not wanted, or when called again before `reset`.
-  std::string md5();
-  std::string sha256();
+  /// The file is empty again.
+  void restart();
+  /// Its first `size` bytes, never fewer than before, are as they will stay.
+  void extend(std::uint64_t size);
+  /// Waits until all of them are in the digests.
+  void finish();
+
+  /// After `finish`: lower-case hexadecimal characters; empty where the file can't be read, OpenSSL
+  /// refuses the digest, or it was not wanted, and when called again.
+  std::string md5() { return md5_.take(); }
+  std::string sha256() { return sha256_.take(); }
 
  private:
   class Digest {
@@ -27,7 +45,8 @@ class RunningDigests {
     explicit Digest(const EVP_MD* kind) : kind_(kind), context_(EVP_MD_CTX_new()) { reset(); }
     void reset();
     void update(std::string_view bytes);
-    std::string finish();
+    void fail() { runs_ = false; }
+    std::string take();
 
    private:
     struct Free {
@@ -38,6 +57,20 @@ class RunningDigests {
     bool runs_ = false;
   };
 
+  void start();
+  void run();
+  void readTo(std::uint64_t size);
+  void stop(bool whole);
+
+  const int fd_;
   Digest md5_;
   Digest sha256_;
+  std::vector<char> block_;
+  std::uint64_t done_ = 0;  // the worker's, while there is one
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::uint64_t available_ = 0;
+  bool ends_ = false;
+  std::future<void> worker_;
 };

@@ -140,7 +140,8 @@ std::unique_ptr<PatientTransport> ConfiguredRun::transport(const RunRequest& req
   const auto free = utils::freeBytes(run.downloadFolder);
   if (free && *free < settings_.install.reserve) run.downloadFolder.clear();
   requests->setPartialFolder(run.downloadFolder);
-  requests->setWithSha256(settings_.trust || settings_.health);
+  requests->setDigests(
+      {.md5 = !settings_.trust, .sha256 = settings_.trust || settings_.health.has_value()});
   return requests;
 }
 
