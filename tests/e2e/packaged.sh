@@ -1,0 +1,135 @@
+#!/usr/bin/env bash
+# The packages, deb and then rpm: installed, upgraded while an update runs, removed and purged.
+# shellcheck disable=SC2317 # functions are called by names that are put together
+
+# shellcheck source=tests/e2e/expect.sh
+. /qd/expect.sh
+
+# The kind's own commands.
+deb_install() { quiet dpkg -i "$@"; }
+deb_remove() { quiet dpkg -r qd-update; }
+deb_agent() { dpkg-query --show --showformat='${Version}' qdagent; }
+rpm_install() { quiet rpm -U "$@"; }
+rpm_remove() { quiet rpm -e qd-update; }
+rpm_agent() { rpm -q --queryformat '%{VERSION}' qdagent; }
+
+# Everything that is there, but for the package managers' own and what the machine writes all the time.
+files() {
+  find /etc /usr /var /tmp \( -path /var/cache -o -path /var/log -o -path /var/lib/dpkg -o -path /var/lib/rpm \
+    -o -path /var/lib/systemd \) -prune -o ! -type d -print | TMPDIR=/qd sort
+}
+
+# left_since LIST: the files that have come and those that have gone since.
+left_since() { diff <(say "$1") <(files) | grep '^[<>]' || true; }
+
+unit() { systemctl show --value --property "$2" "$1"; }
+
+# await SECONDS COMMAND...
+await() {
+  local end=$((SECONDS + $1))
+  until "${@:2}"; do
+    [ $SECONDS -lt $end ] || return 1
+    sleep 0.1
+  done
+}
+
+record() { sed -n "s/.*\"$1\": *\"\([^\"]*\)\".*/\1/p" /var/lib/qd/update/status.json; }
+fetches() { [ "$(record phase 2>/dev/null)" = fetch ]; }
+has_ended() { [ "$(unit qd-update ActiveState)" != activating ]; }
+
+# Agents that come slowly, and what rpm wants to know of a system that it did not install.
+make_packages() {
+  local version folder
+  for version in 7.2.1.4 7.2.1.15; do
+    agent_tree $version /qd/tree
+    head -c 600K /dev/urandom >/qd/tree/usr/sbin/qdagent.data
+    make_rpm qdagent $version /qd/tree /qd/agent-$version.rpm
+    mkdir /qd/tree/DEBIAN
+    printf '%s\n' "Package: qdagent" "Version: $version" "Architecture: all" "Description: sample agent" \
+      "Maintainer: nobody <nobody@localhost>" >/qd/tree/DEBIAN/control
+    quiet dpkg-deb --build -Znone /qd/tree /qd/agent-$version.deb
+    rm -r /qd/tree
+  done
+  folder=/qd/base
+  mkdir -p $folder
+  {
+    printf '%s\n' "Name: base" "Version: 1" "Release: 1" "Summary: sample" "License: none" "BuildArch: noarch"
+    rpm -qp --requires /qd/packages/qd-update-*.rpm | grep -v '^rpmlib' | sort -u | sed 's/^/Provides: /'
+    printf '%s\n' "%description" "Sample." "%files"
+  } >$folder/base.spec
+  quiet rpmbuild -bb --quiet --define "_topdir $folder" --define "_rpmfilename base.rpm" $folder/base.spec
+}
+
+install_package() {
+  begin "$kind: installed, it does nothing by itself"
+  before=$(files)
+  "${kind}_install" /qd/packages/qd-update[-_]*."$kind"
+  expect "timer" "$(systemctl is-enabled qd-update.timer) $(unit qd-update.timer ActiveState)" "disabled inactive"
+  expect "recovery" "$(systemctl list-dependencies --plain multi-user.target | grep -o 'qd-update.*')" \
+    qd-update-recover.service
+  systemctl start qd-update.service
+  expect "a run without settings" "$(unit qd-update ConditionResult)" no
+  expect "faults of units" "$(systemd-analyze verify /usr/lib/systemd/system/qd-update*.{service,timer} 2>&1)" ""
+}
+
+# The timer is enabled; a run of the service downloads when the package is upgraded.
+upgrade_during_update() {
+  begin "$kind: an update survives the upgrade of its program"
+  "${kind}_install" /qd/agent-7.2.1.4."$kind"
+  systemctl daemon-reload
+  systemctl restart qdagent
+  offer 7.2.1.15 /qd/agent-7.2.1.15."$kind"
+  mkdir -p /etc/qd
+  printf '%s\n' "server = '$server_url'" "fetch.rate = '100KiB'" >/etc/qd/update.toml
+  quiet systemctl enable --now qd-update.timer
+  systemctl start --no-block qd-update.service
+  await 60 fetches || expect "a download" "$(journalctl -u qd-update)" "under way"
+  local process
+  process=$(unit qd-update MainPID)
+  "${kind}_install" /qd/packages/next/qd-update[-_]*."$kind"
+  expect "the run" "$(unit qd-update MainPID) $(readlink "/proc/$process/exe")" \
+    "$process /usr/sbin/qd-update (deleted)"
+  await 60 has_ended || expect "the run" "$(unit qd-update ActiveState)" ended
+  expect "outcome" "$(record outcome) $(record to) $(unit qd-update Result)" "updated 7.2.1.15 success"
+  expect "agent" "$("${kind}_agent")" 7.2.1.15
+  expect_agent active 7.2.1.15
+  expect "timer" "$(systemctl is-enabled qd-update.timer) $(unit qd-update.timer ActiveState)" "enabled active"
+}
+
+remove_package() {
+  say "- $kind: removed, it leaves logs and records"
+  "${kind}_remove"
+  expect "timer" "$(unit qd-update.timer ActiveState)" inactive
+  quiet "${kind}_agent_remove"
+  rm -r /etc/qd
+  expect "files" "$(left_since "$before" | grep -v '^> /var/lib/qd/update/')" "> $log"
+  [ "$(record outcome)" = updated ] || expect "record" "$(record outcome)" updated
+}
+deb_agent_remove() { dpkg --purge qdagent; }
+rpm_agent_remove() { rpm -e qdagent; }
+
+purge_package() {
+  say "- purged, it leaves nothing"
+  mkdir -p /etc/qd/conf.a2 /var/agent/UpdLogs /var/lib/qd/update.a2
+  printf '/var/agent\n' >/etc/qd/conf.a2/dbdir.cfg
+  touch /var/agent/UpdLogs/agent_upd.{log,bak} /var/lib/qd/update.a2/status.json /tmp/agent_upd.log
+  quiet dpkg --purge qd-update
+  expect "folders" "$(ls -d /var/lib/qd /var/agent/UpdLogs 2>/dev/null)" ""
+  rm -r /etc/qd
+  expect "files" "$(left_since "$before")" ""
+}
+
+rm -f /usr/sbin/policy-rc.d # a container's, which keeps units from being stopped
+make_packages
+kind=deb
+install_package
+upgrade_during_update
+remove_package
+purge_package
+kind=rpm
+rm /usr/bin/dpkg
+quiet rpm -U /qd/base/RPMS/base.rpm
+install_package
+upgrade_during_update
+remove_package
+finish
