@@ -76,6 +76,7 @@ int run(int argc, char** argv) {
   const auto names =
       app.add_option("--target-name", arguments.names, "Path of a target; again for more")
           ->expected(1)
+          ->allow_extra_args(false)  // else "[a,b]" would be two names
           ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   const auto targets = option("--target-dir", arguments.targetFolder, "Folder for the targets");
   const auto base = option("--target-base-url", arguments.targetUrl, "Where the targets lie");

@@ -64,7 +64,10 @@ const std::string& textMember(const Json& object, const char* name) {
 Key keyFromJson(const Json& json) {
   Key key{textMember(json, "keytype"), textMember(json, "scheme"), {}};
   const auto value = json.find("keyval");
-  key.publicKey = textMember(value == json.end() ? Json() : *value, "public");
+  if (value == json.end() || !value->is_object()) {
+    throw Error(ErrorKind::Malformed, "A key has no object as keyval");
+  }
+  if (value->contains("public")) key.publicKey = textMember(*value, "public");
   return key;
 }
 

@@ -25,7 +25,8 @@ struct Key {
   bool operator==(const Key&) const = default;
 };
 
-/// Throws Error, Malformed, where `keytype`, `scheme` or `keyval.public` is no text.
+/// Throws Error, Malformed, where `keytype`, `scheme` or `keyval.public` is no text. Key types that
+/// are unknown here may describe their keys otherwise than by `public`, which then stays empty.
 [[nodiscard]] Key keyFromJson(const Json& json);
 
 /// The members that `keyFromJson` reads.

@@ -11,7 +11,7 @@ from urllib.parse import quote
 
 from harness import Answer, Case, Place, Server, Skip, main, read, redirect, write
 
-NAMES = ["a", "../d/ü?.txt", "-x"]
+NAMES = ["a", "../d/ü?.txt", "-x", "[x,y]"]
 TARGETS = {name: f"content of {name}".encode() for name in NAMES}
 
 
@@ -94,6 +94,7 @@ def whole_way(place: Place):
         yield from unless(repository.downloads(server, *NAMES), (0, ""))
         yield from unless(asked(server), REFRESH + [address(name) for name in NAMES])
         yield from unless(repository.kept(), {"a": TARGETS["a"], "-x": TARGETS["-x"],
+                                              "%5Bx%2Cy%5D": TARGETS["[x,y]"],
                                               "%2E.%2Fd%2F%C3%BC%3F.txt": TARGETS[NAMES[1]]})
         yield from unless(repository.downloads(server, *NAMES), (0, ""))
         yield from unless(asked(server), REFRESH)
