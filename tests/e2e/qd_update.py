@@ -143,7 +143,7 @@ row = partial(Row, config="server = '{S}'", commands=DATABASE, prepare=installed
 """))
 
 CHECK = [
-    row("CheckFindsAnUpdate", args=["check"], status=100, requests="{GET version}", files="",
+    row("CheckFindsAnUpdate", args=["check"], env={"LANG": "not_HERE.UTF-8"}, status=100, requests="{GET version}", files="",
         calls=f"{QUERY} | {QUERY}",
         check=leaves_nothing(prints(
             "Installed   7.2.0.1 | Available   7.2.1.15   from {S} | An update is available. "

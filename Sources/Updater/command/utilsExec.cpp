@@ -6,7 +6,10 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/read.hpp>
+#include <cstdlib>
 #include <iterator>
+#include <locale>
+#include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -52,6 +55,20 @@ class Lines {
   std::string begun_;
 };
 
+/// The library asks for the locale that the environment names, which may not be installed here: ssh
+/// hands it on from another machine. Commands would fall back to this one, too.
+void leaveMissingLocale() {
+  static const bool once = [] {
+    try {
+      const std::locale named("");
+    } catch (const std::runtime_error&) {
+      ::setenv("LC_ALL", "C", 1);
+    }
+    return true;
+  }();
+  (void)once;
+}
+
 std::vector<std::string> readLines(bp::pipe& pipe) {
   Lines lines;
   std::vector<char> block(kReadBlock);
@@ -76,6 +93,7 @@ std::vector<std::string> splitLines(const std::string& text) {
 }
 
 int exec(std::string& cmd, std::vector<std::string>& lines) {
+  leaveMissingLocale();
   bp::pipe output;
   bp::child child(bp::search_path("sh"), bp::args({"-c", cmd}), bp::std_out > output);
   std::vector<std::string> read = readLines(output);
@@ -92,6 +110,7 @@ int execlog(std::string& cmd) {
     throw bp::process_error(std::make_error_code(std::errc::no_such_file_or_directory),
                             "execve failed");
   }
+  leaveMissingLocale();
   boost::asio::io_context context;
   bp::async_pipe outputPipe(context);
   bp::async_pipe errorPipe(context);
