@@ -87,6 +87,7 @@ Wrong packageCount(const Node& node, unsigned int& target) {
 constexpr const char* kAddress = "an address such as \"https://updates.example.com/agent\"";
 constexpr const char* kPath = "a path that begins with \"/\"";
 constexpr const char* kTime = "a duration with a unit (s, m, h, d), such as \"30m\"";
+constexpr const char* kSomeTime = "a duration of at least \"1s\" (s, m, h, d), such as \"30m\"";
 constexpr const char* kSize = "a size such as \"64MiB\" (KiB, MiB, GiB, or bytes without a unit)";
 constexpr const char* kTruth = "true or false, without quotes";
 
@@ -116,14 +117,14 @@ constexpr Key kKeys[] = {
     {"fetch.client_key", kPath, QD_READ(text(node, s.fetch.clientKey, optionalPath))},
     {"fetch.rate", "bytes a second, at least \"1KiB\", such as \"2MiB\"",
      QD_READ(size(node, s.fetch.rate, 1024))},
-    {"fetch.deadline", kTime, QD_READ(text(node, s.fetch.deadline, someTime))},
+    {"fetch.deadline", kSomeTime, QD_READ(text(node, s.fetch.deadline, someTime))},
     {"install.lock_wait", kTime, QD_READ(text(node, s.install.lockWait, parseDuration))},
     {"install.reserve", kSize, QD_READ(size(node, s.install.reserve, 0))},
     {"install.rehearse", kTruth, QD_READ(truth(node, s.install.rehearse))},
     {"install.conffiles", "\"keep\" or \"replace\"",
      QD_READ(text(node, s.install.replaceConffiles, replacesConffiles))},
     {"health.settle", kTime, QD_READ(text(node, s.health->settle, parseDuration))},
-    {"health.timeout", kTime, QD_READ(text(node, s.health->timeout, someTime))},
+    {"health.timeout", kSomeTime, QD_READ(text(node, s.health->timeout, someTime))},
     {"health.rollback", kTruth, QD_READ(truth(node, s.health->rollback))},
     {"health.keep", "a number from 0 to 9, without quotes",
      QD_READ(packageCount(node, s.health->keep))},
@@ -134,7 +135,8 @@ constexpr Key kKeys[] = {
      "a version such as \"7.2.1.15\", or its beginning and a \"*\", such as \"7.2.*\"",
      QD_READ(text(node, s.rollout->pin, VersionPin::parse))},
     {"report.textfile", kPath, QD_READ(text(node, s.report.textfile, optionalPath))},
-    {"report.history", kSize, QD_READ(size(node, s.report.history, 4096))},
+    {"report.history", "a size of at least \"4KiB\", such as \"1MiB\"",
+     QD_READ(size(node, s.report.history, 4096))},
 };
 
 #undef QD_READ

@@ -61,9 +61,10 @@ TEST(Settings, TellWhatIsWrongAndWhatToDo) {
       {"[fetch]\nclient_cert = '/c.pem'",
        "f:1:1: \"fetch.client_cert\" and \"fetch.client_key\" belong together: set both or none"},
       {"[fetch]\ndeadline = '0s'",
-       std::string("f:2:12: \"fetch.deadline\" takes ") + kTime + "; here is \"0s\""},
-      {"[fetch]\ndeadline = '2 h'",
-       std::string("f:2:12: \"fetch.deadline\" takes ") + kTime + "; here is \"2 h\""},
+       "f:2:12: \"fetch.deadline\" takes a duration of at least \"1s\" (s, m, h, d), such as "
+       "\"30m\"; here is \"0s\""},
+      {"[install]\nlock_wait = '2 h'",
+       std::string("f:2:13: \"install.lock_wait\" takes ") + kTime + "; here is \"2 h\""},
       {"[install]\nreserve = '64MB'",
        std::string("f:2:11: \"install.reserve\" takes ") + kSize + "; here is \"64MB\""},
       {"[install]\nrehearse = 'yes'",
@@ -80,7 +81,8 @@ TEST(Settings, TellWhatIsWrongAndWhatToDo) {
        "such "
        "as \"7.2.*\"; here is \"7.*.1\""},
       {"[report]\nhistory = 2006-01-02",
-       std::string("f:2:11: \"report.history\" takes ") + kSize + "; here is a date or time"},
+       "f:2:11: \"report.history\" takes a size of at least \"4KiB\", such as \"1MiB\"; here is a "
+       "date or time"},
       {"[report]\ntextfile = '/a\tb'",
        "f:2:12: \"report.textfile\" takes a path that begins with \"/\"; here is \"/a?b\""},
   };
