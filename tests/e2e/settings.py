@@ -300,6 +300,9 @@ FAULTY = [
     faulty("HookOfAUser", "", "{own}/hooks/before-1: belongs to user 7, not to root: somebody else "
            "could change it; see to its content, then chown root",
            before=drop_in("hooks/before-1", "", owner=7)),
+    faulty("FolderOfHooksForAll", "", "{own}: others than root may write to it; see to its content, then "
+           "chmod go-w", before=both(drop_in("hooks/before-1", ""), lambda run: os.chmod(
+               run.side("own/etc/qd/update.d"), 0o775))),
     faulty("FaultyBadVersions", "", f"{STATE}/bad.json: is no list of bad versions; see to its content, "
            "then remove it", before=lambda run: write(state(run, "bad.json"), "{")),
     faulty("CheckThatCannotRun", "", "{own}/health/x: is not executable; chmod +x it, or remove it",

@@ -11,7 +11,7 @@ from pathlib import Path
 
 from harness import Row, Server, difference, fill, main, read, write
 from harness.suite import PROGRAMS
-from settings import both, drop_in, installed, row as settings_row, tells
+from settings import STATE, both, drop_in, installed, row as settings_row, tells
 
 HOME = tempfile.TemporaryDirectory(prefix="qd-trust.")
 ARCH = subprocess.run(["dpkg", "--print-architecture"], capture_output=True, text=True).stdout.strip()
@@ -141,6 +141,9 @@ def rows() -> list[Row]:
                 asked("GET /metadata/2.root.json | GET /metadata/timestamp.json")],
             config="[health]\nrollback = false\nsettle = '0s'\ntimeout = '1s'\n"),
         row("NeedsItsFirstRoot", prepare=installed(), status=20, requests=""),
+        *(row("TrustsNo" + name, status=20, requests="", prepare=both(before, lambda run, path=path: os.chmod(
+            run.own(fill(path, run.texts)), 0o777)))
+          for name, path in (("RootOfOthers", "/etc/qd/update-root.json"), ("MetadataOfOthers", STATE + "/tuf/"))),
         row("TriesTheMirrors", "good", status=0, drive=mirrored),
     ]
 

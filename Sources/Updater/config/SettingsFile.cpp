@@ -118,12 +118,19 @@ SettingsRead readSettingsFile(const std::string& path) {
   return {.settings = std::move(settings), .fault = {}};
 }
 
+std::string foreignFileFault(const std::string& path) {
+  struct stat info {};
+  return ::stat(path.c_str(), &info) == 0 ? fileFault(path, info) : std::string();
+}
+
 DropIns listDropIns(const std::string& folder, bool executable) {
   boost::system::error_code failed;
   fs::directory_iterator entry(folder, failed);
   if (failed == boost::system::errc::no_such_file_or_directory) return {};
   DropIns result;
   result.fault = failed ? folder + ": " + failed.message() : folderFault(folder);
+  // Whoever may write to the one above could put another in its place.
+  if (result.fault.empty()) result.fault = folderFault(fs::path(folder).parent_path().string());
   for (; result.fault.empty() && entry != fs::directory_iterator(); entry.increment(failed)) {
     if (!isDropInName(entry->path().filename().string())) continue;
     result.files.push_back(entry->path().string());

@@ -24,6 +24,10 @@ struct SettingsRead {
 /// else, in a folder of which the same holds; with a password in it nobody else may read it.
 SettingsRead readSettingsFile(const std::string& path);
 
+/// Why the file at `path`, which may be a link, can't be relied on: it or its folder is not root's
+/// own, or others may write to it. Empty when all is well, or no file is there.
+std::string foreignFileFault(const std::string& path);
+
 /// The files of one folder below "update.d".
 struct DropIns {
   std::vector<std::string> files;  ///< paths, in the order of their names
@@ -32,5 +36,5 @@ struct DropIns {
 
 /// Lists `folder`: names of letters, digits, "_" and "-" only; others are passed over. A missing
 /// folder is an empty one. Each file must be regular and root's own, writable by nobody else, and
-/// so must the folder be; `executable`: each must be executable, too.
+/// so must the folder be and the one above it; `executable`: each must be executable, too.
 DropIns listDropIns(const std::string& folder, bool executable);

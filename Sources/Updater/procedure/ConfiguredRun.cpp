@@ -1,5 +1,7 @@
 #include "Updater/procedure/ConfiguredRun.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -12,6 +14,7 @@
 #include "Updater/procedure/LastError.h"
 #include "Updater/process/Interrupts.h"
 #include "Updater/terms/utilsPlatform.h"
+#include "ground/osal_ownfile.h"
 #include "logging/QDLog.h"
 
 RunPlaces RunPlaces::ofInstance(const std::string& instance) {
@@ -69,6 +72,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   OwnPrograms programs;
   std::string fault = read_.fault;
   if (fault.empty()) fault = unsupportedSetting(settings_);
+  if (fault.empty()) fault = checkTrust(settings_, places_);
   if (fault.empty()) fault = checkDropIns(places_, programs);
   if (fault.empty()) fault = readBadVersions(places_, run.bad);
   if (!fault.empty()) {
@@ -164,6 +168,18 @@ void ConfiguredRun::finish(const UpdateRun& run, UpdateResult result) {
   run.fillRecord();
   recorder_->finish(result, run.updated, run.message, run.cause);
   record_ = recorder_->record();
+}
+
+std::string checkTrust(const Settings& settings, const RunPlaces& places) {
+  if (!settings.trust) return {};
+  for (const std::string& folder : {places.stateFolder, trustFolderOf(places)}) {
+    if (::access(folder.c_str(), F_OK) == 0 && osal_folderIsShared(folder.c_str())) {
+      return folder +
+             ": others than root may write to it, so what it holds is not trusted; see to its "
+             "content, then chown root and chmod go-w it";
+    }
+  }
+  return foreignFileFault(settings.trust->root);
 }
 
 std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs) {

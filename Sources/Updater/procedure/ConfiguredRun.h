@@ -68,6 +68,10 @@ struct OwnPrograms {
   std::vector<std::string> checks;  ///< of the agent's health
 };
 
+/// Why what the trust begins with, and what it has come to, can't be relied on: somebody else may
+/// write to it. Empty when all is well, and without [trust].
+std::string checkTrust(const Settings& settings, const RunPlaces& places);
+
 /// What a run would find faulty besides the settings file itself, with what to do; empty when
 /// nothing. `programs`: those that may be run.
 std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs);
