@@ -58,7 +58,6 @@ Findings find(const Job& job) {
   OwnPrograms programs;
   std::vector<BadVersion> bad;
   found.message = read.fault;
-  if (found.message.empty()) found.message = unsupportedSetting(*read.settings);
   if (found.message.empty()) found.message = checkTrust(*read.settings, job.places);
   if (found.message.empty()) found.message = checkDropIns(job.places, programs);
   if (found.message.empty()) found.message = readBadVersions(job.places, bad);

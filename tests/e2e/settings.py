@@ -295,8 +295,6 @@ FAULTY = [
            "change it; see to its content, then chown root", owner=7),
     faulty("PasswordForAll", "fetch.proxy = 'u:p@h'", "{file}: holds a password that others can "
            "read; chmod 600 it, and change the password if others may have read it"),
-    faulty("NotBuiltYet", "[health]", "this version cannot follow health.rollback = true yet: set "
-           "it to false, or update qd-update"),
     faulty("HookOfAUser", "", "{own}/hooks/before-1: belongs to user 7, not to root: somebody else "
            "could change it; see to its content, then chown root",
            before=drop_in("hooks/before-1", "", owner=7)),

@@ -211,12 +211,22 @@ std::string faultText(const std::string& what, const ChildEnd& end, std::chrono:
   return what + " could not be started";
 }
 
-int runShell(const char* command, int output) noexcept {
+int runShell(const char* command, int output, std::chrono::seconds limit) noexcept {
   char shell[] = "sh";
   char option[] = "-c";
   char* const words[] = {shell, option, const_cast<char*>(command), nullptr};
+  const auto until = Clock::now() + limit;
   const pid_t child = SpawnPlan(output).start("/bin/sh", words, environ);
   if (child < 0) return -1;
+  if (limit.count() > 0) {
+    for (;;) {
+      if (const auto status = endOf(child)) return *status;
+      if (Clock::now() >= until) break;
+      ::poll(nullptr, 0, kTickMs);
+    }
+    endGroup(child);
+    return kTookTooLong;
+  }
   int status = 0;
   while (::waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) return -1;

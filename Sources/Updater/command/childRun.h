@@ -36,8 +36,12 @@ ChildEnd runChild(const ChildRun& run);
 /// empty when it ended with 0.
 std::string faultText(const std::string& what, const ChildEnd& end, std::chrono::seconds limit);
 
+/// What runShell returns where the command was ended at its limit; no wait status.
+inline constexpr int kTookTooLong = -2;
+
 /// As `std::system`, but in a session of its own, out of reach of the terminal and its signals, and
-/// with its output in the file `output`. Returns the wait status, -1 where it could not be started.
-int runShell(const char* command, int output) noexcept;
+/// with its output in the file `output`. At the `limit`, where there is one, it is ended with its
+/// children. Returns the wait status, -1 where it could not be started, or kTookTooLong.
+int runShell(const char* command, int output, std::chrono::seconds limit) noexcept;
 
 }  // namespace utils

@@ -1,7 +1,6 @@
 #include "Updater/download/PartialFile.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -39,11 +38,8 @@ void removeOthers(const fs::path& kept, const fs::path& note) {
 
 std::string openPartialFolder(const std::string& state) {
   const std::string path = state + "/partial";
-  struct stat info {};
-  const bool usable = (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) &&
-                      ::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
-                      info.st_uid == ::geteuid() && ::chmod(path.c_str(), 0700) == 0;
-  return usable && utils::shellWord(path) == path ? path : std::string();
+  return osal_makeOwnFolder(path.c_str()) == 0 && utils::shellWord(path) == path ? path
+                                                                                 : std::string();
 }
 
 PartialFile::PartialFile(int fd, std::string path, bool kept, RunningDigests::Kinds digests)

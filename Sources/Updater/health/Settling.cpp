@@ -15,6 +15,13 @@ std::string secondsText(std::chrono::milliseconds time) {
   return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(time).count()) + " s";
 }
 
+/// Whether systemd should know the main process of such a unit, which is active.
+bool lacksProcess(const UnitState& unit) {
+  if (unit.mainPid != 0) return false;
+  const bool isForking = unit.type == "forking" && unit.sub == "running";
+  return unit.type != "oneshot" && !isForking;
+}
+
 }  // namespace
 
 UnitState readUnitState(const std::vector<std::string>& lines) {
@@ -24,6 +31,7 @@ UnitState readUnitState(const std::vector<std::string>& lines) {
     if (sign == std::string::npos) continue;
     const std::string_view name = std::string_view(line).substr(0, sign);
     const std::string_view value = std::string_view(line).substr(sign + 1);
+    if (name == "Type") unit.type = value;
     if (name == "ActiveState") unit.active = value;
     if (name == "SubState") unit.sub = value;
     if (name == "MainPID") unit.mainPid = numberIn(value);
@@ -33,8 +41,9 @@ UnitState readUnitState(const std::vector<std::string>& lines) {
 }
 
 std::optional<std::string> Settling::observe(std::chrono::milliseconds at, const UnitState& unit) {
+  if (!answered_) answered_ = at;
   if (unit.active.empty()) {
-    if (at - answered_ < timeout_) return std::nullopt;
+    if (at - *answered_ < timeout_) return std::nullopt;
     return "systemd has not said for " + secondsText(timeout_) + " how its unit is";
   }
   answered_ = at;
@@ -47,7 +56,7 @@ std::optional<std::string> Settling::observe(std::chrono::milliseconds at, const
   if (unit.active != "active" && unit.active != "reloading") {
     return "its unit is " + unit.active + " (" + unit.sub + ")";
   }
-  if (unit.mainPid == 0) return "its unit is " + unit.active + " without a main process";
+  if (lacksProcess(unit)) return "its unit is " + unit.active + " without a main process";
   if (!since_) {
     since_ = at;
     first_ = unit;

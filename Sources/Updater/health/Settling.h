@@ -7,18 +7,20 @@
 
 /// What systemd says of a unit at one moment.
 struct UnitState {
+  std::string type;           ///< of its service: "simple", "notify", "oneshot" and so on
   std::string active;         ///< "active", "activating", "failed" and so on; empty: it did not say
   std::string sub;            ///< the finer state, "running" or "auto-restart" for example
   unsigned long mainPid = 0;  ///< 0: no main process
   unsigned long restarts = 0;  ///< by systemd itself since somebody started the unit
 };
 
-/// Reads the lines "ActiveState=", "SubState=", "MainPID=" and "NRestarts="; others are passed
-/// over, and what is missing or no number stays as above.
+/// Reads the lines "Type=", "ActiveState=", "SubState=", "MainPID=" and "NRestarts="; others are
+/// passed over, and what is missing or no number stays as above.
 UnitState readUnitState(const std::vector<std::string>& lines);
 
 /// Decides from what is seen of a unit that was just started whether it has settled: active, with
-/// one and the same main process, for so long.
+/// one and the same main process, for so long. A unit of type "oneshot" that stays active needs no
+/// process, and of one of type "forking" systemd does not always know which is the main one.
 class Settling {
  public:
   /// `settle`: for so long; `timeout`: so long it may be starting, or systemd may stay silent.
@@ -32,7 +34,7 @@ class Settling {
  private:
   std::chrono::milliseconds settle_;
   std::chrono::milliseconds timeout_;
-  std::chrono::milliseconds answered_{0};           ///< when systemd did say something
-  std::optional<std::chrono::milliseconds> since_;  ///< when it was first seen active
-  UnitState first_;                                 ///< as it was then
+  std::optional<std::chrono::milliseconds> answered_;  ///< when systemd did say something
+  std::optional<std::chrono::milliseconds> since_;     ///< when it was first seen active
+  UnitState first_;                                    ///< as it was then
 };

@@ -16,7 +16,7 @@ UnitState askUnit(const std::string& unit) {
   std::vector<std::string> lines;
   const utils::ChildEnd end = utils::runChild(
       {.program = "systemctl",
-       .arguments = {"show", "--property=ActiveState,SubState,MainPID,NRestarts", unit},
+       .arguments = {"show", "--property=Type,ActiveState,SubState,MainPID,NRestarts", unit},
        .environment = {},
        .limit = std::chrono::seconds(10),
        .onLine = [&lines](const std::string& line) { lines.push_back(line); },
@@ -34,11 +34,10 @@ std::string unitStartedBy(const std::string& startCommand) {
   return startCommand.starts_with(kStart) ? startCommand.substr(kStart.size()) : std::string();
 }
 
-std::string watchUnit(const std::string& unit, std::chrono::seconds settle,
-                      std::chrono::seconds timeout) {
+std::string watchUnit(const std::string& unit, std::chrono::steady_clock::time_point begun,
+                      std::chrono::seconds settle, std::chrono::seconds timeout) {
   using Clock = std::chrono::steady_clock;
   Settling settling(settle, timeout);
-  const auto begun = Clock::now();
   for (;;) {
     const UnitState state = askUnit(unit);
     // In a change root, for one, systemctl "starts" and shows nothing, and both well.

@@ -147,7 +147,8 @@ std::string metricsText(const RunRecord& r, const std::string& channel, std::tim
   addMetric(text, "qd_update_version_info", "Versions as the latest run left them.");
   // One that ails is installed, too.
   const bool isNew =
-      r.outcome == RunOutcome::Updated || r.status == static_cast<int>(UpdateResult::Unhealthy);
+      r.outcome == RunOutcome::Updated ||
+      (r.status == static_cast<int>(UpdateResult::Unhealthy) && r.rolledBackFrom.empty());
   const std::string& installed = isNew ? r.to : r.from;
   text += "qd_update_version_info{installed=" + labelValue(installed) +
           ",available=" + labelValue(r.to) + ",channel=" + labelValue(channel) + "} 1\n";

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <iostream>
 #include <utility>
@@ -16,6 +17,15 @@
 #include "Updater/terms/utilsPlatform.h"
 #include "ground/osal_ownfile.h"
 #include "logging/QDLog.h"
+
+namespace {
+
+/// Whether the version that a run with this end installed is not to be installed here again.
+bool isBad(UpdateResult result) {
+  return result == UpdateResult::Unhealthy || result == UpdateResult::RolledBack;
+}
+
+}  // namespace
 
 RunPlaces RunPlaces::ofInstance(const std::string& instance) {
   return {.settingsFile = settingsFileOf(utils::getConfigurationFolder(), instance),
@@ -71,7 +81,6 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
 
   OwnPrograms programs;
   std::string fault = read_.fault;
-  if (fault.empty()) fault = unsupportedSetting(settings_);
   if (fault.empty()) fault = checkTrust(settings_, places_);
   if (fault.empty()) fault = checkDropIns(places_, programs);
   if (fault.empty()) fault = readBadVersions(places_, run.bad);
@@ -93,7 +102,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   run.trustFolder = trustFolderOf(places_);
   run.dropInFolder = places_.dropInFolder;
   const UpdateResult result = update(updater, request, run);
-  if (result == UpdateResult::Unhealthy) markBad(run);
+  if (isBad(result)) markBad(run);
   if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
   // Records are for all to read.
   run.message = withoutPassword(run.message, request.server);
@@ -114,6 +123,10 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
   }
   run.server = request.server;
   const auto requests = transport(request, run);
+  if (settings_.health && settings_.health->rollback && folder_.isOpen()) {
+    const int error = run.keep.open(folder_.path());
+    if (error != 0) QDLOG(ROOT, WRN, "Cannot keep packages : " << std::strerror(error));
+  }
   updater.httpClient.setTransport(requests.get());
   // dpkg's own defaults, which the variable replaces, and what the administrator wants.
   if (settings_.install.replaceConffiles) {
@@ -122,8 +135,9 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
   const UpdateResult result = updater.perform(withoutPassword(request.server), run);
   updater.httpClient.setTransport(nullptr);
   run.packageManager.release();
+  run.keep.giveRoomBack();
   // Whatever else it ended with, a later run goes on with it.
-  if (run.updated && !run.downloadFolder.empty()) run.package.remove();
+  if ((run.updated || isBad(result)) && !run.downloadFolder.empty()) run.package.remove();
   updater.removeLockFile();
   if (Interrupts::came() && result != UpdateResult::Interrupted) {
     QDLOG(ROOT, WRN, "An interrupt came when the agent was being replaced: the run went on");
@@ -154,7 +168,7 @@ std::unique_ptr<PatientTransport> ConfiguredRun::transport(const RunRequest& req
 void ConfiguredRun::markBad(UpdateRun& run) const {
   const std::string version = versionText(run.available);
   run.bad.push_back({.version = version,
-                     .sha256 = run.release != nullptr ? run.release->sha256() : std::string(),
+                     .sha256 = run.sha256,
                      .md5 = run.expectedMd5,
                      .since = utcText(std::time(nullptr)),
                      .cause = run.ailment});
@@ -214,10 +228,4 @@ std::vector<std::string> obstaclesNow(const Settings& /*settings*/, const RunPla
     obstacles.emplace_back("another run is under way");
   }
   return obstacles;
-}
-
-std::string unsupportedSetting(const Settings& settings) {
-  if (!settings.health || !settings.health->rollback) return {};
-  return "this version cannot follow health.rollback = true yet: set it to false, or update "
-         "qd-update";
 }

@@ -84,6 +84,3 @@ std::string readBadVersions(const RunPlaces& places, std::vector<BadVersion>& ba
 
 /// What would keep an update from being installed at this moment, a line each. Reads only.
 std::vector<std::string> obstaclesNow(const Settings& settings, const RunPlaces& places);
-
-/// A section or key that this version does not know how to follow yet; empty when it follows all.
-std::string unsupportedSetting(const Settings& settings);

@@ -8,6 +8,7 @@
 
 #include "Updater/config/Settings.h"
 #include "Updater/health/BadVersions.h"
+#include "Updater/health/KeepFolder.h"
 #include "Updater/health/checks.h"
 #include "Updater/net/HttpClient.h"
 #include "Updater/outcome/Recorder.h"
@@ -50,7 +51,11 @@ struct UpdateRun {
   std::string cause;                      ///< in place of the status's own, where that has several
   std::string refusal;                    ///< what the package manager said when it failed
   std::vector<BadVersion> bad;            ///< versions that are not installed here any more
-  std::string ailment;                    ///< of the agent, after its start
+  std::string ailment;  ///< of the agent after its start, or its package; unless the former is back
+  std::string sha256;   ///< of the package; empty where it is not wanted
+  KeepFolder keep;      ///< packages for the way back; may be closed
+  KeptPackage kept;     ///< the one to go back to
+  std::string noWayBack;  ///< why there is none; empty: there is
   bool updated = false;
   std::time_t deferredUntil = 0;  ///< 0: not known, or not deferred
   std::string server;        ///< with user and password, if it has them; empty: as the run was told

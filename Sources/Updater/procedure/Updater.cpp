@@ -106,6 +106,7 @@ UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
       {Phase::Fetch, &Updater::fetchDigest},
       {Phase::Fetch, &Updater::querySize},
       {Phase::Fetch, &Updater::checkDownloadRoom},
+      {Phase::Fetch, &Updater::secureWayBack},
       {Phase::Fetch, &Updater::obtainPackage},
       {Phase::Prepare, &Updater::checkInstallRoom},
       {Phase::Prepare, &Updater::completePackageManager},
@@ -113,6 +114,7 @@ UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
       {Phase::Prepare, &Updater::rehearse},
       {Phase::Prepare, &Updater::runBeforeHooks},
       {Phase::Prepare, &Updater::checkHealthBefore},
+      {Phase::Prepare, &Updater::prepareWayBack},
       {Phase::Prepare, &Updater::lockPackageManager},
       {Phase::Prepare, &Updater::checkGatesAgain},
       {Phase::Stop, &Updater::replaceAgent},
@@ -358,6 +360,7 @@ UpdateResult Updater::downloadOnce(UpdateRun& run) {
 UpdateResult Updater::verifyDigest(UpdateRun& run) {
   run.enter(Phase::Verify);
   run.package.remember();
+  run.sha256 = httpClient.sha256OfDownload();
   const bool untouched = run.package.isUntouched();
   if (untouched && run.expectedMd5.empty()) return UpdateResult::Done;
   std::string computed = untouched ? httpClient.md5OfDownload() : "";

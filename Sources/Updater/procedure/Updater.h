@@ -6,6 +6,7 @@
 
 #include "Updater/net/HttpClient.h"
 #include "Updater/outcome/StateFolder.h"
+#include "Updater/procedure/AgentService.h"
 #include "Updater/procedure/UpdateRun.h"
 #include "Updater/rollout/decision.h"
 #include "Updater/setup/utilsSetup.h"
@@ -119,6 +120,8 @@ class Updater {
   Stop obtainPackage(UpdateRun& run);
   Stop runBeforeHooks(UpdateRun& run);
   Stop checkHealthBefore(UpdateRun& run);
+  Stop secureWayBack(UpdateRun& run);
+  Stop prepareWayBack(UpdateRun& run);
 
   // Steps of a run with a settings file, which has everything fit before the agent is stopped.
   // They look at packages of Debian and of rpm alone.
@@ -167,15 +170,21 @@ class Updater {
 
   // Parts of replaceAgent. Once the agent is being stopped nothing throws, so that it is always
   // started.
-  void stopAgent(const UpdateRun& run) const noexcept;
   bool installAgent(UpdateRun& run, bool withXCBDeps) const noexcept;
   int runInstallation(UpdateRun& run) const noexcept;
   void installXCBDeps(const UpdateRun& run) const noexcept;
-  bool startAgent(const UpdateRun& run) const noexcept;
   UpdateResult judgeReplacement(UpdateRun& run, bool installed, bool started) const;
 
   // After it.
   [[nodiscard]] bool looksAfter(const UpdateRun& run) const;
-  UpdateResult judgeHealth(UpdateRun& run) const;
-  std::string findAilment(UpdateRun& run) const;
+  UpdateResult judgeHealth(UpdateRun& run, const AgentService& service, UpdateResult replaced,
+                           std::time_t stopped);
+  UpdateResult goBack(UpdateRun& run, UpdateResult replaced, std::time_t stopped);
+
+  // Parts of secureWayBack; findWayBack returns why there is none.
+  std::string findWayBack(UpdateRun& run);
+  bool fetchFormer(UpdateRun& run, const SignedRelease& former);
+  bool findFormerInCache(UpdateRun& run) const;
+  bool keep(UpdateRun& run, const std::string& path, const KeptPackage& package) const;
+  void keepInstalled(UpdateRun& run) const;
 };

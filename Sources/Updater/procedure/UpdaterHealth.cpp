@@ -1,12 +1,19 @@
 // With [health] the agent is looked after: its checks before it is stopped, all of it afterwards.
 
-#include "Updater/health/agentWatch.h"
 #include "Updater/health/checks.h"
 #include "Updater/outcome/hooks.h"
-#include "Updater/package/installedAgent.h"
+#include "Updater/procedure/RollBack.h"
 #include "Updater/procedure/Updater.h"
 #include "Updater/process/Interrupts.h"
 #include "logging/QDLog.h"
+
+namespace {
+
+AgentCare careOf(const UpdateRun& run) {
+  return {.health = *run.settings->health, .checks = run.checks, .failedBefore = run.failedBefore};
+}
+
+}  // namespace
 
 /// Its digest tells a bad version, so where there are any it is fetched before its turn.
 Updater::Stop Updater::checkKnownBad(UpdateRun& run) {
@@ -33,31 +40,49 @@ bool Updater::looksAfter(const UpdateRun& run) const {
   return run.settings != nullptr && run.settings->health && !skipInstall;
 }
 
-UpdateResult Updater::judgeHealth(UpdateRun& run) const {
-  run.enter(Phase::Health);
-  run.ailment = findAilment(run);
-  if (run.ailment.empty()) {
-    QDLOG(ROOT, NFY, "The agent is healthy");
-    return UpdateResult::Done;
+/// `replaced`: what came of the replacement itself, which `run.message` tells.
+UpdateResult Updater::judgeHealth(UpdateRun& run, const AgentService& service,
+                                  UpdateResult replaced, std::time_t stopped) {
+  if (replaced == UpdateResult::Done) {
+    run.enter(Phase::Health);
+    run.ailment = service.findAilment(careOf(run), run.recorder->record());
+    if (run.ailment.empty()) {
+      QDLOG(ROOT, NFY, "The agent is healthy");
+      keepInstalled(run);
+      return replaced;
+    }
+    QDLOG(ROOT, ERR, "Unhealthy : " << run.ailment);
+    replaced = UpdateResult::Unhealthy;
   }
-  const auto agent = utils::queryInstalledAgent(distrib);
-  run.message = "the agent is unhealthy: " + run.ailment +
-                "; the former version was not put back, since health.rollback is false";
-  if (agent) run.message += "; there is now: " + agent->text();
-  QDLOG(ROOT, ERR, "Unhealthy : " << run.ailment);
-  return UpdateResult::Unhealthy;
+  return run.ailment.empty() ? replaced : goBack(run, replaced, stopped);
 }
 
-/// What ails the agent that was just started, for people; empty when nothing does.
-std::string Updater::findAilment(UpdateRun& run) const {
+UpdateResult Updater::goBack(UpdateRun& run, UpdateResult replaced, std::time_t stopped) {
   const HealthSettings& health = *run.settings->health;
-  const std::string unit = unitStartedBy(run.setup.startCmd);
-  QDLOG(ROOT, NFY, "Looking after the agent");
-  if (!unit.empty()) {
-    std::string ailment = watchUnit(unit, health.settle, health.timeout);
-    if (!ailment.empty()) return ailment;
+  const std::string why = health.rollback ? run.noWayBack : "health.rollback is false";
+  if (!why.empty()) {
+    const std::string toDo = health.rollback ? whatToDoText() : std::string();
+    if (replaced == UpdateResult::Unhealthy) {
+      run.message = notPutBackText(run.ailment, why, distrib) + toDo;
+    } else if (health.rollback) {
+      run.message += "; the former version was not put back, since " + why + toDo;
+    }
+    return replaced;
   }
-  // Nothing interrupts it now: the run goes on to its end.
-  return newFault(run.failedBefore, runChecks(run.checks, hookEnvironment(run.recorder->record()),
-                                              health.timeout, {}));
+  RollBack back({.folder = run.keep,
+                 .package = run.kept,
+                 .kind = distrib,
+                 .failedVersion = versionText(run.available),
+                 .ailment = run.ailment,
+                 .failedSince = stopped,
+                 .care = careOf(run),
+                 .startCmd = run.setup.startCmd,
+                 .stopCmd = run.setup.stopCmd,
+                 .lockWait = run.settings->install.lockWait},
+                *run.recorder, *run.output, run.packageManager);
+  const RollBack::End end = back.perform();
+  run.updated = false;
+  run.message = end.message;
+  if (end.isBack) run.recorder->record().rolledBackFrom = versionText(run.available);
+  return end.result;
 }

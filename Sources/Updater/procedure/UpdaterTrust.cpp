@@ -210,7 +210,7 @@ UpdateResult Updater::downloadSignedFrom(const std::string& address, UpdateRun& 
   }
   run.enter(Phase::Verify);
   package.remember();
-  const std::string computed = httpClient.sha256OfDownload();
+  const std::string& computed = run.sha256 = httpClient.sha256OfDownload();
   QDLOG(ROOT, NFY, "Setup downloaded [" << package.size() << " bytes]");
   if (package.isUntouched() && package.size() == run.expectedSize && !computed.empty() &&
       computed == run.release->sha256()) {

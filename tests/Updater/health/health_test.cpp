@@ -15,8 +15,10 @@ struct Seen {
 };
 
 std::vector<std::string> unit(const std::string& active, const std::string& sub,
-                              const std::string& pid, const std::string& restarts = "0") {
-  return {"ActiveState=" + active, "SubState=" + sub, "MainPID=" + pid, "NRestarts=" + restarts};
+                              const std::string& pid, const std::string& restarts = "0",
+                              const std::string& type = "notify") {
+  return {"Type=" + type, "ActiveState=" + active, "SubState=" + sub, "MainPID=" + pid,
+          "NRestarts=" + restarts};
 }
 
 // Faults: a crash between two looks, a unit that never gets ready or systemd's silence pass for
@@ -52,8 +54,12 @@ TEST(Health, UnitSettlesWithOneMainProcess) {
       {"no process",
        {{0, unit("active", "exited", "0")}},
        "its unit is active without a main process"},
+      {"needs no process", {{0, unit("active", "exited", "0", "0", "oneshot")}}, std::nullopt},
+      {"unknown process", {{0, unit("active", "running", "0", "0", "forking")}}, std::nullopt},
       {"silence", {{0, runs}, {500, {}}, {59999, {"Warning"}}, {60500, runs}}, ""},
-      {"long silence", {{59999, {}}, {60000, {}}}, "systemd has not said for 60 s how its unit is"},
+      {"long silence",
+       {{500, {}}, {60499, {}}, {60500, {}}},
+       "systemd has not said for 60 s how its unit is"},
   };
   for (const auto& [name, seen, verdict] : kCases) {
     SCOPED_TRACE(name);

@@ -72,6 +72,15 @@ bool osal_folderIsShared(const char* folder) {
   return info.st_uid != 0 && info.st_uid != ::geteuid();
 }
 
+int osal_makeOwnFolder(const char* path) {
+  struct stat info {};
+  if (::mkdir(path, 0700) != 0 && errno != EEXIST) return errno;
+  if (::lstat(path, &info) != 0) return errno;
+  if (!S_ISDIR(info.st_mode)) return ENOTDIR;
+  if (info.st_uid != ::geteuid()) return EPERM;
+  return ::chmod(path, 0700) == 0 ? 0 : errno;
+}
+
 int osal_openOwnFile(const char* path, OwnFileUse use, mode_t mode, ScopedFd& fd) {
   return osal_openOwnFileAt(AT_FDCWD, path, use, mode, fd);
 }

@@ -16,6 +16,10 @@ enum class OwnFileUse {
 /// as in the temporary folder. A folder that cannot be examined counts as shared.
 bool osal_folderIsShared(const char* folder);
 
+/// Creates the folder `path` for this user alone, 0700, where it is missing. One that is there must
+/// be this user's, and no link; others lose their permissions. Returns 0 or an errno value.
+int osal_makeOwnFolder(const char* path);
+
 /// Opens a file of a fixed name in a folder that other users may write to.
 ///
 /// It never follows a link, never waits for a FIFO, and never writes to a file that another user

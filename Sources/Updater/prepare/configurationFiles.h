@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "Updater/terms/utilsPlatform.h"
+
+// The configuration files of the installed agent, as the package database names them. An
+// installation may replace them, and the way back must not leave another version's behind.
+
+namespace utils {
+
+/// Puts those that exist into the archive at `path`, with owners and modes. Returns whether that
+/// worked; without any there is no archive, and it did.
+bool saveConfigurationFiles(AgentDistrib distrib, const std::string& path);
+
+/// Puts them back as they were. Returns whether that worked; without an archive it did.
+bool restoreConfigurationFiles(const std::string& path);
+
+}  // namespace utils
