@@ -66,5 +66,6 @@ expect("statuses in README", set(re.findall(r"^\| (\d+) \| `([a-z-]+)` \|", read
        - {("13", "rehearsal"), ("13", "no-digest")}, [s for s in statuses if int(s[0]) > 11])
 expect("statuses without settings in README", re.findall(r"^\| (\d+) \| [^`\n]+\|$", readme, re.MULTILINE),
        [number for number, _ in statuses if int(number) <= 11])
-print("\n".join(failures))
+for failure in failures:
+    print(failure)
 sys.exit(bool(failures))
