@@ -40,9 +40,9 @@ finish() { exit $failed; }
 
 # offer VERSION PACKAGE: an update server offers this package.
 offer() {
-  mkdir -p $server
-  server_offer $server "$1" "$2"
-  server_start $server
+  mkdir -p "$server"
+  server_offer "$server" "$1" "$2"
+  server_start "$server"
 }
 
 # update INSTALLED-VERSION: one run of the program; its status is in $status, its output in /qd/run.out.

@@ -465,8 +465,9 @@ def documented(place):
     shutil.rmtree(publisher.folder / "keys")
     for version in (OLD, NEW):
         publisher.package(version, name=f"qdagent_{version}.deb")
-    text = (Path(__file__).parents[2] / "docs/publisher.md").read_text()
-    commands = re.findall(r"```sh\n\s*(.*)\n", text)
+    top = Path(__file__).parents[2]
+    commands = subprocess.run([top / "scripts/lib/document-commands", top / "docs/publisher.md"],
+                              check=True, capture_output=True, text=True).stdout.split("\0")[:-1]
     (publisher.folder / "qd-repo").symlink_to(publisher.program)
     done = subprocess.run(["sh", "-exc", "\n".join(commands)], cwd=publisher.folder, text=True, capture_output=True,
                           env=os.environ | {"PATH": f"{publisher.folder}:{os.environ['PATH']}"})
