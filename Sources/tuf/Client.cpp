@@ -8,6 +8,7 @@
 #include "tuf/Error.h"
 #include "tuf/address.h"
 #include "tuf/delegation.h"
+#include "tuf/naming.h"
 
 namespace tuf {
 namespace {
@@ -58,7 +59,7 @@ Client::Client(Folder& folder, Fetcher& fetcher, std::string metadataUrl, const 
     : folder_(folder), fetcher_(fetcher), url_(std::move(metadataUrl)), limits_(limits) {}
 
 void Client::trust(Folder& folder, std::string_view root) {
-  const TrustedSet verified(root, systemTime());
+  naming("The root", [&] { (void)TrustedSet(root, systemTime()); });
   folder.write(roleFile("root"), root);
 }
 
@@ -73,7 +74,7 @@ void Client::refresh() {
 void Client::loadRoot() {
   const std::optional<std::string> file = stored("root", limits_.root);
   if (!file) throw Error(ErrorKind::Storage, "There is no trusted root");
-  trusted_.emplace(*file, systemTime());
+  naming("The trusted root", [&] { trusted_.emplace(*file, systemTime()); });
 }
 
 void Client::updateRoot() {
@@ -81,7 +82,7 @@ void Client::updateRoot() {
     const std::string name = std::to_string(trusted_->root().version + 1) + ".root.json";
     const std::optional<std::string> file = fetchIfThere(name, limits_.root);
     if (!file) break;
-    if (trusted_->updateRoot(*file)) {
+    if (naming(name, [&] { return trusted_->updateRoot(*file); })) {
       // Fast-forward: with keys that were stolen, somebody may have signed the highest versions.
       // Deleted before the root is stored, so that the next run need not know of the change.
       folder_.remove(roleFile("timestamp"));
@@ -95,9 +96,10 @@ void Client::updateRoot() {
 void Client::updateTimestamp() {
   accepts([&](const auto& file) { trusted_->loadTimestamp(file); },
           stored("timestamp", limits_.timestamp));
-  const std::optional<std::string> file = fetchIfThere("timestamp.json", limits_.timestamp);
-  if (!file) failFetch("timestamp.json", 404);
-  if (trusted_->updateTimestamp(*file)) store("timestamp", *file);
+  const std::string name = "timestamp.json";
+  const std::optional<std::string> file = fetchIfThere(name, limits_.timestamp);
+  if (!file) failFetch(name, 404);
+  if (naming(name, [&] { return trusted_->updateTimestamp(*file); })) store("timestamp", *file);
 }
 
 void Client::updateSnapshot() {
@@ -106,7 +108,7 @@ void Client::updateSnapshot() {
           stored("snapshot", limits_.snapshot));
   if (current) return;
   const std::string file = fetchRole("snapshot", trusted_->snapshotFile(), limits_.snapshot);
-  trusted_->updateSnapshot(file);
+  naming("The snapshot", [&] { trusted_->updateSnapshot(file); });
   store("snapshot", file);
 }
 
@@ -114,7 +116,7 @@ void Client::updateTargets() {
   const auto update = [&](const std::string& file) { trusted_->updateTargets(file); };
   if (accepts(update, stored("targets", limits_.targets))) return;
   const std::string file = fetchRole("targets", trusted_->targetsFile("targets"), limits_.targets);
-  update(file);
+  naming("The role \"targets\"", [&] { update(file); });
   store("targets", file);
 }
 
@@ -157,7 +159,7 @@ Targets Client::delegated(const std::string& role, const Keys& keys, const RoleK
   const MetaFile& stated = trusted_->targetsFile(role);
   if (!accepts(verify, stored(role, limits_.targets))) {
     const std::string file = fetchRole(role, stated, limits_.targets);
-    verify(file);
+    naming("The role " + shown(role), [&] { verify(file); });
     store(role, file);
   }
   return std::move(*targets);

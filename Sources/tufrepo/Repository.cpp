@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "tuf/Error.h"
+#include "tuf/naming.h"
 #include "tuf/threshold.h"
 #include "tuf/trustedSet.h"
 
@@ -34,8 +35,6 @@ const std::string& madeFolder(const std::string& folder) {
   return folder;
 }
 
-Json contentOf(std::string_view file) { return std::move(tuf::Envelope(file).content); }
-
 Version versionOf(const Json& content) { return content.at("version").get<Version>(); }
 
 }  // namespace
@@ -51,19 +50,26 @@ std::string Repository::file(const std::string& name) const {
   throw std::runtime_error("The repository has no metadata/" + name);
 }
 
+std::string Repository::read(const std::string& name, Json& content) const {
+  std::string text = file(name);
+  tuf::naming("metadata/" + name, [&] { content = std::move(tuf::Envelope(text).content); });
+  return text;
+}
+
 void Repository::load() {
   const std::vector<Version> roots = versionsOf("root");
   if (roots.empty()) throw std::runtime_error("The repository has no metadata/1.root.json");
-  const std::string timestamp = file("timestamp.json");
-  timestamp_ = contentOf(timestamp);
-  const std::string snapshot =
-      file(versioned(versionOf(timestamp_.at("meta").at("snapshot.json")), "snapshot"));
-  snapshot_ = contentOf(snapshot);
-  const std::string targets =
-      file(versioned(versionOf(snapshot_.at("meta").at("targets.json")), "targets"));
-  targets_ = contentOf(targets);
-  const std::string newest = file(versioned(roots.back(), "root"));
-  take(newest);
+  const std::string timestamp = read("timestamp.json", timestamp_);
+  const Version snapshotVersion = tuf::naming("metadata/timestamp.json", [&] {
+    return tuf::parseTimestamp(Json(timestamp_)).snapshot.version;
+  });
+  const std::string snapshot = read(versioned(snapshotVersion, "snapshot"), snapshot_);
+  const Version targetsVersion = tuf::naming("The snapshot", [&] {
+    return tuf::parseSnapshot(Json(snapshot_)).files.at("targets.json").version;
+  });
+  const std::string targets = read(versioned(targetsVersion, "targets"), targets_);
+  const std::string newest = versioned(roots.back(), "root");
+  tuf::naming("metadata/" + newest, [&] { take(file(newest)); });
   // What is signed anew is what the keys' owner signed before, not what somebody has put there. A
   // process may have ended between the new root and the documents that its keys sign.
   constexpr std::time_t kNothingHasExpired = 0;

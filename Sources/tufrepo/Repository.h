@@ -75,6 +75,7 @@ class Repository {
   using Signers = std::map<std::string, std::vector<tuf::PrivateKey>>;
 
   void load();
+  std::string read(const std::string& name, Json& content) const;
   void take(const std::string& root);
   [[nodiscard]] bool isSigned(const std::string& file, const std::string& role) const;
   void renewWith(const Signers& signers, const Renewal& renewal, std::time_t now);
