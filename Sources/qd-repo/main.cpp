@@ -3,6 +3,7 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 
 #include "qd-repo/commands.h"
 
@@ -44,7 +45,11 @@ int carryOut(const RepoOptions& options) {
 int main(int argc, char** argv) try {
   ::umask(S_IWGRP | S_IWOTH);  // what is published is for everyone to read
   const RepoOptionsRead read = readRepoOptions(argc, argv);
-  if (read.options) return carryOut(*read.options);
+  if (read.options) {
+    const int status = carryOut(*read.options);
+    if (std::cout.flush()) return status;
+    throw std::runtime_error("Cannot write to standard output");
+  }
   (read.status == 0 ? std::cout : std::cerr) << read.text;
   return read.status;
 } catch (const std::exception& e) {

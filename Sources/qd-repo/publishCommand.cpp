@@ -62,6 +62,7 @@ Arrival take(tufrepo::TargetStore& store, const std::string& file, const RepoOpt
     }
     release = known.release;
     if (options.minFrom) release.minFrom = options.minFrom;
+    if (!options.rollback) release.rollback = false;
     path = known.path;
   }
   arrival.listed = {path, arrival.file.length, arrival.file.sha256, release};
@@ -77,17 +78,17 @@ int publishPackages(const RepoOptions& options) {
     (void)keys.needed(role, repository.root().roles.at(role));
   }
   const std::time_t now = present();
-  const std::vector<ListedRelease> listedBefore = releasesIn(repository);
+  std::vector<ListedRelease> known = releasesIn(repository);
   const UnixTime instant{std::chrono::seconds(now)};
   tufrepo::TargetStore store(options.repository);
   json entries = repository.targets().at("targets");
   std::string said;
   for (const std::string& file : options.files) {
-    Arrival arrival = take(store, file, options, listedBefore);
+    Arrival arrival = take(store, file, options, known);
     ListedRelease& listed = arrival.listed;
     Release& release = listed.release;
-    const auto known = release.channels.find(options.channel);
-    const Ramp* const before = known == release.channels.end() ? nullptr : &known->second;
+    const auto ramp = release.channels.find(options.channel);
+    const Ramp* const before = ramp == release.channels.end() ? nullptr : &ramp->second;
     release.channels[options.channel] = nextRamp(before, options, instant);
     store.keep(listed.path, arrival.file);
     placePlain(options.repository, listed, arrival.file.md5);
@@ -95,6 +96,7 @@ int publishPackages(const RepoOptions& options) {
     entry["length"] = listed.length;
     entry["hashes"] = {{"sha256", arrival.file.sha256}, {"sha512", arrival.file.sha512}};
     setRelease(entry, release);
+    known.push_back(listed);
     said += "Published " + listed.path + " in " + options.channel + ": " +
             shareText(release.channels[options.channel], instant) + "\n";
   }

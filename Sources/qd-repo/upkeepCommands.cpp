@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <iostream>
 #include <map>
+#include <stdexcept>
 
 #include "qd-repo/ListedRelease.h"
 #include "qd-repo/commands.h"
@@ -31,6 +32,9 @@ std::map<std::string, tufrepo::FirstRole> firstRoles(const RepoOptions& options,
 
 int initRepository(const RepoOptions& options) {
   (void)keysOf(options);  // refuses a folder of keys in the repository
+  if (options.rootKeys != 0 && options.rootKeys < options.threshold.value_or(1)) {
+    throw std::runtime_error("--root-keys makes fewer keys than --threshold asks for: make more");
+  }
   const std::time_t now = present();
   tufrepo::Lives lives = tufrepo::defaultLives();
   for (const auto& [role, life] : options.lives) lives[role] = life;

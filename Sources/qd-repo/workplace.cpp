@@ -107,6 +107,12 @@ tufrepo::KeyRing keysOf(const RepoOptions& options) {
   return keys;
 }
 
+void requireOutside(const std::string& file, const std::string& repository) {
+  if (!isWithin(file, repository)) return;
+  throw std::runtime_error(file + " lies in the repository " + repository +
+                           ", which is public: take a place outside");
+}
+
 std::time_t present() { return std::time(nullptr); }
 
 void warnOfExpiry(const tufrepo::Repository& repository, std::time_t now) {

@@ -21,6 +21,9 @@ std::string newPassphrase(const RepoOptions& options);
 /// The keys that the options name. A folder inside the repository is an error.
 tufrepo::KeyRing keysOf(const RepoOptions& options);
 
+/// Throws where a file that is not to be published lies in the repository.
+void requireOutside(const std::string& file, const std::string& repository);
+
 /// The present, asked once by every command.
 std::time_t present();
 

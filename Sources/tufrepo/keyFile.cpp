@@ -10,9 +10,11 @@
 #include <openssl/x509.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <exception>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "ground/osal_io.h"
@@ -54,11 +56,12 @@ Ptr<BIO> reading(const std::string& text) {
 
 std::string readKeyFile(const std::string& file, mode_t forbidden) {
   const ScopedFd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!fd) fail("Cannot read the key " + file + ": " + std::generic_category().message(errno));
   struct stat info {};
   std::string text;
-  if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
+  if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
       osal_readAll(fd.get(), text, kMaxKeyFile) != 0) {
-    fail("Cannot read the key " + file);
+    fail("The key " + file + " is no PEM file");
   }
   if ((info.st_mode & forbidden) != 0) {
     fail("The private key " + file + " is open to others: chmod 600 it");

@@ -94,8 +94,9 @@ std::string missingSignatures(const std::string& file, const tuf::Root& before) 
   const tuf::Envelope envelope(file);
   const tuf::Root next = tuf::parseRoot(Json(envelope.content));
   try {
-    tuf::requireThreshold(envelope, before.keys, before.roles.at("root"), "By the present root");
-    tuf::requireThreshold(envelope, next.keys, next.roles.at("root"), "By its own keys");
+    tuf::requireThreshold(envelope, before.keys, before.roles.at("root"),
+                          "The root, by the present keys,");
+    tuf::requireThreshold(envelope, next.keys, next.roles.at("root"), "The root, by its own keys,");
   } catch (const tuf::Error& e) {
     return e.what();
   }

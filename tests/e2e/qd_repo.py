@@ -210,7 +210,10 @@ REFUSED = {  # a faulty line: what its one line of answer says
     "rotate repo root --remove 123": "No key of the role begins with 123",
     "rotate repo timestamp --threshold 2": "would have 1 keys",
     "rotate repo mirrors": "There is no role",
+    "rotate repo root --out text": "text is there already: sign it",
+    "rotate repo root --out repo/metadata/2.root.json": "which is public: take a place outside",
     "sign repo missing.json --key keys/root.pem": "name the root that rotate wrote",
+    "sign repo text --key keys/root.pem": "text is no root",
     "prune repo --keep 0": "--keep",
     "preview repo 1.1.1.1": "status shows those that it has",
     "verify missing": "metadata/1.root.json is missing",
@@ -225,6 +228,8 @@ def refusals(place):
     publisher = Publisher(place)
     publisher("publish repo", publisher.package(OLD, name="old.deb"), "--channel", "stable")
     publisher.package(OLD, name="other.deb", text=" and more")
+    for text in ("", "2"):
+        publisher.package(NEW, name=f"new{text}.deb", text=text)
     publisher.package(NEW, "all", name="all.deb")
     publisher.package("7.2", name="odd.deb")
     (publisher.folder / "text").write_text("no package")
@@ -242,6 +247,8 @@ def refusals(place):
             yield f"{line}: status {done.returncode}, {text}"
     if everything(publisher.repo) != before:
         yield "a refused command has changed the repository"
+    if "other bytes than new2" not in publisher.run("publish repo new.deb new2.deb --channel stable").stderr:
+        yield "two packages of one version in one command"
     publisher("refresh repo --keys cron")
     yield from publisher.check("refresh with its own keys alone", OLD)
 
@@ -262,7 +269,8 @@ def audits(place):
             ("agent_setup_def.json", b"[]", "Note: agent_setup_def.json is behind"),
             ("agent_setup_def.json", None, "agent_setup_def.json is missing"),
             ("index.html", None, "index.html is missing"),
-            ("metadata/timestamp.json", b"{}", "signatures is missing"), ("metadata/2.targets.json", b"", "targets"),
+            ("metadata/timestamp.json", b"{}", "timestamp.json is faulty: The member signatures"),
+            ("metadata/2.targets.json", b"", "targets"),
             ("key", (publisher.folder / "keys/root.pem").read_bytes(), "is a private key")):
         shutil.rmtree(publisher.repo)
         shutil.copytree(whole, publisher.repo)
@@ -289,8 +297,10 @@ def offline(place):
             shutil.copy(publisher.folder / f"keys/{name}.{end}", online)
     if publisher.run("rotate repo targets --add keys/late.pub --keys online", input="").returncode:
         yield "rotate without root keys"
+    if "has not signed yet" not in publisher.run("sign repo 2.root.json --keys online").stderr:
+        yield "keys that do not count are not told"
     said = [publisher(f"sign repo 2.root.json --key keys/{name}.pem") for name in ("root", "root-3")]
-    for text, part in zip(said, ("2.root.json waits: By the present root", "2.root.json has all its signatures")):
+    for text, part in zip(said, ("waits: The root, by the present keys", "2.root.json has all its signatures")):
         if part not in text:
             yield f"sign: {text}"
     if (publisher.repo / "metadata/2.root.json").exists():
