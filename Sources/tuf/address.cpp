@@ -3,6 +3,8 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <cstdint>
 
+#include "tuf/digest.h"
+
 namespace tuf {
 namespace {
 
@@ -24,6 +26,15 @@ std::string encode(std::string_view text, std::string_view alsoPlain) {
   return encoded;
 }
 
+/// File systems take names of 255 bytes. What is cut off is told apart by the digest; no encoded
+/// name holds two "%" side by side.
+std::string shortened(std::string name) {
+  constexpr std::size_t kMost = 240;
+  constexpr std::size_t kDigest = 64;
+  if (name.size() <= kMost) return name;
+  return name.substr(0, kMost - kDigest - 2) + "%%" + sha256Hex(name);
+}
+
 }  // namespace
 
 std::string percentEncode(std::string_view text) { return encode(text, ""); }
@@ -37,13 +48,13 @@ std::string roleFile(std::string_view role) {
       return escaped(role.front()) + percentEncode(role.substr(1)) + ".json";
     }
   }
-  return percentEncode(role) + ".json";
+  return shortened(percentEncode(role)) + ".json";
 }
 
 std::string targetFile(std::string_view path) {
   // "." and ".." are folders, and hidden names may be those of unfinished files.
-  if (path.starts_with('.')) return escaped('.') + percentEncode(path.substr(1));
-  return percentEncode(path);
+  if (path.starts_with('.')) return shortened(escaped('.') + percentEncode(path.substr(1)));
+  return shortened(percentEncode(path));
 }
 
 }  // namespace tuf

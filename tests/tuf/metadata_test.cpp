@@ -204,9 +204,11 @@ TEST(TufTrustedSet, AsksAgainForWhatHasExpired) {
   EXPECT_THROW(trusted.updateTimestamp(files["r/timestamp.json"]), tuf::Error);
 }
 
-TEST(TufAddress, KeepsTheFourRolesFilesWhereCaseIsIgnored) {
+TEST(TufAddress, GivesEachNameAFileOfItsOwn) {
   EXPECT_EQ(tuf::roleFile("root"), "root.json");
   EXPECT_EQ(tuf::roleFile("Root"), "%52oot.json");
+  EXPECT_EQ(tuf::roleFile(std::string(999, '/')).size(), 245U);
+  EXPECT_NE(tuf::targetFile(std::string(999, 'x')), tuf::targetFile(std::string(998, 'x')));
 }
 
 /// What a command prints and its status, as openssl judges.
