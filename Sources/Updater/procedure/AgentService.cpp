@@ -11,7 +11,7 @@ AgentService::AgentService(std::string startCmd, std::string stopCmd, CommandOut
     : startCmd_(std::move(startCmd)),
       stopCmd_(std::move(stopCmd)),
       unit_(unitStartedBy(startCmd_)),
-      resetCmd_("systemctl reset-failed " + unit_),
+      resetCmd_("systemctl reset-failed " + unit_ + " 2>/dev/null"),
       killCmd_("systemctl kill --signal=SIGKILL " + unit_),
       output_(output) {}
 
