@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """Whole runs with an update.toml: statuses, records, hooks, lock, and what is told of faults."""
 
+import hashlib
 import json
 import os
 import re
@@ -21,13 +22,14 @@ STATE = "/var/lib/qd/update.{I}"
 # What dpkg-query says of the agent is in the file "installed".
 QUERY = 'cat "$tmp/../installed"'
 INSTALL = 'printf "Reading 5%%\\rUnpacking\\n"; echo "ii |7.2.1.15" >"$tmp/../installed"'
+BACK = 'echo "ii |7.2.0.1" >"$tmp/../installed"'
 
 
 def dpkg(install: str = INSTALL, query: str = QUERY, field: str = "Package: qdagent",
-         plan: str = "Inst qdagent [7.2.0.1] (7.2.1.15 local [all])") -> dict[str, str]:
-    """Stand-ins of a package manager: `install` is what an installation does."""
+         plan: str = "Inst qdagent [7.2.0.1] (7.2.1.15 local [all])", back: str = BACK) -> dict[str, str]:
+    """Stand-ins of a package manager: `install` is what an installation does, `back` a roll-back."""
     return {"dpkg-query": query, "dpkg-deb": f'echo "{field}"', "apt-get": f'echo "{plan}"',
-            "dpkg": f'[ "$1" != -i ] || {{ {install}; }}'}
+            "dpkg": f'case $1 in -i) {install};; --force-downgrade) {back};; esac'}
 
 
 DATABASE = dpkg()
@@ -130,6 +132,11 @@ BLOCKS_WITH_FILE = blocks("""
 dpkg-query --show --showformat=${db:Status-Status}\\n | dpkg --no-act -i {path}
 apt-get -q --simulate --no-install-recommends --allow-downgrades install {path}
 dpkg-deb --field {path} Package Installed-Size Pre-Depends Depends
+[show] systemctl show --property=Type,ActiveState,SubState,MainPID,NRestarts qdagent
+[fits back] dpkg-query --show --showformat=${Conffiles}\\n qdagent
+dpkg-deb --field {keep} Package Installed-Size Pre-Depends Depends
+[keep] /var/lib/qd/update.{I}/keep/7.2.0.1.deb
+[put back] dpkg --force-downgrade -i {keep} | systemctl daemon-reload | systemctl reset-failed qdagent
 [printed] {installing} | NFY Unpacking | NFY ii |7.2.1.15
 """)
 row = partial(Row, config="", commands=DATABASE, prepare=installed(), blocks=BLOCKS | BLOCKS_WITH_FILE)
@@ -191,10 +198,10 @@ FITS = [
 HEALTH = partial(row, status=27, config="health = {rollback = false, settle = '1s', timeout = '1s'}")
 
 
-def unit(*states: str) -> dict[str, str]:
+def unit(*states: str, database: dict[str, str] = DATABASE) -> dict[str, str]:
     """systemctl that shows these states of the unit one after the other, the last for good."""
     cases = " ".join(f"{number}) echo '{state}';;" for number, state in enumerate(states[:-1]))
-    return DATABASE | {"systemctl": f'[ "$1" = show ] || exit 0; n=$(cat "$tmp/../n" || echo 0); '
+    return database | {"systemctl": f'[ "$1" = show ] || exit 0; n=$(cat "$tmp/../n" || echo 0); '
                        f"""echo $((n + 1)) >"$tmp/../n"; case $n in {cases} *) echo '{states[-1]}';; esac"""}
 
 
@@ -236,6 +243,66 @@ HEALTHS = [
     row("BadVersionPackagedAnew", requests="{requests}",
         prepare=both(installed(), bad("0" * 32)), check=tells(GOOD | {"bad": ["7.2.1.15"]})),
     HEALTH("AilsWithoutStarting", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'}),
+]
+
+FAILED = "ActiveState=failed\nSubState=failed"
+BROKEN = "its unit is failed (failed)"
+LEFT = "; there is now: 7.2.1.15; the agent runs; install a version that works by hand"
+BACK_TO = partial(row, status=27, commands=unit(FAILED, RUNNING), prepare=installed(),
+                  config="health = {settle = '0s', timeout = '1s'}")
+
+
+def keep(run, name: str = "") -> str:
+    return state(run, f"keep/{name}")
+
+
+def kept(content: str | bytes = PACKAGE):
+    """A package of the version that runs is kept, and another; by the list their content was PACKAGE."""
+    def prepare(run):
+        entries = [{"version": version, "file": version + ".deb", "md5": "", "rollback": True, "since": "then",
+                    "sha256": hashlib.sha256(PACKAGE).hexdigest()} for version in ("7.2.0.1", "7.2.0.0")]
+        write(keep(run, "kept.json"), json.dumps(entries))
+        for entry in entries:
+            write(keep(run, entry["file"]), content)
+    return prepare
+
+
+def keeps(*versions: str):
+    """That these packages are kept, for root's eyes only, and nothing besides."""
+    def check(run, _):
+        yield from difference("kept", sorted(os.listdir(keep(run))),
+                              sorted(version + ".deb" for version in versions) + ["kept.json"])
+        yield from difference("list", [e["version"] for e in json.loads(read(keep(run, "kept.json")))], [*versions])
+        yield from difference("mode", [oct(os.stat(keep(run)).st_mode & 0o777)], ["0o700"])
+    return check
+
+
+def stays(why: str, ailment: str = BROKEN):
+    return tells({"cause": "unhealthy", "rolled_back_from": None, "bad": ["7.2.1.15"], "message":
+                  f"the agent is unhealthy: {ailment}; the former version was not put back, since {why}{LEFT}"})
+
+
+NOTHING = "no package of 7.2.0.1 that could be verified was found"
+ROLLBACKS = [
+    BACK_TO("RollsBack", status=26, calls="{ask} | {fits} | {fits back} | {stop} | {install} | {start} | {ask} | "
+            "{show} | {stop} | {put back} | {start} | {ask} | {show}", prepare=both(installed(), kept()), check=both(
+                keeps("7.2.0.1", "7.2.0.0"), tells({
+                    "status": 26, "cause": "rolled-back", "outcome": "rolled-back", "phase": "rollback",
+                    "from": "7.2.0.1", "to": "7.2.1.15", "rolled_back_from": "7.2.1.15", "bad": ["7.2.1.15"],
+                    "message": f"7.2.1.15 ails: {BROKEN}; 7.2.0.1 was put back, and is healthy"}))),
+    *(BACK_TO(f"KeepsAtMost{most}", status=0, commands=unit(RUNNING), prepare=both(installed(), kept()),
+              config=f"health = {{settle = '0s', keep = {most}}}", check=keeps(*versions))
+      for most, versions in ((0, ["7.2.1.15"]), (2, ["7.2.1.15", "7.2.0.1"]))),
+    BACK_TO("HasNoWayBack", has=f"WRN No way back : {NOTHING}", check=stays(NOTHING)),
+    BACK_TO("PutsNothingDamagedBack", prepare=both(installed(), kept(b"x")), check=stays(NOTHING),
+            has="WRN the kept package of 7.2.0.1 is damaged"),
+    BACK_TO("RollBackFails", prepare=both(installed(), kept()), check=stays("no space"),
+            commands=unit(FAILED, RUNNING, database=dpkg(back="echo no space; exit 2"))),
+    BACK_TO("PutsBackWhatIsNotWhole", status=26, prepare=both(installed(), kept()), commands=unit(
+        RUNNING, database=dpkg('echo "iF |7.2.1.15" >"$tmp/../installed"; echo no; exit 1')), check=tells({
+            "message": "7.2.1.15 ails: the installation failed: no; 7.2.0.1 was put back, and is healthy"})),
+    BACK_TO("InstallsNothing", status=13, prepare=both(installed(), kept()), commands=unit(
+        RUNNING, database=dpkg("echo no; exit 1")), check=tells({"rolled_back_from": None, "bad": []})),
 ]
 
 METRICS = """qd_update_last_run_timestamp_seconds TIME
@@ -308,4 +375,4 @@ FAULTY = [
 ]
 
 if __name__ == "__main__":
-    sys.exit(main(__doc__, [*RUNS, *FITS, *HEALTHS, *REPORTS, *FAULTY]))
+    sys.exit(main(__doc__, [*RUNS, *FITS, *HEALTHS, *ROLLBACKS, *REPORTS, *FAULTY]))

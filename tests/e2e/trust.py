@@ -17,7 +17,8 @@ HOME = tempfile.TemporaryDirectory(prefix="qd-trust.")
 ARCH = subprocess.run(["dpkg", "--print-architecture"], capture_output=True, text=True).stdout.strip()
 TARGET = f"/targets/linux/{ARCH}/"
 DATABASE = {"dpkg-query": 'cat "$tmp/../installed"', "dpkg-deb": 'exec /usr/bin/dpkg-deb "$@"',
-            "dpkg": 'case $1 in -i) echo "ii |7.2.1.15" >"$tmp/../installed";; esac'}
+            "dpkg": 'for file; do :; done; case $* in *"-i /"*) echo "ii |$(/usr/bin/dpkg-deb -f "$file" Version)" '
+                    '>"$tmp/../installed";; esac'}
 
 
 def repo(*words: str, program=None) -> None:
@@ -59,6 +60,11 @@ def repositories() -> dict[str, dict]:
     repo("resume", "7.2.1.15")
     repo("publish", package("7.2.1.16"), "--channel", "stable", "--percent", "0")
     made["nobody"] = snapshot()
+    repo("publish", package("7.2.0.1"), "--channel", "stable")
+    repo("publish", package("7.2.0.2"), "--channel", "stable", "--no-rollback")
+    made["former"] = snapshot()
+    repo("publish", package("7.2.1.17"), "--channel", "stable", "--no-rollback")
+    made["final"] = snapshot()
     made["forged"] = {path: b"X" + body[1:] if path.startswith(TARGET) else body
                       for path, body in made["good"].items()}
     made["edited"] = {path: body.replace(b'"7.2.1.15"', b'"7.2.1.16"')
@@ -106,7 +112,7 @@ def closed() -> str:
 
 def row(name: str, server: str = "good", config: str = "", status: int = 0, message: str = "",
         outcome: str = "", **more) -> Row:
-    usual = {0: "updated", 20: "failed", 21: "deferred", 24: "refused", 25: "refused"}[status]
+    usual = {0: "updated", 20: "failed", 21: "deferred", 24: "refused", 25: "refused", 26: "rolled-back", 27: "failed"}[status]
     said = {"status": status, "outcome": outcome or usual} | ({"message": message} if message else {})
     more.setdefault("calls", "" if status else None)
     checks = [tells(said, more.pop("history", 1)), *more.pop("checks", [])]
@@ -116,8 +122,16 @@ def row(name: str, server: str = "good", config: str = "", status: int = 0, mess
                **more)
 
 
+AILS = {"status": 27, "calls": None, "config": "[health]\nsettle = '0s'\ntimeout = '1s'\n", "prepare": both(
+    before, drop_in("health/x", "[ $QD_UPDATE_PHASE != health ]"))}
+
+
+def target(version: str) -> str:
+    return next(path for path in repositories()["final"] if TARGET in path and path.endswith(f"_{version}.deb"))
+
+
 def rows() -> list[Row]:
-    file = next(path for path in repositories()["good"] if path.startswith(TARGET))
+    file = target("7.2.1.15")
     first = ("GET /metadata/2.root.json | GET /metadata/timestamp.json | "
              "GET /metadata/{}.snapshot.json | GET /metadata/{}.targets.json")
     late = "7.2.1.15 is inhibited here by backup"
@@ -140,6 +154,11 @@ def rows() -> list[Row]:
             before, drop_in("health/x", "[ $QD_UPDATE_PHASE != health ]")), checks=[
                 asked("GET /metadata/2.root.json | GET /metadata/timestamp.json")],
             config="[health]\nrollback = false\nsettle = '0s'\ntimeout = '1s'\n"),
+        row("FetchesTheWayBack", "former", **AILS | {"status": 26}, requests=first.format(7, 7) +
+            f" | GET {target('7.2.0.1')} | GET {target('7.2.1.15')}"),
+        *(row(name, server, **AILS, version=version, has=f"WRN No way back : {why}") for name, server, version, why in (
+            ("ComesWithoutAWayBack", "final", "7.2.0.1", "7.2.1.17 is released without a way back"),
+            ("MayNotGoBack", "former", "7.2.0.2", "no machine may go back to 7.2.0.2, as its release says"))),
         row("NeedsItsFirstRoot", prepare=installed(), status=20, requests=""),
         *(row("TrustsNo" + name, status=20, requests="", prepare=both(before, lambda run, path=path: os.chmod(
             run.own(fill(path, run.texts)), 0o777)))

@@ -139,6 +139,7 @@ void RollBack::restoreConfiguration() const noexcept try {
 void RollBack::keepJournal() const noexcept try {
   if (service_.unit().empty()) return;
   const std::string journal = unitJournal(service_.unit(), order_.failedSince);
+  if (journal.empty()) return;
   if (order_.folder.keepJournal(order_.failedVersion, journal) == 0) {
     QDLOG(ROOT, NFY,
           "Its journal is kept : " << order_.folder.pathOf(order_.failedVersion) << ".journal");
