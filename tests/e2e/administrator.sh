@@ -3,29 +3,8 @@
 
 # shellcheck source=tests/e2e/expect.sh
 . /qd/expect.sh
-
-# What is in /srv/agent is served, with a certificate that the machine's authorities vouch for.
-serve_folder() {
-  mkdir -p $server/www
-  openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=updates.example.com \
-    -addext subjectAltName=DNS:updates.example.com -keyout $server/key.pem -out $server/cert.pem 2>/dev/null
-  cat $server/cert.pem >>/etc/ssl/certs/ca-certificates.crt
-  echo 127.0.0.1 updates.example.com >>/etc/hosts
-  server_start $server "server {
-    listen 127.0.0.1:443 ssl;
-    ssl_certificate $server/cert.pem;
-    ssl_certificate_key $server/key.pem;
-    location /agent/ { alias /srv/agent/; }
-  }"
-}
-
-make_packages() {
-  make_agent_deb 7.2.1.4 /qd/old.deb
-  make_agent_deb 7.2.1.15 /qd/new.deb
-  dpkg-deb --raw-extract /qd/new.deb /qd/new
-  sed -i "s/^Architecture:.*/Architecture: $(dpkg --print-architecture)/" /qd/new/DEBIAN/control
-  quiet dpkg-deb --build /qd/new /qd/packages/qdagent_7.2.1.15.deb
-}
+# shellcheck source=tests/e2e/published.sh
+. /qd/published.sh
 
 # is_as_told NUMBER: what the text says of the command that was run.
 is_as_told() {
@@ -44,9 +23,7 @@ is_as_told() {
 }
 
 begin "the administrator's ten commands"
-make_packages
-quiet dpkg -i /qd/old.deb
-systemctl start qdagent
+installed_agent
 serve_folder
 cd /qd/packages
 export HOME=/root
