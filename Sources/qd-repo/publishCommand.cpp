@@ -98,7 +98,8 @@ int publishPackages(const RepoOptions& options) {
     setRelease(entry, release);
     known.push_back(listed);
     said += "Published " + listed.path + " in " + options.channel + ": " +
-            shareText(release.channels[options.channel], instant) + "\n";
+            shareText(release.channels[options.channel], instant) +
+            (release.halted ? ", but halted" : "") + "\n";
   }
   repository.setEntries(std::move(entries));
   repository.renew(keys, {.targets = true, .snapshot = true}, now);

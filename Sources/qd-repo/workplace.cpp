@@ -61,8 +61,10 @@ std::string readLine(int fd) {
 }
 
 bool isWithin(const fs::path& path, const fs::path& folder) {
-  const fs::path whole = fs::weakly_canonical(path);
-  const fs::path top = fs::weakly_canonical(folder);
+  // A relative path of which nothing exists yet would stay relative.
+  const fs::path whole = fs::weakly_canonical(fs::absolute(path));
+  fs::path top = fs::weakly_canonical(fs::absolute(folder));
+  if (!top.has_filename()) top = top.parent_path();  // there was a slash at the end
   return std::mismatch(top.begin(), top.end(), whole.begin(), whole.end()).first == top.end();
 }
 

@@ -206,6 +206,8 @@ REFUSED = {  # a faulty line: what its one line of answer says
     "promote repo 7.2 --to stable": "takes four numbers",
     "init repo --keys keys": "already",
     "init repo/inner --keys repo/inner/keys": "which is public",
+    "init . --keys not-there": "which is public",
+    "init not-there/ --keys not-there/keys": "which is public",
     "init new --keys new-keys --expires week=1d": "ROLE=DURATION",
     "rotate repo root --remove 123": "No key of the role begins with 123",
     "rotate repo timestamp --threshold 2": "would have 1 keys",
