@@ -30,7 +30,7 @@ std::string readWaiting(const std::string& file) {
 /// another change is an error: others may have signed it.
 std::string begun(const tuf::Json& content, const std::string& file) {
   if (!std::filesystem::exists(file)) return tuf::sign(content, {});
-  const std::string waiting = readWaiting(file);
+  std::string waiting = readWaiting(file);
   const tuf::Json there = tuf::Json::parse(waiting, nullptr, false);
   tuf::Json same = {{"signed", content}};
   if (there.is_object() && there.contains("/signed/expires"_json_pointer)) {
