@@ -182,6 +182,10 @@ RUN = [
     row("RunIsInterruptedTooLate", args=["run", "-q"], check=tells({"outcome": "updated"}),
         commands=DATABASE | {"systemctl": "kill -INT $(cut -d' ' -f4 /proc/$PPID/stat)"},
         has="WRN An interrupt came when the agent was being replaced: the run went on"),
+    row("InterruptLetsDpkgFinish", args=["run", "-q"], status=29, commands=DATABASE | {
+        "dpkg": '[ "$1" != --configure ] || { kill -INT $PPID; sleep 0.2; echo finished >>"$calls"; }'},
+        prepare=both(installed(), lambda run: write(run.own("/var/lib/dpkg/updates/0001"), "")),
+        check=lambda run, outcome: difference("end", outcome.calls[-1:], ["finished"])),
     on_terminal("RunOnANarrowTerminal", 40, "{begun} | {whole}", no_colour="1"),
     on_terminal("TerminalBecomesNarrower", 80, "{begun} | {whole}",
                 script={DEB: paced({5: resize, 8: lambda run: run.later()})},

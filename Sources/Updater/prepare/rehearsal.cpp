@@ -12,7 +12,7 @@ namespace utils {
 
 namespace {
 
-constexpr std::chrono::minutes kLimit{10};
+constexpr std::chrono::hours kCompletionLimit{3};
 constexpr unsigned long long kKiB = 1024;
 
 unsigned long long number(const std::string& text) {
@@ -51,13 +51,14 @@ std::string rehearseDeb(const std::string& path, const StopWish& cancelled) {
 
 }  // namespace
 
-CommandAnswer ask(const std::vector<std::string>& words, bool logged, const StopWish& cancelled) {
+CommandAnswer ask(const std::vector<std::string>& words, bool logged, const StopWish& cancelled,
+                  std::chrono::seconds limit) {
   CommandAnswer answer;
   ChildRun run;
   run.program = words.front();
   run.arguments.assign(words.begin() + 1, words.end());
   run.environment = {{"LC_ALL", "C"}};
-  run.limit = kLimit;
+  run.limit = limit;
   run.cancelled = cancelled;
   run.onLine = [&](const std::string& line) {
     const std::string shown = line.substr(line.rfind('\r') + 1);
@@ -111,8 +112,8 @@ bool isHalfDone(AgentDistrib distrib) {
   return false;
 }
 
-bool completeHalfDone(const StopWish& cancelled) {
-  return ask({"dpkg", "--configure", "-a"}, true, cancelled).status == 0;
+bool completeHalfDone() {
+  return ask({"dpkg", "--configure", "-a"}, true, {}, kCompletionLimit).status == 0;
 }
 
 }  // namespace utils

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -22,9 +23,11 @@ struct CommandAnswer {
   std::vector<std::string> lines;
 };
 
-/// Runs the words as a command, without a shell and with English messages, and waits.
+/// Runs the words as a command, without a shell and with English messages, and waits. At the limit
+/// it is ended.
 CommandAnswer ask(const std::vector<std::string>& words, bool logged,
-                  const StopWish& cancelled = {});
+                  const StopWish& cancelled = {},
+                  std::chrono::seconds limit = std::chrono::minutes(10));
 
 /// A package file, as it describes itself.
 struct PackageFacts {
@@ -41,7 +44,8 @@ std::string rehearse(AgentDistrib distrib, const std::string& path, const StopWi
 /// Whether dpkg was interrupted, or has packages that are unpacked only.
 bool isHalfDone(AgentDistrib distrib);
 
-/// Completes them. Returns whether dpkg then says that all is well.
-bool completeHalfDone(const StopWish& cancelled);
+/// Completes them. Whatever comes meanwhile, dpkg is not ended half way; only a script that hangs
+/// is, after hours. Returns whether dpkg then says that all is well.
+bool completeHalfDone();
 
 }  // namespace utils

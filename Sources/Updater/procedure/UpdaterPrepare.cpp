@@ -51,7 +51,7 @@ Updater::Stop Updater::completePackageManager(UpdateRun& run) {
   // Whoever held the lock may just have been at work.
   if (utils::isHalfDone(distrib)) {
     QDLOG(ROOT, NFY, "Completing what dpkg has left half done");
-    if (!utils::completeHalfDone(&Interrupts::came)) {
+    if (!utils::completeHalfDone()) {
       QDLOG(ROOT, WRN, "dpkg could not complete what it has left half done");
     }
   }
