@@ -55,7 +55,13 @@ std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib) try {
   const std::string answer = status == 0 && !lines.empty() ? lines.back() : "";
   // The receipt on a Mac may have another name.
   if (answer.empty() && getOS() == OsMacOSX) return std::nullopt;
-  return readInstalledAgent(distrib, answer);
+  InstalledAgent agent = readInstalledAgent(distrib, answer);
+  // Of an upgrade that was cut off rpm has both versions.
+  if (distrib == DistribRpm && lines.size() > 1) {
+    agent.isWhole = false;
+    agent.state = "beside another version";
+  }
+  return agent;
 } catch (const std::exception&) {
   return std::nullopt;
 }

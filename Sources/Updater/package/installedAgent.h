@@ -10,7 +10,7 @@ namespace utils {
 /// The agent's package as the system's package database has it.
 struct InstalledAgent {
   std::string version;   ///< as the database spells it; empty: the package is not there
-  std::string state;     ///< Debian's abbreviation, such as "ii"; else empty
+  std::string state;     ///< Debian's abbreviation, such as "ii"; else empty, or what is wrong
   bool isWhole = false;  ///< it is there, and its installation came to its end
 
   /// Whether the administrator wants it to stay as it is.
