@@ -15,6 +15,7 @@ struct Job {
 };
 
 int runUpdate(const Job& job);
+int recoverUpdate(const Job& job);
 int checkForUpdate(const Job& job);
 int showStatus(const Job& job);
 int showHistory(const Job& job);

@@ -15,6 +15,8 @@ int carryOut(const Options& options) {
   switch (options.command) {
     case Options::Command::Run:
       return runUpdate(job);
+    case Options::Command::Recover:
+      return recoverUpdate(job);
     case Options::Command::Check:
       return checkForUpdate(job);
     case Options::Command::Status:

@@ -82,6 +82,9 @@ OptionsRead readOptions(int argc, const char* const* argv, std::time_t now) {
       addCommand(app, options, Forgive, "forgive", "let a version be installed that ailed here");
   forgive->add_option("VERSION", options.forgiven, "as the records name it")->required();
 
+  addCommand(app, options, Recover, "recover",
+             "bring an update to an end that was cut off; timer and boot do that by themselves");
+
   try {
     app.parse(argc, argv);
     if (!since.empty()) {

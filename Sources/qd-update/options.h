@@ -6,7 +6,15 @@
 
 /// What qd-update was asked to do.
 struct Options {
-  enum class Command { Run, Check, Status, History, Trust, Forgive } command = Command::Run;
+  enum class Command {
+    Run,
+    Check,
+    Status,
+    History,
+    Trust,
+    Forgive,
+    Recover
+  } command = Command::Run;
   std::optional<std::string> installed;  ///< the installed version, in place of the database's
   bool json = false;
   bool quiet = false;

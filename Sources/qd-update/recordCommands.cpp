@@ -25,12 +25,13 @@ std::string agentText(std::optional<bool> runs) {
 
 /// Of a run without an end.
 std::string unfinishedText(const RunRecord& record, std::optional<bool> alive,
-                           std::optional<bool> agent) {
+                           std::optional<bool> agent, bool windowStands) {
   const std::string phase(phaseToString(record.phase));
   if (!alive) return "It is in phase " + phase + ", or died there.";
   if (*alive) return "It is under way, in phase " + phase + ".";
   const std::string died = "It died in phase " + phase + ". ";
   if (!agentMayBeStopped(record.phase)) return died + "Nothing was changed.";
+  if (windowStands) return died + "`qd-update recover` brings it to an end.";
   if (agent && *agent) return died + "The agent runs; `qd-update check` says which version it is.";
   return died + "See that the agent is whole and starts: `qd-update run` tries again.";
 }
@@ -39,8 +40,9 @@ void print(Screen& screen, const char* name, const std::string& value) {
   if (!value.empty()) screen.print(std::string(name) + value);
 }
 
-void printStatus(Screen& screen, const RunRecord& record, std::optional<bool> alive,
+void printStatus(const Job& job, const RunRecord& record, std::optional<bool> alive,
                  std::optional<bool> agent) {
+  Screen& screen = job.screen;
   print(screen, "Started     ", localText(record.started));
   print(screen, "Ended       ", localText(record.ended));
   print(screen, "From        ", record.from);
@@ -48,7 +50,8 @@ void printStatus(Screen& screen, const RunRecord& record, std::optional<bool> al
   print(screen, "Agent       ", agentText(agent));
   print(screen, "Run         ", record.run);
   if (record.outcome == RunOutcome::Running) {
-    screen.print(unfinishedText(record, alive, agent), alive == false ? Colour::Red : Colour::None);
+    screen.print(unfinishedText(record, alive, agent, windowStands(job.places)),
+                 alive == false ? Colour::Red : Colour::None);
     return;
   }
   print(screen, "Status      ",
@@ -81,7 +84,7 @@ int showStatus(const Job& job) {
         {"record", jsonOf(*record)}, {"under_way", jsonOf(alive)}, {"agent_runs", jsonOf(agent)}}
                          .dump(2));
   } else {
-    printStatus(job.screen, *record, alive, agent);
+    printStatus(job, *record, alive, agent);
   }
   return 0;
 }

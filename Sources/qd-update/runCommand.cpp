@@ -92,3 +92,11 @@ int runUpdate(const Job& job) {
   tellEnd(job, run.record());
   return status;
 }
+
+int recoverUpdate(const Job& job) {
+  const RunLog log(job, findLogPlace());
+  ConfiguredRun run(readSettingsFile(job.places.settingsFile), job.places);
+  const int status = run.recover();
+  if (run.record().ended != 0) tellEnd(job, run.record());
+  return status;
+}

@@ -12,7 +12,7 @@ from collections.abc import Iterator
 import jsonschema
 
 from faults import inside, lines, prepared, trace, traced
-from harness import Case, Place, Run, main, read, write
+from harness import Case, Outcome, Place, Run, main, read, write
 from settings import DATABASE, PAST, SCHEMA
 
 FILE, STATE = "/etc/qd/update.{}.toml", "/var/lib/qd/update.{}/"
@@ -34,8 +34,9 @@ def set_up(run: Run) -> None:
         run.command(name, body)
 
 
-def wrong(run: Run, calls: list[str]) -> Iterator[str]:
-    """What must not be in the records of a run that called these commands and was killed then."""
+def wrong(run: Run, calls: list[str] | None) -> Iterator[str]:
+    """What must not be in the records of a run that called these commands and was killed then; None:
+    that came to its end in the end."""
     history = read(state(run, "history.jsonl"))
     if not history.endswith("\n"):
         yield f"half a line: {history}"
@@ -45,6 +46,8 @@ def wrong(run: Run, calls: list[str]) -> Iterator[str]:
     runs = [record["run"] for record in told]
     if len(set(runs)) != len(runs):
         yield f"a run has two lines: {history}"
+    if calls is None:
+        return
     last = [call for call in TRUE if call and any(line.startswith(call) for line in calls)][-1:]
     if status["phase"] not in TRUE[(last or [""])[0]] and status["run"] != PAST["run"]:
         yield f"phase {status['phase']} after {calls}"
@@ -93,18 +96,15 @@ def without_room(options: str, files: int) -> Case:
     return case
 
 
-def system_calls(place: Place) -> Iterator[tuple[str, int]]:
-    """The program's system calls in a good run, from the settings file on."""
-    with prepared(place, {}) as run:
-        set_up(run)
-        outcome = traced(run, "-s 200")
+def system_calls(run: Run, outcome: Outcome, begin: str) -> Iterator[tuple[str, int]]:
+    """The program's system calls in a good run that was traced, from the line with the text on."""
     if outcome.status != 0:
         sys.exit(f"the good run fails: {outcome}")
     counts: dict[str, int] = {}
     begun = False
     for line in lines(trace(run)):
         name = line.partition("(")[0]
-        begun = begun or "/etc/qd/update." in line
+        begun = begun or begin in line
         if re.fullmatch(r"\w+", name) and name != "exit_group":
             counts[name] = counts.get(name, 0) + 1
             if begun:
@@ -112,7 +112,10 @@ def system_calls(place: Place) -> Iterator[tuple[str, int]]:
 
 
 def cases(place: Place, everything: bool) -> dict[str, Case]:
-    points = list(system_calls(place))[:: 1 if everything else 11]
+    with prepared(place, {}) as run:
+        set_up(run)
+        points = list(system_calls(run, traced(run, "-s 200"), "/etc/qd/update."))[
+            :: 1 if everything else 11]
     full = {f"no room: {options} bytes, {files} files": without_room(options, files)
             for options, files in (("100000", 10), ("0", 4), ("0", 5))}
     return {f"killed at {call} {number}": killed(call, number) for call, number in points} | full

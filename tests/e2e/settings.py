@@ -136,6 +136,8 @@ dpkg-deb --field {path} Package Installed-Size Pre-Depends Depends
 [fits back] dpkg-query --show --showformat=${Conffiles}\\n qdagent
 dpkg-deb --field {keep} Package Installed-Size Pre-Depends Depends
 [keep] /var/lib/qd/update.{I}/keep/7.2.0.1.deb
+[has timer] systemctl is-active --quiet qd-update-window-{I}.timer
+[ends timer] systemctl stop qd-update-window-{I}.timer
 [put back] dpkg --force-downgrade -i {keep} | systemctl daemon-reload | systemctl reset-failed qdagent
 [printed] {installing} | NFY Unpacking | NFY ii |7.2.1.15
 """)
@@ -284,8 +286,8 @@ def stays(why: str, ailment: str = BROKEN):
 
 NOTHING = "no package of 7.2.0.1 that could be verified was found"
 ROLLBACKS = [
-    BACK_TO("RollsBack", status=26, calls="{ask} | {fits} | {fits back} | {stop} | {install} | {start} | {ask} | "
-            "{show} | {stop} | {put back} | {start} | {ask} | {show}", prepare=both(installed(), kept()), check=both(
+    BACK_TO("RollsBack", status=26, calls="{ask} | {fits} | {fits back} | {has timer} | {stop} | {install} | "
+            "{start} | {ask} | {show} | {stop} | {put back} | {start} | {ask} | {show} | {ends timer}", prepare=both(installed(), kept()), check=both(
                 keeps("7.2.0.1", "7.2.0.0"), tells({
                     "status": 26, "cause": "rolled-back", "outcome": "rolled-back", "phase": "rollback",
                     "from": "7.2.0.1", "to": "7.2.1.15", "rolled_back_from": "7.2.1.15", "bad": ["7.2.1.15"],

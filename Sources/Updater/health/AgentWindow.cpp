@@ -33,7 +33,8 @@ std::optional<AgentWindow> parseAgentWindow(std::string_view text) try {
                      .since = json.at("since"),
                      .failedBefore = json.at("failed_before"),
                      .ailment = json.at("ailment"),
-                     .mayRollBack = json.at("may_roll_back")};
+                     .mayReturn = json.at("may_return"),
+                     .noWayBack = json.at("no_way_back")};
 } catch (const std::exception&) {
   return std::nullopt;
 }
@@ -51,6 +52,7 @@ std::string agentWindowText(const AgentWindow& w) {
                      {"since", w.since},
                      {"failed_before", w.failedBefore},
                      {"ailment", w.ailment},
-                     {"may_roll_back", w.mayRollBack}};
+                     {"may_return", w.mayReturn},
+                     {"no_way_back", w.noWayBack}};
   return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }

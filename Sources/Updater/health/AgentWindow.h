@@ -28,7 +28,8 @@ struct AgentWindow {
   std::string since;                      ///< "2026-03-01T14:05:09Z"
   std::vector<std::string> failedBefore;  ///< checks that failed already with the former version
   std::string ailment;                    ///< why the former version is being put back
-  bool mayRollBack = false;
+  bool mayReturn = true;                  ///< to the new version from a later one
+  std::string noWayBack;                  ///< why it can't be; empty: it can
 };
 
 /// Reads what `agentWindowText` writes; nothing for any other text. Unknown members are passed

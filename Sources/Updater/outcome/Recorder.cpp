@@ -54,8 +54,31 @@ void Recorder::begin(const std::string& from) {
   write(false);
 }
 
+bool Recorder::resume(const std::string& run, const std::string& from, const std::string& to) {
+  record_.run = run;
+  record_.from = from;
+  record_.to = to;
+  if (!folder_.isOpen()) return true;
+  folder_.tidy();
+  const auto former = readStatus(folder_.path());
+  if (!former || former->run != run) {
+    addFormerRun();
+    return true;
+  }
+  record_ = *former;
+  if (former->outcome == RunOutcome::Running) return true;
+  addFormerRun();
+  writeMetrics();
+  return false;
+}
+
 void Recorder::enter(Phase phase) noexcept {
   if (phase == record_.phase) return;
+  try {
+    if (beforePhase) beforePhase(phase);
+  } catch (...) {
+    // The run is worth more.
+  }
   spendTime();
   record_.phase = phase;
   write(agentMayBeStopped(phase));

@@ -35,8 +35,16 @@ class Recorder {
   /// Called at each phase and whenever bytes came.
   std::function<void(const RunRecord&)> observer;
 
+  /// Called before each phase is recorded. What it throws is passed over.
+  std::function<void(Phase)> beforePhase;
+
   /// The first phase: `from` is the version that is installed.
   void begin(const std::string& from);
+
+  /// Goes on with the record of the run `run` that died, or with one like it where it left none.
+  /// Returns false when its outcome is recorded already: then what is missing of that is written
+  /// now.
+  bool resume(const std::string& run, const std::string& from, const std::string& to);
 
   /// The run has come to `phase`.
   void enter(Phase phase) noexcept;

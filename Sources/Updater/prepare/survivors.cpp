@@ -11,6 +11,8 @@
 
 namespace fs = boost::filesystem;
 
+namespace utils {
+
 std::string survivorWith(const std::vector<std::string>& texts) {
   boost::system::error_code failed;
   for (fs::directory_iterator entry("/proc", failed), end; !failed && entry != end;
@@ -29,3 +31,5 @@ std::string survivorWith(const std::vector<std::string>& texts) {
   }
   return {};
 }
+
+}  // namespace utils

@@ -18,15 +18,6 @@
 #include "ground/osal_ownfile.h"
 #include "logging/QDLog.h"
 
-namespace {
-
-/// Whether the version that a run with this end installed is not to be installed here again.
-bool isBad(UpdateResult result) {
-  return result == UpdateResult::Unhealthy || result == UpdateResult::RolledBack;
-}
-
-}  // namespace
-
 RunPlaces RunPlaces::ofInstance(const std::string& instance) {
   return {.settingsFile = settingsFileOf(utils::getConfigurationFolder(), instance),
           .dropInFolder = dropInFolderOf(utils::getConfigurationFolder()),
@@ -40,6 +31,19 @@ ConfiguredRun::ConfiguredRun(SettingsRead read, RunPlaces places)
       settings_(read_.settings.value_or(Settings())),
       places_(std::move(places)) {}
 
+bool isBad(UpdateResult result) {
+  return result == UpdateResult::Unhealthy || result == UpdateResult::RolledBack;
+}
+
+std::unique_ptr<Recorder> ConfiguredRun::newRecorder() {
+  auto recorder = std::make_unique<Recorder>(
+      folder_, Recorder::Places{.textfile = settings_.report.textfile,
+                                .channel = settings_.trust ? settings_.trust->channel : "",
+                                .historyLimit = settings_.report.history});
+  recorder->observer = observer;
+  return recorder;
+}
+
 int ConfiguredRun::perform(const RunRequest& request) try {
   Updater::announce(withoutPassword(request.server), request.installed);
   const Interrupts interrupts;
@@ -52,12 +56,16 @@ int ConfiguredRun::perform(const RunRequest& request) try {
   }
   // The records are those of the run that holds the lock.
   if (!locked) folder_.close();
-  recorder_ = std::make_unique<Recorder>(
-      folder_, Recorder::Places{.textfile = settings_.report.textfile,
-                                .channel = settings_.trust ? settings_.trust->channel : "",
-                                .historyLimit = settings_.report.history});
-  recorder_->observer = observer;
-  return static_cast<int>(performLocked(request));
+  RunRequest now = request;
+  if (folder_.holdsLock() && folder_.isOpen() && windowStands(places_)) {
+    if (endFormerRun() == UpdateResult::PackageManagerBusy) {
+      return static_cast<int>(UpdateResult::PackageManagerBusy);
+    }
+    const auto agent = utils::queryInstalledAgent(utils::installedKind());
+    if (agent && !agent->version.empty()) now.installed = agent->version;
+  }
+  recorder_ = newRecorder();
+  return static_cast<int>(performLocked(now));
 } catch (const std::exception& e) {
   return static_cast<int>(
       refuse(request, UpdateResult::Exception, std::string("Exception : ") + e.what()));
@@ -77,6 +85,8 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   UpdateRun run;
   run.installedText = request.installed;
   run.recorder = recorder_.get();
+  run.window = &window_;
+  recorder_->beforePhase = [this, &run](Phase phase) { window_.enter(phase, run.ailment); };
   recorder_->begin(request.installed);
 
   OwnPrograms programs;
@@ -128,10 +138,7 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
     if (error != 0) QDLOG(ROOT, WRN, "Cannot keep packages : " << std::strerror(error));
   }
   updater.httpClient.setTransport(requests.get());
-  // dpkg's own defaults, which the variable replaces, and what the administrator wants.
-  if (settings_.install.replaceConffiles) {
-    ::setenv("DPKG_FORCE", "security-mac,downgrade,confnew", 1);
-  }
+  preferConffiles();
   const UpdateResult result = updater.perform(withoutPassword(request.server), run);
   updater.httpClient.setTransport(nullptr);
   run.packageManager.release();
@@ -143,6 +150,12 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
     QDLOG(ROOT, WRN, "An interrupt came when the agent was being replaced: the run went on");
   }
   return result;
+}
+
+/// dpkg's own defaults, which the variable replaces, and what the administrator wants.
+void ConfiguredRun::preferConffiles() const {
+  if (!settings_.install.replaceConffiles) return;
+  ::setenv("DPKG_FORCE", "security-mac,downgrade,confnew", 1);
 }
 
 std::unique_ptr<PatientTransport> ConfiguredRun::transport(const RunRequest& request,
@@ -182,6 +195,7 @@ void ConfiguredRun::finish(const UpdateRun& run, UpdateResult result) {
   run.fillRecord();
   recorder_->finish(result, run.updated, run.message, run.cause);
   record_ = recorder_->record();
+  window_.close();
 }
 
 std::string checkTrust(const Settings& settings, const RunPlaces& places) {

@@ -9,6 +9,7 @@
 #include "Updater/outcome/Recorder.h"
 #include "Updater/outcome/StateFolder.h"
 #include "Updater/procedure/Updater.h"
+#include "Updater/procedure/WindowKeeper.h"
 
 /// Where a run finds what the administrator set, and leaves its records.
 struct RunPlaces {
@@ -43,13 +44,22 @@ class ConfiguredRun {
   /// The update. Returns the exit status of the process. No std::exception leaves it.
   int perform(const RunRequest& request);
 
+  /// Brings a run to an end that died while the agent was being replaced. Returns the exit status:
+  /// what that run has come to; 0 also where there is none, 12 where a run is under way. Of these
+  /// two nothing is logged. No std::exception leaves it.
+  int recover();
+
   /// What became of it. Of a run that another one kept from its place it is in no record but this.
   [[nodiscard]] const RunRecord& record() const { return record_; }
 
  private:
+  std::unique_ptr<Recorder> newRecorder();
   UpdateResult performLocked(const RunRequest& request);
   UpdateResult update(Updater& updater, const RunRequest& request, UpdateRun& run);
   std::unique_ptr<PatientTransport> transport(const RunRequest& request, UpdateRun& run);
+  void preferConffiles() const;
+  UpdateResult endFormerRun();
+  UpdateResult resume(const AgentWindow& window, UpdateRun& run);
   void finish(const UpdateRun& run, UpdateResult result);
   void markBad(UpdateRun& run) const;
   UpdateResult refuse(const RunRequest& request, UpdateResult result, const std::string& message);
@@ -59,8 +69,12 @@ class ConfiguredRun {
   RunPlaces places_;
   StateFolder folder_;
   std::unique_ptr<Recorder> recorder_;
+  WindowKeeper window_{folder_};
   RunRecord record_;
 };
+
+/// Whether the version that a run with this end installed is not to be installed here again.
+bool isBad(UpdateResult result);
 
 /// The administrator's own programs, paths in the order of their names.
 struct OwnPrograms {
@@ -75,6 +89,9 @@ std::string checkTrust(const Settings& settings, const RunPlaces& places);
 /// What a run would find faulty besides the settings file itself, with what to do; empty when
 /// nothing. `programs`: those that may be run.
 std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs);
+
+/// Whether a run died, or is just at work, between the stop of the agent and its own end.
+bool windowStands(const RunPlaces& places);
 
 /// The file of the bad versions, among the records.
 inline constexpr const char* kBadVersions = "bad.json";

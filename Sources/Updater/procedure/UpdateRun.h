@@ -16,6 +16,7 @@
 #include "Updater/package/utilsPackage.h"
 #include "Updater/prepare/PackageManagerLock.h"
 #include "Updater/procedure/CommandOutput.h"
+#include "Updater/procedure/WindowKeeper.h"
 #include "Updater/setup/utilsSetup.h"
 #include "Updater/terms/UpdateResult.h"
 #include "Updater/terms/Version.h"
@@ -42,6 +43,7 @@ struct UpdateRun {
   const Settings* settings = nullptr;
   Recorder* recorder = nullptr;
   CommandOutput* output = nullptr;  ///< takes what commands print
+  WindowKeeper* window = nullptr;   ///< stands while the agent is being replaced
   std::vector<std::string> hooks;
   std::vector<std::string> checks;        ///< of the agent's health
   std::vector<FailedCheck> failedBefore;  ///< those that fail already with the former version
@@ -56,6 +58,8 @@ struct UpdateRun {
   KeepFolder keep;      ///< packages for the way back; may be closed
   KeptPackage kept;     ///< the one to go back to
   std::string noWayBack;  ///< why there is none; empty: there is
+  bool mayReturn = true;  ///< to the new version from a later one, as its release says
+  bool wasCut = false;    ///< a run died installing it, which is no fault of the version
   bool updated = false;
   std::time_t deferredUntil = 0;  ///< 0: not known, or not deferred
   std::string server;        ///< with user and password, if it has them; empty: as the run was told

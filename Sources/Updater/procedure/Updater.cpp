@@ -44,7 +44,7 @@ void Updater::announce(const std::string& url, const std::string& currentVersion
 bool Updater::checkLockFile() { return takeLock(lockTimeNow()); }
 
 bool Updater::takeLock(long long now) try {
-  lockFilePath = utils::joinPath(fs::temp_directory_path().string(), "upgrade_ovt.lock");
+  lockFilePath = placeOfLock();
   const fs::file_type type = fs::symlink_status(lockFilePath).type();
   if (type != fs::regular_file) {
     if (type != fs::file_not_found) std::remove(lockFilePath.c_str());
@@ -71,7 +71,7 @@ bool Updater::takeLock(long long now) try {
 bool Updater::checkLockFile(StateFolder& folder) {
   if (!folder.holdsLock()) return checkLockFile();
   const long long now = lockTimeNow();
-  const std::string path = utils::joinPath(fs::temp_directory_path().string(), "upgrade_ovt.lock");
+  const std::string path = placeOfLock();
   if (!lockHoldsBeside(findLock(path), folder.lockNote(), now)) std::remove(path.c_str());
   // Noted first: a run that dies in between must not leave a lock that nobody knows.
   folder.setLockNote(std::to_string(now));
@@ -117,6 +117,7 @@ UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
       {Phase::Prepare, &Updater::prepareWayBack},
       {Phase::Prepare, &Updater::lockPackageManager},
       {Phase::Prepare, &Updater::checkGatesAgain},
+      {Phase::Prepare, &Updater::openWindow},
       {Phase::Stop, &Updater::replaceAgent},
   };
   serverUrl = url;

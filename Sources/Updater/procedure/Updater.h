@@ -133,6 +133,7 @@ class Updater {
   Stop rehearse(UpdateRun& run);
   Stop lockPackageManager(UpdateRun& run);
   Stop checkGatesAgain(UpdateRun& run);
+  Stop openWindow(UpdateRun& run);
 
   Stop replaceAgent(UpdateRun& run);
 

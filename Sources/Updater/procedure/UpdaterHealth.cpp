@@ -40,6 +40,28 @@ bool Updater::looksAfter(const UpdateRun& run) const {
   return run.settings != nullptr && run.settings->health && !skipInstall;
 }
 
+/// From here on whoever finds the run dead knows what to do.
+Updater::Stop Updater::openWindow(UpdateRun& run) {
+  if (!looksAfter(run) || run.window == nullptr) return std::nullopt;
+  run.mayReturn = run.release == nullptr || run.release->release.rollback;
+  const RunRecord& record = run.recorder->record();
+  AgentWindow window{.run = record.run,
+                     .kind = utils::agentDistribToString(distrib),
+                     .from = record.from,
+                     .to = versionText(run.available),
+                     .package = run.setup.setupPath,
+                     .sha256 = run.sha256,
+                     .md5 = run.expectedMd5,
+                     .since = utcText(std::time(nullptr)),
+                     .failedBefore = {},
+                     .ailment = {},
+                     .mayReturn = run.mayReturn,
+                     .noWayBack = run.noWayBack};
+  for (const FailedCheck& failed : run.failedBefore) window.failedBefore.push_back(failed.file);
+  run.window->open(window);
+  return std::nullopt;
+}
+
 /// `replaced`: what came of the replacement itself, which `run.message` tells.
 UpdateResult Updater::judgeHealth(UpdateRun& run, const AgentService& service,
                                   UpdateResult replaced, std::time_t stopped) {

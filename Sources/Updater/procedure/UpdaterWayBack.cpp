@@ -149,6 +149,6 @@ void Updater::keepInstalled(UpdateRun& run) const {
     return;
   }
   KeptPackage package = describe(run.available, distrib, run.sha256, run.expectedMd5);
-  package.mayReturn = run.release == nullptr || run.release->release.rollback;
+  package.mayReturn = run.mayReturn;
   keep(run, run.setup.setupPath, package);
 }

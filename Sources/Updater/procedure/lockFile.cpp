@@ -1,10 +1,12 @@
 #include "Updater/procedure/lockFile.h"
 
 #include <boost/algorithm/string/trim.hpp>
+#include <boost/filesystem/operations.hpp>
 #include <chrono>
 #include <ctime>
 #include <exception>
 
+#include "Updater/terms/utilsPlatform.h"
 #include "ground/osal_io.h"
 #include "ground/osal_localtime.h"
 #include "ground/osal_ownfile.h"
@@ -24,6 +26,10 @@ std::string readFirstLine(const std::string& path) {
 }
 
 }  // namespace
+
+std::string placeOfLock() {
+  return utils::joinPath(boost::filesystem::temp_directory_path().string(), "upgrade_ovt.lock");
+}
 
 long long lockTimeNow() {
   using std::chrono::duration_cast, std::chrono::milliseconds, std::chrono::system_clock;

@@ -6,6 +6,10 @@
 // The lock of a run is a small text file whose content alone decides: one line, the start time of
 // the run that owns it, in milliseconds since 1970-01-01 00:00:00 UTC.
 
+/// Where it lies: in the temporary folder. Throws what boost::filesystem throws where there is
+/// none.
+std::string placeOfLock();
+
 /// Whether a lock taken at `lockTime` still holds at `now` (both in ms): for an hour, inclusive,
 /// and also when it lies in the future.
 bool lockHolds(long long lockTime, long long now);

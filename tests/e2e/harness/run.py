@@ -15,7 +15,7 @@ from .server import Request
 
 NOBODY = 65534
 SYSTEM_PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
-COMMANDS = ("systemctl", "dpkg", "dpkg-deb", "apt-get", "rpm", "dnf", "hdiutil", "installer", "launchctl",
+COMMANDS = ("systemctl", "systemd-run", "dpkg", "dpkg-deb", "apt-get", "rpm", "dnf", "hdiutil", "installer", "launchctl",
             "synopkg", "arch")
 STAND_IN = """#!/bin/sh
 calls=$QD_CALLS
