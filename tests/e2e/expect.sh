@@ -24,7 +24,7 @@ quiet() {
 begin() {
   say "- $1"
   rm -f /tmp/agent_upd.log /tmp/upgrade_ovt.lock /tmp/*.deb /tmp/*.rpm "$server/access.log"
-  server_stop $server
+  server_stop "$server"
 }
 
 # expect WHAT ACTUAL EXPECTED
