@@ -131,16 +131,15 @@ int pruneRepository(const RepoOptions& options) {
   const std::set<std::string> kept =
       pathsToKeep(releases, options.keep, UnixTime(std::chrono::seconds(now)));
   nlohmann::json entries = repository.targets().at("targets");
-  std::size_t dropped = 0;
+  std::string dropped;
   for (const ListedRelease& listed : releases) {
     if (kept.contains(listed.path)) continue;
     entries.erase(listed.path);
-    std::cout << "Dropped " << listed.path << '\n';
-    ++dropped;
+    dropped += "Dropped " + listed.path + "\n";
   }
   (void)wantedOf(repository, now);   // a repository that is not to be pruned is found before
   writePlainFiles(repository, now);  // what it offers stays
-  if (dropped != 0) {
+  if (!dropped.empty()) {
     repository.setEntries(std::move(entries));
     repository.renew(keys, {.targets = true, .snapshot = true}, now);
   }
@@ -150,7 +149,7 @@ int pruneRepository(const RepoOptions& options) {
   const std::uintmax_t freed = sweep(top / "linux", top, wanted.plain) +
                                sweep(top / "targets", top / "targets", wanted.stored);
   sweepMetadata(repository, wanted);
-  std::cout << "Freed " << freed << " bytes\n";
+  std::cout << dropped << "Freed " << freed << " bytes\n";
   warnOfExpiry(repository, now);
   return 0;
 }

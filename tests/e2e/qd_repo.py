@@ -217,6 +217,7 @@ REFUSED = {  # a faulty line: what its one line of answer says
     "sign repo missing.json --key keys/root.pem": "name the root that rotate wrote",
     "sign repo text --key keys/root.pem": "text is no root",
     "prune repo --keep 0": "--keep",
+    "prune two --keep 1 --keys cron": "The role targets takes 1 of the keys",
     "preview repo 1.1.1.1": "status shows those that it has",
     "verify missing": "metadata/1.root.json is missing",
 }
@@ -241,6 +242,9 @@ def refusals(place):
         if "timestamp" not in key.name:
             key.unlink()
     (publisher.folder / "open/targets.pem").chmod(0o640)
+    publisher("init two --keys keys")
+    for name in ("old", "new"):
+        publisher(f"publish two {name}.deb --channel stable")
     before = everything(publisher.repo)
     for line, says in REFUSED.items():
         done = publisher.run(line)
