@@ -2,25 +2,27 @@
 
 #include <fcntl.h>
 #include <openssl/evp.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <future>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <string_view>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 #include "ground/osal_io.h"
+#include "ground/osal_progress.h"
 #include "tuf/digest.h"
 
 namespace tufrepo {
 namespace {
 
-/// Large enough that handing a piece to the threads costs nothing beside its digests.
-constexpr std::size_t kPiece = std::size_t{4} << 20;
+constexpr std::size_t kPiece = std::size_t{256} << 10;
 
 class Digest {
  public:
@@ -69,34 +71,63 @@ void writePiece(int fd, std::string_view piece, std::uint64_t at) {
 #endif
 }
 
+/// Reads the copy while it is written, and to its end.
+void follow(int fd, const osal_progress& written, std::initializer_list<const Digest*> digests) {
+  std::vector<char> piece(kPiece);
+  std::uint64_t done = 0;
+  for (std::uint64_t size = 0; (size = written.waitBeyond(done)) > done;) {
+    const ssize_t count = ::pread(fd, piece.data(), std::min<std::uint64_t>(size - done, kPiece),
+                                  static_cast<off_t>(done));
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) throw std::system_error(errno, std::generic_category(), "read");
+    for (const Digest* const digest : digests) {
+      digest->update({piece.data(), static_cast<std::size_t>(count)});
+    }
+    done += static_cast<std::uint64_t>(count);
+  }
+}
+
+void copy(int from, int to, osal_progress& written, const Digest& digest) {
+  std::vector<char> buffer(kPiece);
+  std::uint64_t length = 0;
+  for (;;) {
+    const std::string_view piece = readPiece(from, buffer);
+    if (piece.empty()) return;
+    writePiece(to, piece, length);
+    written.reach(length += piece.size());
+    digest.update(piece);
+  }
+}
+
+/// Ends a progress, whatever happens.
+class Ending {
+ public:
+  explicit Ending(osal_progress& progress) : progress_(progress) {}
+  Ending(const Ending&) = delete;
+  Ending& operator=(const Ending&) = delete;
+  ~Ending() { progress_.end(); }
+
+ private:
+  osal_progress& progress_;
+};
+
 }  // namespace
 
 CopiedFile copyHashed(int from, int to) {
   const Digest sha256(EVP_sha256());
   const Digest sha512(EVP_sha512());
   const Digest md5(EVP_md5());
-  const std::array<const Digest*, 3> kinds = {&sha512, &md5, &sha256};
-  std::vector<char> current(kPiece);
-  std::vector<char> following(kPiece);
-  CopiedFile file;
-  std::string_view piece = readPiece(from, current);
-  while (!piece.empty()) {
-    // The futures wait in their destructors, so the piece outlives its readers.
-    std::array<std::future<void>, 3> digests;
-    for (std::size_t i = 0; i < digests.size(); ++i) {
-      digests[i] = std::async(std::launch::async, [&, i] { kinds[i]->update(piece); });
-    }
-    writePiece(to, piece, file.length);
-    file.length += piece.size();
-    const std::string_view next = readPiece(from, following);
-    for (const std::future<void>& digest : digests) digest.wait();
-    piece = next;
-    std::swap(current, following);
+  osal_progress written;
+  // Two threads with about as much to do, so that two processors are enough.
+  std::future<void> follower = std::async(std::launch::async, [&] {
+    follow(to, written, {&sha512, &sha256});
+  });
+  {
+    const Ending ending(written);
+    copy(from, to, written, md5);
   }
-  file.sha256 = sha256.hex();
-  file.sha512 = sha512.hex();
-  file.md5 = md5.hex();
-  return file;
+  follower.get();
+  return {written.reached(), sha256.hex(), sha512.hex(), md5.hex()};
 }
 
 }  // namespace tufrepo

@@ -13,8 +13,9 @@ struct CopiedFile {
   std::string md5;
 };
 
-/// Copies what `from` still holds to `to`, read once, the digests on threads of their own. Throws
-/// std::system_error for a failing read or write.
+/// Copies what `from` still holds to `to`, which is empty and open for reading, too. The digests
+/// follow the copy, half of them on another thread. Throws std::system_error for a failing read or
+/// write.
 [[nodiscard]] CopiedFile copyHashed(int from, int to);
 
 }  // namespace tufrepo

@@ -21,57 +21,40 @@ RunningDigests::RunningDigests(int fd, Kinds kinds)
       sha256_(kinds.sha256 ? EVP_sha256() : nullptr),
       block_(kBlock) {}
 
-RunningDigests::~RunningDigests() { stop(false); }
+RunningDigests::~RunningDigests() {
+  written_.abandon();
+  stop();
+}
 
 void RunningDigests::restart() {
-  stop(false);
+  written_.abandon();
+  stop();
+  written_.reset();
   md5_.reset();
   sha256_.reset();
-  available_ = 0;
   done_ = 0;
 }
 
-void RunningDigests::extend(std::uint64_t size) {
-  {
-    const std::lock_guard lock(mutex_);
-    available_ = size;
-  }
-  changed_.notify_one();
-  if (!worker_.valid()) start();
+void RunningDigests::extend(std::uint64_t size) try {
+  written_.reach(size);
+  if (!worker_.valid()) worker_ = std::async(std::launch::async, [this] { run(); });
+} catch (const std::system_error&) {
+  // Without another thread they are computed in the end.
 }
 
 void RunningDigests::finish() {
-  stop(true);
-  readTo(available_);  // where there was no worker
+  written_.end();
+  stop();
+  readTo(written_.reached());  // what no worker has read
 }
 
-void RunningDigests::start() try {
-  ends_ = false;
-  worker_ = std::async(std::launch::async, [this] { run(); });
-} catch (const std::system_error&) {
-  // Without another thread the digests are computed in the end.
-}
-
-/// `whole`: what is there by now is read before.
-void RunningDigests::stop(bool whole) {
-  if (!worker_.valid()) return;
-  {
-    const std::lock_guard lock(mutex_);
-    ends_ = true;
-    if (!whole) available_ = 0;
-  }
-  changed_.notify_one();
-  worker_.get();
+void RunningDigests::stop() {
+  if (worker_.valid()) worker_.get();
 }
 
 void RunningDigests::run() {
-  for (;;) {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return ends_ || available_ > done_; });
-    const std::uint64_t size = std::min(available_, done_ + block_.size());
-    if (size <= done_) return;
-    lock.unlock();
-    readTo(size);
+  for (std::uint64_t size = 0; (size = written_.waitBeyond(done_)) > done_;) {
+    readTo(std::min(size, done_ + block_.size()));
   }
 }
 

@@ -2,14 +2,14 @@
 
 #include <openssl/evp.h>
 
-#include <condition_variable>
 #include <cstdint>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "ground/osal_progress.h"
 
 /// The digests of a file that grows, computed by a thread of their own that reads what was written,
 /// while the rest still comes. Its owner uses it from one thread.
@@ -57,20 +57,15 @@ class RunningDigests {
     bool runs_ = false;
   };
 
-  void start();
   void run();
   void readTo(std::uint64_t size);
-  void stop(bool whole);
+  void stop();
 
   const int fd_;
   Digest md5_;
   Digest sha256_;
   std::vector<char> block_;
   std::uint64_t done_ = 0;  // the worker's, while there is one
-
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::uint64_t available_ = 0;
-  bool ends_ = false;
+  osal_progress written_;
   std::future<void> worker_;
 };
