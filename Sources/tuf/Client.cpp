@@ -188,8 +188,10 @@ void Client::store(const std::string& role, std::string_view file) {
 }
 
 /// Nothing where the server has no such file, which an object store may call forbidden.
-std::optional<std::string> Client::fetchIfThere(const std::string& name, std::uint64_t limit) {
+std::optional<std::string> Client::fetchIfThere(const std::string& name, std::uint64_t limit,
+                                                std::uint64_t expected) {
   std::string file;
+  file.reserve(std::min(limit, expected));
   const int status =
       fetcher_.fetch(joinUrl(url_, name), limit, [&](std::string_view bytes) { file += bytes; });
   if (status == 404 || status == 403) return std::nullopt;
@@ -203,7 +205,7 @@ std::string Client::fetchRole(const std::string& role, const MetaFile& stated,
       trusted_->root().consistentSnapshot ? std::to_string(stated.version) + '.' : "";
   const std::string name = prefix + percentEncode(role) + ".json";
   std::optional<std::string> file =
-      fetchIfThere(name, std::min(limit, stated.length.value_or(limit)));
+      fetchIfThere(name, std::min(limit, stated.length.value_or(limit)), stated.length.value_or(0));
   if (!file) failFetch(name, 404);
   return std::move(*file);
 }

@@ -64,7 +64,8 @@ class Client {
   [[nodiscard]] std::optional<std::string> stored(const std::string& role,
                                                   std::uint64_t limit) const;
   void store(const std::string& role, std::string_view file);
-  std::optional<std::string> fetchIfThere(const std::string& name, std::uint64_t limit);
+  std::optional<std::string> fetchIfThere(const std::string& name, std::uint64_t limit,
+                                          std::uint64_t expected = 0);
   std::string fetchRole(const std::string& role, const MetaFile& stated, std::uint64_t limit);
 
   Folder& folder_;

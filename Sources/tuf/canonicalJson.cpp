@@ -30,7 +30,8 @@ class Builder final : public nlohmann::json_sax<Json> {
   bool number_integer(number_integer_t value) override { return add(value); }
   bool number_unsigned(number_unsigned_t value) override { return add(value); }
   bool number_float(number_float_t value, const string_t&) override { return add(value); }
-  bool string(string_t& value) override { return add(std::move(value)); }
+  // A copy: the parser keeps the room of its buffer, and the value takes no more than it needs.
+  bool string(string_t& value) override { return add(Json(value)); }
   bool binary(binary_t&) override { return false; }  // JSON has none
   bool start_object(std::size_t) override { return open(Json::object()); }
   bool start_array(std::size_t) override { return open(Json::array()); }
@@ -38,8 +39,10 @@ class Builder final : public nlohmann::json_sax<Json> {
   bool end_array() override { return close(); }
 
   bool key(string_t& name) override {
-    const auto [member, fresh] = levels_.back()->get_ref<Json::object_t&>().try_emplace(name);
-    if (!fresh) refuse("A member stands twice in one object");
+    auto& members = levels_.back()->get_ref<Json::object_t&>();
+    const std::size_t before = members.size();
+    const auto member = members.try_emplace(members.end(), name);  // they are mostly sorted
+    if (members.size() == before) refuse("A member stands twice in one object");
     member_ = &member->second;
     return true;
   }
