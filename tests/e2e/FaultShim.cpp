@@ -1,9 +1,12 @@
 // Preloaded into the program, it lets one thing go wrong, counted from the start of main:
 //   QD_FAULT=memory:N:COUNT        COUNT allocations fail, from the N-th on
 //   QD_FAULT=kernel:VERSION        the system's version, as uname has it, is VERSION
+//   QD_FAULT=clock:SECONDS         the system's clock is so much ahead, or behind with a minus
 //   QD_FAULT=count                 standard error says at the end how many allocations there were
 // It takes itself out of the environment of the program's own commands.
 #include <dlfcn.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -11,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 extern "C" void* __libc_malloc(std::size_t size);
 extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
@@ -21,11 +25,13 @@ namespace {
 bool armed = false;
 long allocations = 0, memoryFailsAt = 0, memoryFailures = 0;
 char kernelVersion[65] = {};
+std::time_t clockAhead = 0;
 
 void arm() {
   const char* const fault = std::getenv("QD_FAULT");
   if (fault == nullptr) return;
   std::sscanf(fault, "memory:%ld:%ld", &memoryFailsAt, &memoryFailures);
+  std::sscanf(fault, "clock:%ld", &clockAhead);
   std::sscanf(fault, "kernel:%64s", kernelVersion);
   if (std::strcmp(fault, "count") == 0) {
     std::atexit([] { std::fprintf(stderr, "%ld\n", allocations); });
@@ -48,6 +54,26 @@ int uname(utsname* system) {
   const int result = reinterpret_cast<int (*)(utsname*)>(::dlsym(RTLD_NEXT, "uname"))(system);
   if (*kernelVersion != '\0') std::strcpy(system->version, kernelVersion);
   return result;
+}
+
+int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  const int result = static_cast<int>(::syscall(SYS_clock_gettime, clock, now));
+  if (result == 0 && clock == CLOCK_REALTIME) now->tv_sec += clockAhead;
+  return result;
+}
+
+int gettimeofday(timeval* __restrict now, void* __restrict) noexcept {
+  timespec exact{};
+  clock_gettime(CLOCK_REALTIME, &exact);
+  *now = {exact.tv_sec, exact.tv_nsec / 1000};
+  return 0;
+}
+
+std::time_t time(std::time_t* where) noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  if (where != nullptr) *where = now.tv_sec;
+  return now.tv_sec;
 }
 
 }  // extern "C"

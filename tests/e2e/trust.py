@@ -104,6 +104,20 @@ def mark(run) -> None:
     write(run.own("/etc/qd/update.d/inhibit/backup"), "")
 
 
+def clock(years: int):
+    """The run's clock is ahead by years, or behind."""
+    def prepare(run) -> None:
+        before(run)
+        run.env |= {"LD_PRELOAD": run.texts["shim"], "QD_FAULT": f"clock:{years * 31557600}"}
+    return prepare
+
+
+def set_right(run, words):
+    run.go(*words)
+    del run.env["QD_FAULT"]
+    return run.go(*words)
+
+
 def closed() -> str:
     """A window that opens in two hours."""
     opens = time.localtime(time.time() + 7200)
@@ -159,6 +173,9 @@ def rows() -> list[Row]:
         *(row(name, server, **AILS, version=version, has=f"WRN No way back : {why}") for name, server, version, why in (
             ("ComesWithoutAWayBack", "final", "7.2.0.1", "7.2.1.17 is released without a way back"),
             ("MayNotGoBack", "former", "7.2.0.2", "no machine may go back to 7.2.0.2, as its release says"))),
+        *(row(f"ClockIsWrongBy{years}Years", prepare=clock(years), status=status)
+          for years, status in ((-30, 21), (-1, 21), (1, 24), (11, 24))),
+        *(row(f"ClockWasWrongBy{years}Years", prepare=clock(years), drive=set_right, history=2) for years in (-30, 11)),
         row("NeedsItsFirstRoot", prepare=installed(), status=20, requests=""),
         *(row("TrustsNo" + name, status=20, requests="", prepare=both(before, lambda run, path=path: os.chmod(
             run.own(fill(path, run.texts)), 0o777)))
