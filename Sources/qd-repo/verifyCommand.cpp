@@ -61,9 +61,7 @@ class Audit {
   /// The faults, each a sentence.
   const std::vector<std::string>& run() {
     if (!step([&] { refresh(); })) return faults_;
-    for (const auto& entry : client_.targets().files) {
-      step([&] { client_.fetchTarget(entry.second, access_.address + "/targets", [](auto) {}); });
-    }
+    for (const auto& entry : client_.targets().files) checkCopies(entry.second);
     step([&] { releases_ = releasesIn(client_.targets()); });
     step([&] { checkRoles(); });
     step([&] { checkDefinition(); });
@@ -92,6 +90,17 @@ class Audit {
                                               kMaxText, [&](auto piece) { text += piece; });
     if (status == 200) return text;
     throw std::runtime_error(path + " is missing (" + std::to_string(status) + ")");
+  }
+
+  /// A client may ask for a target by any of its hashes.
+  void checkCopies(const tuf::TargetFile& target) {
+    for (const char* const algorithm : {"sha256", "sha512"}) {
+      const auto hash = target.hashes.find(algorithm);
+      if (hash == target.hashes.end()) continue;
+      tuf::TargetFile copy = target;
+      copy.hashes = {*hash};
+      step([&] { client_.fetchTarget(copy, access_.address + "/targets", [](auto) {}); });
+    }
   }
 
   void refresh() {

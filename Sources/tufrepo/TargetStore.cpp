@@ -30,10 +30,10 @@ ScopedFd openFolder(const std::string& path) {
 
 }  // namespace
 
-std::string storedName(const std::string& targetPath, const std::string& sha256) {
+std::string storedName(const std::string& targetPath, const std::string& hash) {
   const std::size_t slash = targetPath.rfind('/');
   const std::size_t name = slash == std::string::npos ? 0 : slash + 1;
-  return targetPath.substr(0, name) + sha256 + "." + targetPath.substr(name);
+  return targetPath.substr(0, name) + hash + "." + targetPath.substr(name);
 }
 
 TargetStore::TargetStore(const std::string& folder)
@@ -64,9 +64,12 @@ CopiedFile TargetStore::bring(const std::string& path) {
 
 void TargetStore::keep(const std::string& targetPath, const CopiedFile& file) {
   const fs::path place = fs::path(targets_) / storedName(targetPath, file.sha256);
+  const fs::path second = fs::path(targets_) / storedName(targetPath, file.sha512);
   const ScopedFd folder = openFolder(place.parent_path().string());
   if (::fchmod(brought_.get(), 0644) != 0 || ::fsync(brought_.get()) != 0 ||
-      ::rename(unfinished_.c_str(), place.c_str()) != 0) {
+      ::rename(unfinished_.c_str(), place.c_str()) != 0 ||
+      ::link(place.c_str(), unfinished_.c_str()) != 0 ||
+      ::rename(unfinished_.c_str(), second.c_str()) != 0) {
     fail("Cannot write " + place.string(), errno);
   }
   brought_.reset();

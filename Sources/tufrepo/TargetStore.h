@@ -22,8 +22,9 @@ class TargetStore {
   TargetStore(const TargetStore&) = delete;
   TargetStore& operator=(const TargetStore&) = delete;
 
-  /// Gives the file that was brought its place for a target path ("DIR/NAME"): DIR/SHA256.NAME
-  /// below the folder of targets. It is on the disk then.
+  /// Gives the file that was brought its places for a target path ("DIR/NAME"): DIR/SHA256.NAME and
+  /// DIR/SHA512.NAME, one file, below the folder of targets, since a client may ask by either. It
+  /// is on the disk then.
   void keep(const std::string& targetPath, const CopiedFile& file);
 
  private:
@@ -32,7 +33,7 @@ class TargetStore {
   ScopedFd brought_;
 };
 
-/// Where a target's file lies, below the folder of targets.
-[[nodiscard]] std::string storedName(const std::string& targetPath, const std::string& sha256);
+/// Where a target's file with this hash lies, below the folder of targets.
+[[nodiscard]] std::string storedName(const std::string& targetPath, const std::string& hash);
 
 }  // namespace tufrepo

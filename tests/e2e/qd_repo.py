@@ -266,10 +266,11 @@ def audits(place):
     whole = publisher.folder / "whole"
     shutil.copytree(publisher.repo, whole, copy_function=os.link)
     plain = f"linux/amd64/qdagent_{OLD}.deb"
-    stored = next(publisher.repo.glob("targets/*/*/*")).relative_to(publisher.repo)
+    stored, second = (path.relative_to(publisher.repo) for path in publisher.repo.glob("targets/*/*/*"))
     for name, content, says in (
             (stored, b"forged", "has 6 bytes, not"),
-            (stored, None, f"qdagent_{OLD}.deb"), (plain, b"forged", f"{plain} has 6 bytes"),
+            (stored, None, f"qdagent_{OLD}.deb"), (second, None, f"qdagent_{OLD}.deb"),
+            (plain, b"forged", f"{plain} has 6 bytes"),
             (f"{plain}.md5", b"0" * 32, "is not the MD5"),
             (f"{plain}.version", b"1.1.1.1", "does not say the version"),
             ("agent_setup_def.json", b"[]", "Note: agent_setup_def.json is behind"),
