@@ -1,6 +1,7 @@
 #include "fetch/retry.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace fetch {
 
@@ -43,6 +44,16 @@ std::optional<milliseconds> pauseAfter(unsigned int failures,
   // Never sooner than the server wants, and not all at the same moment.
   if (wanted) pause = std::max<milliseconds>(pause, *wanted + part(kFirst));
   return pause < left ? std::optional(pause) : std::nullopt;
+}
+
+bool pauseFor(milliseconds time, const std::function<bool()>& goesOn) {
+  constexpr milliseconds kTick{100};
+  const auto until = std::chrono::steady_clock::now() + time;
+  while (std::chrono::steady_clock::now() < until) {
+    if (goesOn && !goesOn()) return false;
+    std::this_thread::sleep_for(kTick);
+  }
+  return true;
 }
 
 }  // namespace fetch

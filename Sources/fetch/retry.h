@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 
 #include "fetch/Transfer.h"
@@ -17,5 +18,9 @@ bool isTransient(const Result& result);
 std::optional<std::chrono::milliseconds> pauseAfter(unsigned int failures,
                                                     std::optional<std::chrono::seconds> wanted,
                                                     double random, std::chrono::milliseconds left);
+
+/// Waits, as long as `goesOn`, which is asked ten times a second and may be empty, says so. Returns
+/// whether it waited to the end.
+bool pauseFor(std::chrono::milliseconds time, const std::function<bool()>& goesOn);
 
 }  // namespace fetch

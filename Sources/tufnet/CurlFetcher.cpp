@@ -3,13 +3,14 @@
 #include "tuf/Error.h"
 
 int CurlFetcher::fetch(const std::string& url, std::uint64_t maxBytes, const tuf::Sink& sink) {
-  const fetch::Result result = transfer_.get(url, maxBytes, sink);
-  if (result.tooLarge) {
+  last_ = {};
+  last_ = transfer_.get(url, maxBytes, sink);
+  if (last_.tooLarge) {
     throw tuf::Error(tuf::ErrorKind::Size,
                      url + " has more than " + std::to_string(maxBytes) + " bytes");
   }
-  if (result.error != CURLE_OK) {
-    throw tuf::Error(tuf::ErrorKind::Network, "Cannot get " + url + ": " + result.message);
+  if (last_.error != CURLE_OK) {
+    throw tuf::Error(tuf::ErrorKind::Network, "Cannot get " + url + ": " + last_.message);
   }
-  return static_cast<int>(result.status);
+  return static_cast<int>(last_.status);
 }

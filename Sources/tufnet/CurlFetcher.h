@@ -10,6 +10,10 @@ class CurlFetcher final : public tuf::Fetcher {
 
   int fetch(const std::string& url, std::uint64_t maxBytes, const tuf::Sink& sink) override;
 
+  /// How the last request ended.
+  [[nodiscard]] const fetch::Result& last() const { return last_; }
+
  private:
   fetch::Transfer transfer_;
+  fetch::Result last_;
 };

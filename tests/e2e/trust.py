@@ -67,6 +67,8 @@ def repositories() -> dict[str, dict]:
     made["final"] = snapshot()
     made["forged"] = {path: b"X" + body[1:] if path.startswith(TARGET) else body
                       for path, body in made["good"].items()}
+    stamp = "/metadata/timestamp.json"
+    made["tired"] = made["good"] | {stamp: [503, made["good"][stamp]]}
     made["edited"] = {path: body.replace(b'"7.2.1.15"', b'"7.2.1.16"')
                       for path, body in made["good"].items()}
     return made
@@ -154,6 +156,7 @@ def rows() -> list[Row]:
         row("AsksTwiceWhereNothingIsNew", drive=then("good", "7.2.1.15"), calls="", history=2,
             checks=[asked("GET /metadata/2.root.json | GET /metadata/timestamp.json")],
             outcome="up-to-date"),
+        row("ComesBackToATiredServer", "tired"),
         row("RefusesAnotherPackage", "forged", status=24, calls="{ask}"),
         row("RefusesEditedMetadata", "edited", status=24),
         row("RefusesAnOlderRepository", "halted", drive=then("good"), status=24, history=2),

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <system_error>
-#include <thread>
 
 #include "Updater/download/PartialFile.h"
 #include "Updater/download/contentRange.h"
@@ -146,18 +145,8 @@ fetch::Result PatientTransport::persist(const std::string& url, const Attempt& a
     QDLOG(ROOT, WRN,
           "Request " << url << " failed : " << describe(result) << " - again in " << time->count()
                      << " ms");
-    if (!pause(*time)) return result;
+    if (!fetch::pauseFor(*time, [this] { return !watcher_ || watcher_(0); })) return result;
   }
-}
-
-bool PatientTransport::pause(milliseconds time) {
-  constexpr milliseconds kTick{100};
-  const auto until = Clock::now() + time;
-  while (Clock::now() < until) {
-    if (watcher_ && !watcher_(0)) return false;
-    std::this_thread::sleep_for(kTick);
-  }
-  return true;
 }
 
 bool PatientTransport::watch(std::uint64_t bytes, std::uint64_t expected) noexcept {

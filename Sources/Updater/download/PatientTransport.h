@@ -49,7 +49,6 @@ class PatientTransport : public HttpTransport {
   fetch::Result persist(const std::string& url, const Attempt& attempt);
   fetch::Result resume(fetch::Transfer& transfer, class PartialFile& file,
                        const fetch::Request& whole);
-  bool pause(std::chrono::milliseconds time);
   bool watch(std::uint64_t bytes, std::uint64_t expected) noexcept;
   [[nodiscard]] std::string addressOf(const std::string& url) const;
   [[nodiscard]] std::chrono::milliseconds timeLeft() const;

@@ -7,6 +7,7 @@
 #include "Updater/config/SettingsFile.h"
 #include "Updater/download/PatientTransport.h"
 #include "Updater/procedure/Updater.h"
+#include "Updater/process/Interrupts.h"
 #include "Updater/trust/SignedReleases.h"
 #include "logging/QDLog.h"
 #include "osal/osal_identity.h"
@@ -49,16 +50,17 @@ Updater::Stop Updater::chooseRelease(UpdateRun& run) {
   if (!run.isSigned()) return std::nullopt;
   std::vector<std::string> servers{run.server.empty() ? serverUrl : run.server};
   servers.insert(servers.end(), run.settings->mirrors.begin(), run.settings->mirrors.end());
-  const FetchSettings& fetch = run.settings->fetch;
-  run.repository = std::make_unique<SignedReleases>(run.trustFolder, servers,
-                                                    fetchOptionsOf(fetch, fetch.deadline));
+  const FetchSettings& settings = run.settings->fetch;
+  fetch::Options options = fetchOptionsOf(settings, settings.deadline);
+  options.watcher = [](std::uint64_t, std::uint64_t) { return !Interrupts::came(); };
+  run.repository = std::make_unique<SignedReleases>(run.trustFolder, servers, options);
   run.message = run.repository->establishRoot(run.settings->trust->root);
   if (!run.message.empty()) {
     QDLOG(ROOT, ERR, "Configuration : " << run.message);
     return UpdateResult::ConfigurationFaulty;
   }
   run.refreshed = std::chrono::steady_clock::now();
-  if (const TrustFailure failure = run.repository->refresh()) {
+  if (const TrustFailure failure = run.repository->refresh(true)) {
     run.message = failure.text;
     QDLOG(ROOT, ERR, "No trusted releases : " << failure.text);
     return resultOf(failure.kind);
@@ -138,7 +140,7 @@ Updater::Stop Updater::checkGatesAgain(UpdateRun& run) {
 /// before holds.
 Updater::Stop Updater::refreshRelease(UpdateRun& run) {
   const SignedRelease chosen = *run.release;
-  const TrustFailure failure = run.repository->refresh();
+  const TrustFailure failure = run.repository->refresh(false);
   if (failure.kind == TrustFailure::Kind::Network) return std::nullopt;
   run.message = failure.text;
   if (failure) return resultOf(failure.kind);

@@ -2,16 +2,24 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <random>
 #include <stdexcept>
 #include <utility>
 
 #include "Updater/trust/trustedRoot.h"
+#include "fetch/retry.h"
+#include "logging/QDLog.h"
 #include "tuf/Client.h"
 #include "tuf/Error.h"
 #include "tuf/Folder.h"
 #include "tuf/address.h"
 #include "tufnet/CurlFetcher.h"
+
+using Clock = std::chrono::steady_clock;
 
 namespace {
 
@@ -57,6 +65,19 @@ struct SignedReleases::Session {
   tuf::Client client;
 };
 
+/// What came of asking every server once.
+struct SignedReleases::Attempt {
+  TrustFailure failure;
+  bool transient = false;                        ///< one of them may have an answer a little later
+  std::optional<std::chrono::seconds> wanted{};  ///< how long the least patient asks to wait
+
+  void note(const fetch::Result& last) {
+    if (!fetch::isTransient(last)) return;
+    wanted = transient ? std::min(wanted, last.retryAfter) : last.retryAfter;
+    transient = true;
+  }
+};
+
 std::string SignedRelease::fileName() const {
   const std::string name = file.path.substr(file.path.rfind('/') + 1);
   const bool odd = name.empty() || name.front() == '.' || name.front() == '-' ||
@@ -87,17 +108,30 @@ std::string SignedReleases::establishRoot(const std::string& rootFile) try {
   return e.what();
 }
 
-TrustFailure SignedReleases::refresh() {
-  TrustFailure failure = connect();
-  if (!failure) releases_ = releasesIn(session_->client.targets());
-  return failure;
+TrustFailure SignedReleases::refresh(bool patient) {
+  std::minstd_rand random{std::random_device{}()};
+  const auto goesOn = [this] { return !options_.watcher || options_.watcher(0, 0); };
+  for (unsigned int failures = 1;; ++failures) {
+    Attempt attempt = connect();
+    if (!attempt.failure) releases_ = releasesIn(session_->client.targets());
+    // What a server answers that can't be trusted is not asked for again.
+    const bool mayPass = attempt.transient && attempt.failure.kind == TrustFailure::Kind::Network;
+    if (!patient || !mayPass) return std::move(attempt.failure);
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        options_.deadline.value_or(Clock::now()) - Clock::now());
+    const auto pause = fetch::pauseAfter(failures, attempt.wanted,
+                                         std::uniform_real_distribution<>(0, 1)(random), left);
+    if (!pause) return std::move(attempt.failure);
+    QDLOG(ROOT, WRN, attempt.failure.text << " - again in " << pause->count() << " ms");
+    if (!fetch::pauseFor(*pause, goesOn)) return std::move(attempt.failure);
+  }
 }
 
 void SignedReleases::disconnect() { session_.reset(); }
 
 /// A session with a server whose metadata is trusted and up to date.
-TrustFailure SignedReleases::connect() {
-  TrustFailure failure;
+SignedReleases::Attempt SignedReleases::connect() {
+  Attempt attempt;
   for (const std::string& server : servers_) {
     try {
       session_.reset();  // one at a time has the folder
@@ -105,11 +139,12 @@ TrustFailure SignedReleases::connect() {
       session_->client.refresh();
       return {};
     } catch (const tuf::Error& e) {
-      keepWorse(failure, failureOf(e));
+      keepWorse(attempt.failure, failureOf(e));
+      if (session_) attempt.note(session_->fetcher.last());
     }
   }
   session_.reset();
-  return failure;
+  return attempt;
 }
 
 std::vector<std::string> SignedReleases::addressesOf(const SignedRelease& release) const {

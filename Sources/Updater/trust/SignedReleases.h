@@ -36,7 +36,7 @@ struct TrustFailure {
 
 /// The releases of a signed repository (The Update Framework), asked of its servers in their order
 /// until one gives what can be trusted. What was verified is kept in a folder over runs. One thread
-/// at a time; logs nothing.
+/// at a time; logs that it waits.
 class SignedReleases {
  public:
   /// `servers`: addresses below which "metadata" and "targets" lie. `folder` holds the trusted
@@ -49,8 +49,9 @@ class SignedReleases {
   std::string establishRoot(const std::string& rootFile);
 
   /// Brings the metadata up to date and takes the releases from it. Targets that are no releases
-  /// are passed over.
-  TrustFailure refresh();
+  /// are passed over. `patient`: where no server has an answer for the moment, they are asked again
+  /// until the options' deadline, or until their watcher ends it.
+  TrustFailure refresh(bool patient);
 
   [[nodiscard]] const std::vector<SignedRelease>& releases() const { return releases_; }
 
@@ -64,7 +65,9 @@ class SignedReleases {
  private:
   struct Session;
 
-  TrustFailure connect();
+  struct Attempt;
+
+  Attempt connect();
 
   std::string folder_;
   std::vector<std::string> servers_;
