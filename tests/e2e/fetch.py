@@ -13,7 +13,7 @@ from functools import partial
 from harness import Answer, Row, Skip, difference, fill, main, read, write
 from harness.linux import BLOCKS, DEB, PACKAGE, SUM, WRONG
 from harness.server import free_port
-from settings import BLOCKS_WITH_FILE, DATABASE, installed, tells
+from settings import BLOCKS_WITH_FILE, DATABASE, INSTALL, dpkg, installed, tells
 
 OTHER = bytes(reversed(PACKAGE))
 row = partial(Row, config="", commands=DATABASE, prepare=installed(), connections=99,
@@ -48,8 +48,7 @@ def ranges(*expected: str, content: bytes = PACKAGE):
 
 
 def downloads(name: str, *answers, **more) -> Row:
-    commands = DATABASE | {"dpkg": DATABASE["dpkg"].replace("-i ] ||", '-i ] || md5sum "$2" '
-                                                            '>"$tmp/../sum"; [ "$1" != -i ] ||')}
+    commands = dpkg('md5sum "$2" >"$tmp/../sum"; ' + INSTALL)
     content = more.pop("content", PACKAGE)
     script = {"GET " + DEB: [*answers], "HEAD " + DEB: content,
               SUM: hashlib.md5(content).hexdigest() + "  setup.deb\n"}
