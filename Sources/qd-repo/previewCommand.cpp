@@ -76,23 +76,30 @@ void writePicture(const std::string& file, const std::string& svg) {
   throw std::runtime_error("Cannot write " + file + ": name another place by --svg");
 }
 
-nlohmann::json asJson(const std::string& channel, const std::vector<Point>& curve) {
+/// The ramp of a channel; a halt holds on whatever the ramp says.
+struct Shown {
+  Ramp ramp;
+  bool halted = false;
+};
+
+nlohmann::json asJson(const std::string& channel, bool halted, const std::vector<Point>& curve) {
   nlohmann::json points = nlohmann::json::array();
   for (const auto& [time, share] : curve) {
     points.push_back({{"time", utcText(time)}, {"share", share}});
   }
-  return {{"channel", channel}, {"points", points}};
+  return {{"channel", channel}, {"halted", halted}, {"points", points}};
 }
 
 /// The ramps of a version that are to be shown; on all platforms they are alike as a rule, and the
 /// first is taken.
-std::map<std::string, Ramp> rampsOf(const RepoOptions& options) {
+std::map<std::string, Shown> rampsOf(const RepoOptions& options) {
   const tufrepo::Repository repository(options.repository);
-  std::map<std::string, Ramp> ramps;
+  std::map<std::string, Shown> ramps;
   for (const ListedRelease& listed : releasesIn(repository)) {
     if (!(listed.release.version == *options.version)) continue;
     for (const auto& [channel, ramp] : listed.release.channels) {
-      if (options.channel.empty() || channel == options.channel) ramps.emplace(channel, ramp);
+      if (!options.channel.empty() && channel != options.channel) continue;
+      ramps.emplace(channel, Shown{ramp, listed.release.halted});
     }
   }
   if (!ramps.empty()) return ramps;
@@ -104,18 +111,19 @@ std::map<std::string, Ramp> rampsOf(const RepoOptions& options) {
 }  // namespace
 
 int previewRelease(const RepoOptions& options) {
-  const std::map<std::string, Ramp> ramps = rampsOf(options);
+  const std::map<std::string, Shown> ramps = rampsOf(options);
   if (!options.file.empty() && ramps.size() > 1) {
     throw std::runtime_error("The release is in " + std::to_string(ramps.size()) +
                              " channels: name the picture's one by --channel");
   }
   nlohmann::json shown = nlohmann::json::array();
-  for (const auto& [channel, ramp] : ramps) {
-    const std::vector<Point> curve = curveOf(ramp);
-    const std::string title = versionText(*options.version) + " in " + channel;
+  for (const auto& [channel, what] : ramps) {
+    const std::vector<Point> curve = curveOf(what.ramp);
+    const std::string title =
+        versionText(*options.version) + " in " + channel + (what.halted ? ", halted" : "");
     if (!options.file.empty()) writePicture(options.file, svgOf(title, curve));
     if (options.json) {
-      shown.push_back(asJson(channel, curve));
+      shown.push_back(asJson(channel, what.halted, curve));
       continue;
     }
     std::cout << title << ":\n";

@@ -31,6 +31,11 @@ Release releaseOf(const PackageFacts& facts, const RepoOptions& options, const s
   release.kind = facts.kind;
   release.minFrom = options.minFrom;
   release.rollback = options.rollback;
+  if (release.minFrom && !(*release.minFrom < release.version)) {
+    throw std::runtime_error("No machine would take " + file + " from " +
+                             versionText(*release.minFrom) +
+                             ": give an older version by --min-from");
+  }
   if (release.arch == utils::ArchUnknown) {
     throw std::runtime_error(file +
                              " is for every architecture: say by --arch for which it is "

@@ -195,6 +195,7 @@ REFUSED = {  # a faulty line: what its one line of answer says
     "publish repo text --channel stable": "neither a Debian nor an RPM package",
     "publish repo missing.deb --channel stable": "Cannot read missing.deb",
     "publish repo old.deb --channel ../x": "--channel: takes letters",
+    "publish repo old.deb --channel stable --min-from 7.2.1.4": "give an older version by --min-from",
     "publish repo old.deb --channel stable --over 90m": "--over: takes whole hours",
     "publish repo old.deb --channel stable --percent 101": "--percent",
     "publish repo old.deb --channel stable --keys cron": "The role targets takes 1 of the keys",
