@@ -45,6 +45,7 @@ std::string begun(const tuf::Json& content, const std::string& file) {
 int installOrKeep(tufrepo::Repository& repository, tufrepo::KeyRing& keys, const std::string& root,
                   const std::string& file) {
   writeWaiting(file, root);
+  std::cout << tufrepo::changesOf(root, repository.root());
   const std::string missing = tufrepo::missingSignatures(root, repository.root());
   if (!missing.empty()) {
     std::cout << file << " waits: " << missing << "\nSign it: qd-repo sign " << repository.folder()

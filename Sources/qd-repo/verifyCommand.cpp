@@ -123,6 +123,10 @@ class Audit {
     if (needed("metadata/root.json") != newest) {
       notes_.emplace_back("metadata/root.json is not the newest root; the next command mends it");
     }
+    for (const auto& [id, key] : root.keys) {
+      if (tuf::keyId(key) != id)
+        faults_.push_back("The root gives the id " + id + " to another key");
+    }
     for (const char* const online : {"timestamp", "snapshot"}) {
       for (const char* const offline : {"root", "targets"}) {
         for (const std::string& id : root.roles.at(online).keyIds) {

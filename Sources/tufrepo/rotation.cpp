@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "tuf/Error.h"
 #include "tuf/threshold.h"
@@ -77,6 +78,10 @@ std::string signRoot(const std::string& file, const tuf::Root& before, KeyRing& 
                              ", and the repository's next one is " +
                              std::to_string(before.version + 1) + ": rotate again");
   }
+  for (const auto& [id, key] : next.keys) {
+    if (tuf::keyId(key) == id) continue;
+    throw std::runtime_error("The root gives the id " + id + " to another key: rotate again");
+  }
   std::set<std::string> wanted = before.roles.at("root").keyIds;
   wanted.insert(next.roles.at("root").keyIds.begin(), next.roles.at("root").keyIds.end());
   Json signatures = Json::array();
@@ -88,6 +93,27 @@ std::string signRoot(const std::string& file, const tuf::Root& before, KeyRing& 
     signatures.push_back({{"keyid", key.id()}, {"sig", tuf::toHex(key.sign(envelope.canonical))}});
   }
   return Json{{"signed", envelope.content}, {"signatures", signatures}}.dump(1);
+}
+
+std::string changesOf(const std::string& file, const tuf::Root& before) {
+  const tuf::Root next = tuf::parseRoot(std::move(tuf::Envelope(file).content));
+  std::string text =
+      "Root " + std::to_string(next.version) + ", valid until " + timeText(next.expires) + ":\n";
+  const std::size_t head = text.size();
+  for (const std::string& name : topRoles()) {
+    const tuf::RoleKeys& was = before.roles.at(name);
+    const tuf::RoleKeys& is = next.roles.at(name);
+    for (const std::string& id : is.keyIds) {
+      if (!was.keyIds.contains(id)) text += "  " + name + ": new key " + id + "\n";
+    }
+    for (const std::string& id : was.keyIds) {
+      if (!is.keyIds.contains(id)) text += "  " + name + ": no longer " + id + "\n";
+    }
+    if (is.threshold == was.threshold) continue;
+    text += "  " + name + ": signed by " + std::to_string(is.threshold) + ", no longer by " +
+            std::to_string(was.threshold) + "\n";
+  }
+  return text.size() == head ? text + "  the keys of before\n" : text;
 }
 
 std::string missingSignatures(const std::string& file, const tuf::Root& before) {

@@ -22,8 +22,12 @@ struct RoleChange {
 [[nodiscard]] Json nextRoot(const Repository& repository, const RoleChange& change,
                             std::time_t now);
 
-/// The file with the signatures that `keys` can give as keys of the root before or of its own.
+/// The file with the signatures that `keys` can give as keys of the root before or of its own. One
+/// that is not the next root, or names a key by another's id, is an error.
 [[nodiscard]] std::string signRoot(const std::string& file, const tuf::Root& before, KeyRing& keys);
+
+/// What the root in the file changes, for whoever is to sign it: a line for each, all ended.
+[[nodiscard]] std::string changesOf(const std::string& file, const tuf::Root& before);
 
 /// What is missing of a root's signatures, as a sentence; empty: nothing.
 [[nodiscard]] std::string missingSignatures(const std::string& file, const tuf::Root& before);

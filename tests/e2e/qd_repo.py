@@ -309,7 +309,7 @@ def offline(place):
         yield "keys that do not count are not told"
     said = [publisher(f"sign repo 2.root.json --key keys/{name}.pem") for name in ("root", "root-3")]
     for text, part in zip(said, ("waits: The root, by the present keys", "2.root.json has all its signatures")):
-        if part not in text:
+        if part not in text or text.count("targets: new key") != 1:
             yield f"sign: {text}"
     if (publisher.repo / "metadata/2.root.json").exists():
         yield "a root is in place whose keys are not at hand"
