@@ -14,7 +14,7 @@ scene() {
 agent_process() { systemctl show --value --property MainPID qdagent; }
 
 # has RECORD: the log has it.
-has() { log_records | grep -qxF "$1" || expect "record" "$(log_records)" "$1"; }
+has() { log_records | grep -xF "$1" >/dev/null || expect "record" "$(log_records)" "$1"; }
 
 # expect_end "STATUS MESSAGE" PACKAGE PROCESS: what the run ended with, what is installed now, and whether the
 # agent is the same process as before or has changed.

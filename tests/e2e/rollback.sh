@@ -89,6 +89,19 @@ rolled_back_all() {
   rolled_back "a script fails after the installation" "$script_failure" 2s true "" "" "exit 1"
 }
 
+# cached FILE ENDING: nothing is kept, but FILE lies in the package manager's cache, among packages of the same version
+# that are not what is installed.
+cached() {
+  rm -r /var/lib/qd/update/keep
+  make_package 7.2.1.4 /qd/other "import sys"
+  cp /qd/other "$1-a$2"
+  cp "/qd/old$2" "$1-b$2"
+  cp /qd/other "$1-c$2"
+  rolled_back "what is put back comes from the package manager's cache" "the agent could not be started" 2s true \
+    "raise SystemExit(1)"
+  has "NFY Found in the package manager's cache : $1-b$2"
+}
+
 # not_rolled_back NAME MESSAGE THERE AGENT SETTLE CHECK PACKAGE-ARGUMENT...: the run ends with 27.
 not_rolled_back() {
   ails "$1" "${@:5}"

@@ -27,11 +27,25 @@ make_ailing() {
   make_package 7.2.1.15 $ailing "$@"
 }
 
+# What apt has a list of it knows the digest of.
+listed() {
+  mkdir /qd/apt
+  cp "$1" /qd/apt/qdagent.deb
+  {
+    dpkg-deb --field "$1"
+    printf '%s: %s\n' Filename ./qdagent.deb Size "$(stat -c %s "$1")" SHA256 "$(sha256sum "$1" | cut -d' ' -f1)"
+  } >/qd/apt/Packages
+  say "deb [trusted=yes] file:/qd/apt ./" >/etc/apt/sources.list.d/qd.list
+  quiet apt-get update -o Dir::Etc::SourceList=/etc/apt/sources.list.d/qd.list -o Dir::Etc::SourceParts=-
+}
+
 make_package 7.2.1.3 /qd/older.deb
 make_package 7.2.1.4 /qd/old.deb
 small_disk /var/lib/dpkg
 quiet dpkg -i /qd/older.deb
 first_update 7.2.1.3 /qd/old.deb
 rolled_back_all
+listed /qd/old.deb
+cached /var/cache/apt/archives/qdagent_7.2.1.4 .deb
 not_rolled_back_all
 finish

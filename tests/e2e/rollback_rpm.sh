@@ -34,5 +34,7 @@ rm /usr/bin/dpkg
 quiet rpm -U /qd/older.rpm
 first_update 7.2.1.3 /qd/old.rpm
 rolled_back_all
+mkdir -p /var/cache/dnf/qd/packages
+cached /var/cache/dnf/qd/packages/qdagent-7.2.1.4 .rpm
 not_rolled_back_all
 finish

@@ -17,6 +17,7 @@ class KeepFolder {
   int open(const std::string& state);
 
   [[nodiscard]] bool isOpen() const { return !path_.empty(); }
+  [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] std::string pathOf(const std::string& file) const { return path_ + "/" + file; }
 
   /// The packages, newest first. Empty where the list can't be read.
@@ -37,8 +38,8 @@ class KeepFolder {
   /// Gives that room back.
   void giveRoomBack() const noexcept;
 
-  /// Keeps the journal of a version that ailed, in place of former ones. Returns 0 or an errno
-  /// value.
+  /// Keeps the journal of a version that ailed, as VERSION.journal in place of former ones. Returns
+  /// 0 or an errno value.
   [[nodiscard]] int keepJournal(const std::string& version, std::string_view journal) const;
 
  private:

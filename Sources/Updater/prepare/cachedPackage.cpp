@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
+#include <filesystem>
 
 #include "Updater/prepare/packageOutput.h"
 #include "Updater/prepare/rehearsal.h"
@@ -67,10 +68,12 @@ bool isInstalledPackage(AgentDistrib distrib, const std::string& path, const std
   return known.status == 0 && fieldIn(known.lines, "SHA256") == sha256;
 }
 
+/// Boost's copy_file fails from one file system to another where copy_file_range(2) does.
 bool copyFile(const std::string& from, const std::string& to) {
-  boost::system::error_code failed;
-  fs::copy_file(from, to, fs::copy_options::overwrite_existing, failed);
-  if (!failed) fs::permissions(to, fs::owner_read | fs::owner_write, failed);
+  namespace sfs = std::filesystem;
+  std::error_code failed;
+  sfs::copy_file(from, to, sfs::copy_options::overwrite_existing, failed);
+  if (!failed) sfs::permissions(to, sfs::perms::owner_read | sfs::perms::owner_write, failed);
   return !failed;
 }
 

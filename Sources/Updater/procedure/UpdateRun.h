@@ -54,12 +54,13 @@ struct UpdateRun {
   std::string refusal;                    ///< what the package manager said when it failed
   std::vector<BadVersion> bad;            ///< versions that are not installed here any more
   std::string ailment;  ///< of the agent after its start, or its package; unless the former is back
-  std::string sha256;   ///< of the package; empty where it is not wanted
-  KeepFolder keep;      ///< packages for the way back; may be closed
-  KeptPackage kept;     ///< the one to go back to
-  std::string noWayBack;  ///< why there is none; empty: there is
-  bool mayReturn = true;  ///< to the new version from a later one, as its release says
-  bool wasCut = false;    ///< a run died installing it, which is no fault of the version
+  unsigned long long roomNeeded = 0;  ///< bytes that the installation takes
+  std::string sha256;                 ///< of the package; empty where it is not wanted
+  KeepFolder keep;                    ///< packages for the way back; may be closed
+  KeptPackage kept;                   ///< the one to go back to
+  std::string noWayBack;              ///< why there is none; empty: there is
+  bool mayReturn = true;              ///< to the new version from a later one, as its release says
+  bool wasCut = false;  ///< a run died installing it, which is no fault of the version
   bool updated = false;
   std::time_t deferredUntil = 0;  ///< 0: not known, or not deferred
   std::string server;        ///< with user and password, if it has them; empty: as the run was told

@@ -148,6 +148,7 @@ class Updater {
   // Parts of these.
   [[nodiscard]] bool prepares(const UpdateRun& run) const;
   Stop waitForPackageManager(UpdateRun& run) const;
+  [[nodiscard]] unsigned long long roomFor(const std::string& package) const;
   Stop checkRoom(UpdateRun& run, const std::string& path, unsigned long long bytes) const;
   Stop checkUntouched(UpdateRun& run) const;
 
@@ -182,7 +183,7 @@ class Updater {
                            std::time_t stopped);
   UpdateResult goBack(UpdateRun& run, UpdateResult replaced, std::time_t stopped);
 
-  // Parts of secureWayBack; findWayBack returns why there is none.
+  // Parts of secureWayBack and prepareWayBack; findWayBack returns why there is none.
   std::string findWayBack(UpdateRun& run);
   bool fetchFormer(UpdateRun& run, const SignedRelease& former);
   bool findFormerInCache(UpdateRun& run) const;

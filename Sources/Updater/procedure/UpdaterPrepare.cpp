@@ -2,6 +2,7 @@
 // for a package that then can't be installed.
 
 #include <algorithm>
+#include <boost/filesystem/operations.hpp>
 
 #include "Updater/package/installedAgent.h"
 #include "Updater/prepare/rehearsal.h"
@@ -31,10 +32,16 @@ Updater::Stop Updater::checkDownloadRoom(UpdateRun& run) {
 
 Updater::Stop Updater::checkInstallRoom(UpdateRun& run) {
   if (!prepares(run)) return std::nullopt;
-  const utils::PackageFacts facts = utils::readPackageFacts(distrib, run.setup.setupPath);
-  // A package that does not say its size takes at least its own.
-  const unsigned long long needed = std::max(facts.installedSize, run.expectedSize);
-  return checkRoom(run, utils::placeOfAgent(distrib), needed);
+  run.roomNeeded = roomFor(run.setup.setupPath);
+  return checkRoom(run, utils::placeOfAgent(distrib), run.roomNeeded);
+}
+
+/// A package that does not say how large it will be takes at least its own size.
+unsigned long long Updater::roomFor(const std::string& package) const {
+  boost::system::error_code failed;
+  const auto size = boost::filesystem::file_size(package, failed);
+  return std::max<unsigned long long>(failed ? 0 : size,
+                                      utils::readPackageFacts(distrib, package).installedSize);
 }
 
 Updater::Stop Updater::checkRoom(UpdateRun& run, const std::string& path,

@@ -1,6 +1,8 @@
 // With [health] a package of the version that runs lies ready before the agent is stopped, to be
 // put back where the new one ails.
 
+#include <unistd.h>
+
 #include <cstring>
 #include <ctime>
 
@@ -15,6 +17,7 @@
 
 namespace {
 
+constexpr unsigned long long kForDatabase = 32ULL << 20;
 constexpr const char* kIncoming = "incoming";  // among the kept packages, until it is one
 
 KeptPackage describe(const Version& version, utils::AgentDistrib kind, const std::string& sha256,
@@ -45,6 +48,7 @@ const SignedRelease* findFormer(const UpdateRun& run) {
 Updater::Stop Updater::secureWayBack(UpdateRun& run) {
   if (!looksAfter(run) || !run.settings->health->rollback) return std::nullopt;
   run.noWayBack = findWayBack(run);
+  if (run.isInterrupted()) return std::nullopt;
   if (run.noWayBack.empty()) {
     QDLOG(ROOT, NFY, "The way back : " << run.kept.version << ", kept since " << run.kept.since);
   } else {
@@ -82,21 +86,24 @@ std::string Updater::findWayBack(UpdateRun& run) {
 bool Updater::fetchFormer(UpdateRun& run, const SignedRelease& former) {
   const std::string path = run.keep.pathOf(kIncoming);
   ScopedFd fd;
-  if (!utils::missingRoom(path.substr(0, path.rfind('/')), former.file.length,
-                          run.settings->install.reserve)
+  if (!utils::missingRoom(run.keep.path(), former.file.length, run.settings->install.reserve)
            .empty() ||
       osal_openOwnFile(path.c_str(), OwnFileUse::Overwrite, 0600, fd) != 0) {
     return false;
   }
   QDLOG(ROOT, NFY, "Fetching the version that runs, for the way back");
   httpClient.setDownloadLimit(former.file.length);
+  std::string sha256;
   for (const std::string& address : run.repository->addressesOf(former)) {
-    if (run.isInterrupted()) break;
     const int r = httpClient.download(withoutPassword(address), fd.get(), run.headers, path);
-    const std::string sha256 = httpClient.sha256OfDownload();
-    if (r != 0 || sha256.empty() || sha256 != former.sha256()) continue;
+    sha256 = r == 0 ? httpClient.sha256OfDownload() : "";
+    if (sha256 == former.sha256() || run.isInterrupted()) break;
+  }
+  run.recorder->progress(0);  // the package that counts is still to come
+  if (!sha256.empty() && sha256 == former.sha256()) {
     return keep(run, path, describe(run.installed, distrib, sha256, httpClient.md5OfDownload()));
   }
+  ::unlink(path.c_str());
   return false;
 }
 
@@ -129,14 +136,16 @@ bool Updater::keep(UpdateRun& run, const std::string& path, const KeptPackage& p
 
 /// What the way back takes besides the package: the configuration files as they are, and room.
 Updater::Stop Updater::prepareWayBack(UpdateRun& run) {
-  constexpr unsigned long long kForDatabase = 32ULL << 20;
   if (run.kept.file.empty() || !run.noWayBack.empty()) return std::nullopt;
   if (!utils::saveConfigurationFiles(distrib, run.keep.pathOf(kSavedConfiguration))) {
     QDLOG(ROOT, WRN, "Cannot save the agent's configuration files");
   }
-  const auto facts = utils::readPackageFacts(distrib, run.keep.pathOf(run.kept.file));
-  if (const int error = run.keep.setRoomAside(facts.installedSize + kForDatabase); error != 0) {
-    QDLOG(ROOT, WRN, "Cannot set room aside for the way back : " << std::strerror(error));
+  const unsigned long long room = roomFor(run.keep.pathOf(run.kept.file)) + kForDatabase;
+  // The installation that comes first must not lack it.
+  const std::string missing =
+      utils::missingRoom(run.keep.path(), room, run.roomNeeded + kForDatabase);
+  if (!missing.empty() || run.keep.setRoomAside(room) != 0) {
+    QDLOG(ROOT, WRN, "No room is set aside for the way back : " << missing);
   }
   return std::nullopt;
 }
