@@ -3,6 +3,7 @@
 stand-ins for the tools of those systems."""
 
 import hashlib
+import os
 import sys
 from functools import partial
 
@@ -76,6 +77,13 @@ def emulate(run) -> None:
     run.env |= {"LD_PRELOAD": run.texts["shim"], "QD_FAULT": "kernel:RELEASE_ARM64_T6000"}
 
 
+def terminal(run) -> None:
+    """A shell leads session and foreground; the program's own group is in the background."""
+    _, run.stdin = os.openpty()
+    run.timeout = 20
+    run.first = """exec setsid --ctty /bin/sh -c '"$@"; exit $?' sh "$@" """
+
+
 DISCOVERY = [
     mac("FirstCandidate", FIRST, "{until stop} | {installed}", texts=FROM_FIRST, files="{kept}",
         requests="{GET version} | HEAD {pkg} | GET {pkg}.md5 | GET {pkg}".replace("{pkg}", PKG),
@@ -113,6 +121,12 @@ IMAGES = [
     mac("StillAttachedByTheRunBefore", {}, "{whole} | {whole}", first=TWICE, connections=2,
         texts={"whole": "{until stop} | {attached} | {installed}"}, files="{kept}",
         commands={"hdiutil": NEVER_DETACH}, calls="{commands} | {commands}"),
+    mac("TerminalOfTheForegroundIsNotWaitedFor", {}, prepare=terminal, calls="{commands}",
+        commands={"hdiutil": "head -n 1; " + ATTACH}),
+    mac("ImageFromTheDefinitionFile", {
+        DEFINITION: f"[{entry('a.b.dmg', '/i', os=2)}]", "/i/v": "7.2.1.15", "/i/h": DIGEST + " ",
+        "/i/a.b.dmg": PACKAGE}, "{until stop} | {devices} | DBG PKG path is {volume}/a.b.pkg | "
+        "{installed}", texts=DEFINED | {"P": "a.b.dmg"}, commands={"hdiutil": ATTACH}, files="{kept}"),
     mac("OnlyRestart", {}, "{until stop} | {attached} | {stopped} | {started} | {unlock}",
         option="-S", commands={"hdiutil": ATTACH}, files="agent_upd.log | {P}",
         calls="{attach} | {stop} | {detach} | {start}"),

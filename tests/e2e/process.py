@@ -107,14 +107,7 @@ STARTS = [
 ]
 
 
-# --- terminals and outputs
-
-def terminal(run) -> None:
-    """A shell leads session and foreground; the program's own group is in the background."""
-    _, run.stdin = os.openpty()
-    run.timeout = 20
-    run.first = """exec setsid --ctty /bin/sh -c '"$@"; exit $?' sh "$@" """
-
+# --- outputs
 
 def reader_gone(run) -> None:
     read_end, run.stdout = os.pipe()
@@ -123,8 +116,6 @@ def reader_gone(run) -> None:
 
 NOISY = {"dpkg": "echo noise; exit 0", "systemctl": "echo noise; exit 0"}
 OUTPUTS = [
-    updated("TerminalOfTheForegroundIsNotWaitedFor", prepare=terminal,
-            commands={"dpkg": "head -n 1"}),
     updated("EchoWhoseReaderIsGone", option="-D", prepare=reader_gone, log="{update}",
             commands=NOISY),
 ]

@@ -8,6 +8,7 @@
 #include "FolderTest.h"
 #include "Limits.h"
 #include "SystemHooks.h"
+#include "osal/osal_map.h"
 
 namespace {
 
@@ -69,6 +70,29 @@ TEST_F(OSAL_FileTest, ALockThatIsHeldFailsAtOnce) {
             text("-1 ERR Cannot get exclusive lock (", ENOLCK, ") for file \"~/file\""));
 #endif
   EXPECT_EQ(open(QD_OPENMODE_RDONLY, OSAL_OPEN_LOCK), 0);
+#if defined(__linux__)
+  hooks.locking = failAt(1, ENOLCK);
+  EXPECT_EQ(holder.open(bytes(missing), QD_OPENMODE_RWNOTEXISTING, OSAL_OPEN_LOCK, true), -1);
+  EXPECT_FALSE(fs::exists(missing));
+#endif
+}
+
+TEST_F(OSAL_FileTest, KeepsWhatIsInAnExistingFileThatIsBuffered) {
+  writeFile(path, "old");
+  EXPECT_EQ(open(QD_OPENMODE_RWEXISTING, OSAL_OPEN_BUFFERED), 0);
+  EXPECT_EQ(file.close(true, true), 0);
+  EXPECT_EQ(file.close(true, true), -1);
+  EXPECT_EQ(content(path), "old");
+}
+
+TEST_F(OSAL_FileTest, AMappingMakesItsFileAsLongAsItIs) {
+  OSAL_Map map;
+  char* start = nullptr;
+  writeFile(path, "abc");
+  ASSERT_EQ(map.map(bytes(path), true, 5, &start, nullptr), 0);
+  start[4] = 'e';
+  EXPECT_EQ(map.unmap(true), 0);
+  EXPECT_EQ(content(path), std::string("abc\0e", 5));
 }
 
 TEST_F(OSAL_FileTest, ReadsToTheEndAndKnowsItsSize) {

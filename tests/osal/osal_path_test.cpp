@@ -1,6 +1,9 @@
 #include "osal/osal_path.h"
 
+#include <cstdlib>
+
 #include "FolderTest.h"
+#include "osal/osal_dir.h"
 
 namespace {
 
@@ -33,6 +36,41 @@ TEST_F(OsalPathTest, EachOperationTellsWhatItDidOrNot) {
   EXPECT_EQ(said(osal_rmfile(bytes(other), &flag, false)),
             "0 INF osal_rmfile : file removed at path \"~/new\"");
   EXPECT_TRUE(flag);
+}
+
+TEST_F(OsalPathTest, TimesAreSetToTheMicrosecond) {
+  writeFile(path, "");
+  EXPECT_EQ(osal_setTimes(bytes(path), 1, 1'500'000'000'999'999'999), 0);
+  const auto since1970 = std::chrono::file_clock::to_sys(fs::last_write_time(path));
+  EXPECT_EQ(since1970.time_since_epoch(), std::chrono::nanoseconds(1'500'000'000'999'999'000));
+}
+
+TEST_F(OsalPathTest, UnmountsAPathWithAnyCharacterInIt) {
+  writeFile(folder / "umount", "#!/bin/sh\nprintf '%s:%s' $# \"$1\" >'" + path + "'\n");
+  fs::permissions(folder / "umount", fs::perms(0700));
+  const std::string former = std::getenv("PATH");
+  ::setenv("PATH", (root() + ":" + former).c_str(), 1);
+  EXPECT_EQ(osal_umount("/mnt/it's  $(two)"), 0);
+  ::setenv("PATH", former.c_str(), 1);
+  EXPECT_EQ(content(path), "1:/mnt/it's  $(two)");
+}
+
+TEST_F(OsalPathTest, FoldersAndNamesAreReadUpToTheirLimits) {
+  OSAL_Dir dir;
+  const std::string tooLong = root() + std::string(4096 - root().size(), '/');
+  EXPECT_TRUE(said(dir.openDir(bytes(tooLong), false)).starts_with("-1 ERR Path too long"));
+  dir.closeDir(false, true);
+  writeFile(folder / "abcd", "");
+  for (const unsigned int size : {4U, 5U}) {
+    int result = dir.openDir(bytes(root()), false);
+    std::string name(6, '.');
+    while (name.front() == '.' && result == 0) {
+      result = dir.readDir(name.data(), size, nullptr, true);
+    }
+    EXPECT_EQ(result, size == 5 ? 0 : -1);
+    EXPECT_STREQ(name.c_str(), size == 5 ? "abcd" : "");
+    EXPECT_EQ(dir.closeDir(true, false), 0);
+  }
 }
 
 }  // namespace

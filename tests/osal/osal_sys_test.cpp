@@ -24,6 +24,36 @@ TEST(OsalEnv, CopiesAValueThatFitsWithItsTerminator) {
   EXPECT_STREQ(text, "");
 }
 
+TEST(OsalIdentity, AUuidFitsItsBuffer) {
+  char id[33];
+  EXPECT_EQ(osal_genUUID(id, 32), -1);
+  EXPECT_EQ(osal_genUUID(id, 33), 0);
+}
+
+TEST(OsalTime, IsLocalAndNowForZero) {
+  const auto use = [](const char* zone) {
+    ::setenv("TZ", zone, 1);
+    ::tzset();
+  };
+  unsigned char text[64];
+  const auto textOf = [&text](unsigned long long ms, bool forFileName) {
+    EXPECT_EQ(osal_formated_time(text, true, ms, forFileName), 0);
+    return std::string(reinterpret_cast<char*>(text));
+  };
+  int ahead = 0;
+  use("CET-1CEST,M3.5.0,M10.5.0/3");
+  EXPECT_EQ(textOf(1719784799000, true), "2024-06-30_23-59-59");
+  EXPECT_EQ(textOf(1719784799999, false), "2024/06/30, 23:59:59");
+  EXPECT_GT(textOf(0, true), "2024");
+  EXPECT_EQ(osal_tzOffsetAt(1719784799, &ahead), 0);
+  EXPECT_EQ(ahead, 7200);
+  ::unsetenv("TZ");
+  ::tzset();
+  unsigned long long ms = 0;
+  EXPECT_EQ(osal_timevalToMs({4294967296, 1999}, &ms), 0);
+  EXPECT_EQ(ms, 4294967296001U);
+}
+
 TEST(OsalTime, PausesToTheEndThroughSignals) {
   const auto start = std::chrono::steady_clock::now();
   {

@@ -21,6 +21,7 @@ TEST(OSAL_Event, WakesEveryWaiterAndIsCleared) {
   while (log.lines().size() < 2) std::this_thread::yield();
   EXPECT_EQ(event.notify(), 0);
   for (std::thread& waiter : waiters) waiter.join();
+  EXPECT_EQ(event.notify() + event.waitForNotification(0), 0);  // which takes it
   EXPECT_EQ(event.waitForNotification(0), 0);
   EXPECT_TRUE(log.lines().back().find("Timed out") != std::string::npos);
   EXPECT_EQ(event.destroyEvent(), 0);
@@ -34,6 +35,21 @@ TEST(OSAL_Semaphore, CountsUpToItsLimit) {
   int taken = 0;
   while (semaphore.timedwait(0) == 1) ++taken;
   EXPECT_EQ(taken, 32'767);
+}
+
+TEST(OSAL_Semaphore, APostWakesWhoWaits) {
+  OSAL_Semaphore there;
+  OSAL_Semaphore back;
+  ASSERT_EQ(there.init(0) + back.init(0), 0);
+  std::thread other([&] {
+    for (int i = 0; i < 50 && there.wait() == 0; ++i) back.post();
+  });
+  for (int i = 0; i < 50; ++i) {
+    std::this_thread::sleep_for(std::chrono::microseconds(200));  // mostly the other one waits then
+    EXPECT_EQ(there.post(), 0);
+    ASSERT_EQ(back.timedwait(kLong), 1);
+  }
+  other.join();
 }
 
 }  // namespace

@@ -18,11 +18,12 @@ struct Table {
   std::uint64_t big = 16;
   qdtunable::STR server = "old";
   static constexpr unsigned int kCount = 5;
-  const QDTunablesS records[kCount] = {{0, 99, QD_TUNABLE_TYPE_U32, &mode, "QD_SERVER_MODE"},
-                                       {1, 65535, QD_TUNABLE_TYPE_U32, &port, "QD_HTTP_PORT"},
-                                       {10, UINT64_MAX, QD_TUNABLE_TYPE_U64, &big, "QD_BIG"},
-                                       {0, 0, QD_TUNABLE_TYPE_BOOL, &flag, "QD_FLAG"},
-                                       {0, 0, QD_TUNABLE_TYPE_STR, &server, "QD_FESERVER"}};
+  const QDTunablesS records[kCount] = {
+      {0, UINT64_MAX, QD_TUNABLE_TYPE_U32, &mode, "QD_SERVER_MODE"},
+      {1, 65535, QD_TUNABLE_TYPE_U32, &port, "QD_HTTP_PORT"},
+      {10, UINT64_MAX, QD_TUNABLE_TYPE_U64, &big, "QD_BIG"},
+      {0, 0, QD_TUNABLE_TYPE_BOOL, &flag, "QD_FLAG"},
+      {0, 0, QD_TUNABLE_TYPE_STR, &server, "QD_FESERVER"}};
 
   /// What is not as it was.
   [[nodiscard]] std::string changes() const {
@@ -95,6 +96,11 @@ TEST(QDTunables, AppliesValues) {
       {"QD_HTTP_PORT=4294967297",
        "WRN T: \"QD_HTTP_PORT\" " + big("65535", "4294967297") + " | " + port + "65535",
        "port 65535 "},
+      {"QD_SERVER_MODE=4294967296",
+       "ERR T: \"QD_SERVER_MODE\" -> Value too big for u32 (4294967296) ; set to max u32 | "
+       "INF T: \"QD_SERVER_MODE\" " +
+           u32 + "4294967295",
+       "mode 4294967295 "},
       // One digit more fits as long as the number before it is below 2^60.
       {"QD_BIG=11529215046068469760",
        noU64 + "11529215046068469760\") ; truncate to 1152921504606846976 | " + large +

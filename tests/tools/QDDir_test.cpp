@@ -63,8 +63,37 @@ TEST_F(QDDirTest, RemovesAllKindsOfThingsAndFollowsNoLink) {
   EXPECT_EQ(remove(folder / "link/"), refused("Exists and is not a directory : " + quoted("link")));
 }
 
+/// What a walk hands over, at most so many.
+struct Items : QSDir_cbArgBrowse {
+  explicit Items(std::size_t limit = 99) : most(limit) {}
+  bool processItem(const unsigned char* path, QDFileType type) override {
+    all.push_back(reinterpret_cast<const char*>(path) + (':' + std::to_string(type)));
+    return all.size() < most;
+  }
+  std::size_t most;
+  std::vector<std::string> all;
+};
+
+TEST_F(QDDirTest, IsWalkedInTheOrderAskedForUntilToldToStop) {
+  QDDir::creates(bytes((folder / "a/b") + ";;" + (folder / "a,y")), true, nullptr);
+  fs::create_symlink("..", folder / "a/b/up");
+  fs::create_symlink(".", folder / "a,y/self");
+  const std::string all = root() + ":2";
+  using testing::UnorderedElementsAre;
+  for (const bool childrenFirst : {false, true}) {
+    Items items;
+    EXPECT_TRUE(QDDir::browse(bytes(root()), true, true, childrenFirst, items, true, false));
+    EXPECT_EQ(childrenFirst ? items.all.back() : items.all.front(), all);
+    EXPECT_THAT(items.all,
+                UnorderedElementsAre(all, "a:2", "a/b:2", "a/b/up:2", "a,y:2", "a,y/self:2"));
+    Items first(1);
+    EXPECT_FALSE(QDDir::browse(bytes(root()), true, false, childrenFirst, first, true, false));
+    EXPECT_EQ(first.all.size(), 1U);
+  }
+}
+
 TEST_F(QDDirTest, RemovalEndsAtTheFirstThingThatCannotBeRemoved) {
-  fs::create_directories(tree + "/sub");
+  fs::create_directories(tree + "/sub/deeper");
   writeFile(tree + "/sub/stubborn", "x");
   SystemHooks hooks;
   hooks.removing = [](const std::string& name) { return name == "stubborn" ? EPERM : 0; };
@@ -72,6 +101,7 @@ TEST_F(QDDirTest, RemovalEndsAtTheFirstThingThatCannotBeRemoved) {
   EXPECT_EQ(hooks.pauses.size(), 4U);
   hooks.removing = [](const std::string& name) { return name == "sub" ? EBUSY : 0; };
   EXPECT_EQ(remove(tree), refused("Cannot remove directory : " + quoted("tree/sub")));
+  writeFile(tree + "/file", "x");
   hooks.removing = [&](const std::string&) {
     hooks.removing = nullptr;
     fs::remove_all(tree);

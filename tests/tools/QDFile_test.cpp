@@ -55,6 +55,17 @@ TEST_F(QDFileTest, RemovesAndRenamesWithFourTriesAndAPauseAfterEach) {
   EXPECT_EQ(hooks.pauses.size(), 3U) << "what is missing is removed";
 }
 
+TEST_F(QDFileTest, CleansPathsUpInPlace) {
+  const std::string longest = "/" + std::string(4095, 'a');
+  for (const auto& [in, out] : std::initializer_list<std::pair<std::string, std::string>>{
+           {"///", "/"}, {"//a///./../b//", "/a/./../b"}, {"//" + longest + "//", longest}}) {
+    std::string text = in;
+    auto* const place = reinterpret_cast<unsigned char*>(text.data());
+    EXPECT_EQ(QDFile::cleanupPath(place, place), place);
+    EXPECT_EQ(text.c_str(), out);
+  }
+}
+
 TEST_F(QDFileTest, CopiesContentAndPermissionsAndKeepsOneBackupButNotOntoItself) {
   writeFile(source, pattern(100000));
   ASSERT_EQ(::chmod(source.c_str(), 04755), 0);

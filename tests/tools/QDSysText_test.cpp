@@ -7,6 +7,7 @@
 #include <string>
 
 #include "LogCapture.h"
+#include "tools/QDException.h"
 
 namespace {
 
@@ -18,6 +19,17 @@ TEST(QDSysText, ParsesNumbersThatFit) {
   for (const char* const text : {"18446744073709551616", "-1", "/", ":", ""}) {
     EXPECT_FALSE(QDSys::atoll(text, number)) << text;
   }
+}
+
+TEST(QDSysUrl, EncodesAndDecodesInJustEnoughRoom) {
+  const LogCapture log("EXCP:0;");
+  unsigned char out[16];
+  EXPECT_EQ(QDSys::encodeURLfromUTF8(bytes(" a\xC3"), out, 8), 7);
+  EXPECT_STREQ(reinterpret_cast<char*>(out), "%20a%C3");
+  EXPECT_THROW(QDSys::encodeURLfromUTF8(bytes(" a"), out, 6), QDException);
+  EXPECT_EQ(QDSys::decodeURLtoUTF8(bytes("%41%4a%4g%4+"), out, 11), 10);
+  EXPECT_STREQ(reinterpret_cast<char*>(out), "A%4a%4g%4+");
+  EXPECT_THROW(QDSys::decodeURLtoUTF8(bytes("%41bc"), out, 3), QDException);
 }
 
 TEST(QDSysUtf8, ReplacesEachByteOrSequenceThatIsIllFormedInPlace) {

@@ -3,12 +3,17 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
+#include <semaphore>
 #include <string>
+#include <vector>
 
 #include "SystemHooks.h"
 #include "ToolsTest.h"
+#include "osal/osal_time.h"
 #include "tools/QDHash.h"
 #include "tools/QDSys.h"
+#include "tools/QDThread.h"
+#include "tools/TimeoutTerminator.h"
 
 namespace {
 
@@ -67,6 +72,43 @@ TEST(QDHashMD5, IsNoTextThatADigestCouldEqualWhereOpenSslRefuses) {
   EXPECT_EQ(hashOf("abc"), kOfAbc);
 }
 #endif
+
+TEST(QDSysTime, PausesAreSlicedAndEndWhenAskedTo) {
+  const SystemHooks hooks;
+  TimeoutTerminator atOnce(0);
+  QDSys::sleepMs(2500, nullptr, "why");
+  QDSys::sleepMs(2500, &atOnce, "why");
+  EXPECT_EQ(hooks.pauses, (std::vector<long>{1000, 1000, 500}));
+}
+
+struct Seen {
+  std::binary_semaphore start{0};
+  std::binary_semaphore done{0};
+  int value = 0;
+};
+
+TEST(QDThread, GetsACopyOfTheBlockOrTheBlockItselfAndMayThrow) {
+  const LogCapture log("THRD:2;");
+  for (const bool copied : {false, true}) {
+    Seen seen;
+    int block = 1;
+    const auto look = [](void* data, void* ctx) -> void* {
+      Seen& s = *static_cast<Seen*>(ctx);
+      s.start.acquire();
+      s.value = *static_cast<int*>(data);
+      s.done.release();
+      throw 7;
+    };
+    QDThread::launchThread(look, 0, &block, copied ? sizeof block : 0, "look",
+                           QDThread::QD_QOS_DEFAULT, &seen);
+    block = 2;
+    seen.start.release();
+    seen.done.acquire();
+    EXPECT_EQ(seen.value, copied ? 1 : 2);
+  }
+  for (int i = 0; i < 10000 && log.lines().size() < 2; ++i) osal_doSleep(1);
+  EXPECT_EQ(log.lines().back(), "THRD:ERR Exception occured during thread execution");
+}
 
 TEST(QDSysTime, DoesNotGoBackWithTheWallClock) {
   const unsigned long long first = QDSys::timeMs();

@@ -41,6 +41,16 @@ TEST_F(UxosalConfTest, TheValueEndsAtTheFirstSeparatorAndMustFit) {
   EXPECT_STREQ(value, "");
 }
 
+TEST_F(UxosalConfTest, AValueIsForWhomItIsAsked) {
+  writeFile(path, "a longer value");
+  fs::permissions(path, fs::perms(0640));
+  for (const bool forAll : {false, true}) {
+    EXPECT_EQ(osal_setconfstr(path.c_str(), "x", true, forAll), 0);
+    EXPECT_EQ(permissionsOf(path), forAll ? 0666 : 0600);
+    EXPECT_EQ(content(path), "x");
+  }
+}
+
 // The temporary folder is one for the machine: tests take turns, and remove it when they made it.
 TEST_F(UxosalConfTest, StoresPlainNamesInTheTemporaryFolderAndFollowsNoLinkThere) {
   constexpr char kFolder[] = "/tmp/.quietstore\r";
