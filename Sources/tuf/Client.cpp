@@ -168,15 +168,14 @@ Targets Client::delegated(const std::string& role, const Keys& keys, const RoleK
 void Client::fetchTarget(const TargetFile& target, const std::string& baseUrl, const Sink& sink) {
   FileCheck check(target.length, target.hashes);
   const std::string path =
-      trusted_->root().consistentSnapshot ? consistentPath(target) : target.path;
-  const int status = fetcher_.fetch(joinUrl(baseUrl, encodePath(path)), target.length,
-                                    [&](std::string_view bytes) {
-                                      check.update(bytes);
-                                      sink(bytes);
-                                    });
-  const std::string name = "The target " + shown(target.path);
-  if (status != 200) failFetch(name, status);
-  check.finish(name);
+      encodePath(trusted_->root().consistentSnapshot ? consistentPath(target) : target.path);
+  const int status =
+      fetcher_.fetch(joinUrl(baseUrl, path), target.length, [&](std::string_view bytes) {
+        check.update(bytes);
+        sink(bytes);
+      });
+  if (status != 200) failFetch(path, status);
+  check.finish("The target " + shown(target.path));
 }
 
 std::optional<std::string> Client::stored(const std::string& role, std::uint64_t limit) const {
