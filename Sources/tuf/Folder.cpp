@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "ground/osal_io.h"
 #include "ground/osal_ownfile.h"
 #include "tuf/Error.h"
 
@@ -37,12 +38,7 @@ class Unfinished {
   }
 
   void write(std::string_view bytes) const {
-    while (!bytes.empty()) {
-      const ssize_t written = ::write(fd_.get(), bytes.data(), bytes.size());
-      const int error = errno;
-      if (written < 0 && error != EINTR) fail("write to", path_, error);
-      if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
+    if (osal_writeAll(fd_.get(), bytes) != bytes.size()) fail("write to", path_, errno);
   }
 
   void finish(const std::string& name) {
@@ -83,11 +79,10 @@ bool Folder::read(const std::string& name,
   if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
   std::array<char, std::size_t{64} * 1024> piece;
   while (true) {
-    const ssize_t count = ::read(file.get(), piece.data(), piece.size());
-    const int error = errno;
+    const ssize_t count = osal_readSome(file.get(), piece.data(), piece.size());
     if (count == 0) return true;
-    if (count < 0 && error != EINTR) fail("read " + name + " in", path_, error);
-    if (count > 0) sink({piece.data(), static_cast<std::size_t>(count)});
+    if (count < 0) fail("read " + name + " in", path_, errno);
+    sink({piece.data(), static_cast<std::size_t>(count)});
   }
 }
 

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <chrono>
 #include <utility>
 
+#include "ground/osal_utc.h"
 #include "tuf/Error.h"
 
 namespace tuf {
@@ -191,26 +190,9 @@ void parseAllDelegations(Json& value, Targets& targets) {
 }  // namespace
 
 std::time_t parseTime(const std::string& text) {
-  constexpr std::string_view kShape = "0000-00-00T00:00:00Z";
-  const auto fits = [](char shape, char c) {
-    return shape == '0' ? std::isdigit(static_cast<unsigned char>(c)) != 0 : c == shape;
-  };
-  if (!std::equal(text.begin(), text.end(), kShape.begin(), kShape.end(),
-                  [&](char c, char shape) { return fits(shape, c); })) {
-    refuse("A time is not YYYY-MM-DDTHH:MM:SSZ");
-  }
-  const auto number = [&](std::size_t at, std::size_t digits) {
-    return std::stoi(text.substr(at, digits));
-  };
-  using namespace std::chrono;
-  const year_month_day day{year(number(0, 4)), month(static_cast<unsigned>(number(5, 2))),
-                           std::chrono::day(static_cast<unsigned>(number(8, 2)))};
-  if (!day.ok() || number(11, 2) > 23 || number(14, 2) > 59 || number(17, 2) > 59) {
-    refuse("There is no time " + text);
-  }
-  const sys_seconds time =
-      sys_days(day) + hours(number(11, 2)) + minutes(number(14, 2)) + seconds(number(17, 2));
-  return static_cast<std::time_t>(time.time_since_epoch().count());
+  const auto time = osal_parseUtc(text);
+  if (!time) refuse("A time is not YYYY-MM-DDTHH:MM:SSZ");
+  return *time;
 }
 
 Envelope::Envelope(std::string_view file) {

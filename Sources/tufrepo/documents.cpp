@@ -1,5 +1,7 @@
 #include "tufrepo/documents.h"
 
+#include "ground/osal_utc.h"
+
 namespace tufrepo {
 namespace {
 
@@ -26,12 +28,7 @@ Lives defaultLives() {
           {"timestamp", 7 * kDay}};
 }
 
-std::string timeText(std::time_t time) {
-  std::tm utc{};
-  char text[32];
-  if (::gmtime_r(&time, &utc) == nullptr) return {};
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc)};
-}
+std::string timeText(std::time_t time) { return osal_utcText(time); }
 
 Json firstRoot(const std::map<std::string, FirstRole>& roles, const Lives& lives) {
   Json root = document("root");

@@ -143,7 +143,9 @@ AILS = {"status": 27, "calls": None, "config": "[health]\nsettle = '0s'\ntimeout
 
 
 def target(version: str) -> str:
-    return next(path for path in repositories()["final"] if TARGET in path and path.endswith(f"_{version}.deb"))
+    """The package under its SHA-256; the other name is its SHA-512."""
+    return next(path for path in sorted(repositories()["final"], key=len)
+                if TARGET in path and path.endswith(f"_{version}.deb"))
 
 
 def rows() -> list[Row]:

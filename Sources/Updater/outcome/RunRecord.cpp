@@ -5,12 +5,13 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "ground/osal_utc.h"
+
 namespace {
 
 using Json = nlohmann::ordered_json;
 
 constexpr int kSchema = 1;
-constexpr const char* kTimeFormat = "%Y-%m-%dT%H:%M:%SZ";
 
 constexpr std::array<std::string_view, kPhases> kPhaseNames = {
     "check",   "fetch", "verify", "prepare",  "stop",
@@ -51,10 +52,7 @@ std::string dump(const RunRecord& record, int indent) {
 }
 
 std::time_t timeOf(const Json& value) {
-  std::tm utc{};
-  if (!value.is_string()) return 0;
-  const auto text = value.get<std::string>();
-  return ::strptime(text.c_str(), kTimeFormat, &utc) != nullptr ? ::timegm(&utc) : 0;
+  return value.is_string() ? osal_parseUtc(value.get<std::string>()).value_or(0) : 0;
 }
 
 std::string textOf(const Json& value) {
@@ -87,12 +85,7 @@ std::string_view phaseToString(Phase phase) { return kPhaseNames[static_cast<std
 
 bool agentMayBeStopped(Phase phase) { return phase >= Phase::Stop && phase <= Phase::Rollback; }
 
-std::string utcText(std::time_t time) {
-  std::tm utc{};
-  char text[32];
-  if (time == 0 || ::gmtime_r(&time, &utc) == nullptr) return {};
-  return {text, std::strftime(text, sizeof text, kTimeFormat, &utc)};
-}
+std::string utcText(std::time_t time) { return time == 0 ? "" : osal_utcText(time); }
 
 std::string statusText(const RunRecord& record) { return dump(record, 2); }
 

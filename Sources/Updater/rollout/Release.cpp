@@ -1,10 +1,11 @@
 #include "Updater/rollout/Release.h"
 
 #include <cmath>
-#include <ctime>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
+
+#include "ground/osal_utc.h"
 
 using nlohmann::json;
 
@@ -69,20 +70,11 @@ json numberToJson(double number) { return std::llround(number); }
 
 }  // namespace
 
-std::string utcText(UnixTime instant) {
-  const std::time_t seconds = instant.time_since_epoch().count();
-  std::tm utc{};
-  char text[64];
-  if (::gmtime_r(&seconds, &utc) == nullptr) return {};
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc)};
-}
+std::string utcText(UnixTime instant) { return osal_utcText(instant.time_since_epoch().count()); }
 
 std::optional<UnixTime> parseUtc(const std::string& text) {
-  std::tm utc{};
-  const char* const end = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &utc);
-  if (end == nullptr || *end != '\0') return std::nullopt;
-  const UnixTime instant{std::chrono::seconds(::timegm(&utc))};
-  return utcText(instant) == text ? std::optional(instant) : std::nullopt;
+  const auto seconds = osal_parseUtc(text);
+  return seconds ? std::optional(UnixTime(std::chrono::seconds(*seconds))) : std::nullopt;
 }
 
 Release releaseFromJson(const json& qd) {

@@ -7,10 +7,12 @@
 #include <cmath>
 #include <cstdint>
 
+#include "ground/osal_bytes.h"
+
 double slotOf(const std::string& machineId, const Version& version) {
   const std::string text = machineId + '\n' + versionText(version);
   std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
-  SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
+  SHA256(osal_bytes(text), text.size(), digest.data());
   std::uint64_t bits = 0;
   for (std::size_t i = 0; i < sizeof bits; ++i) bits = bits << 8 | digest[i];
   constexpr int kFractionBits = 53;  // what a double holds exactly
