@@ -81,7 +81,7 @@ upgrade_during_update() {
   offer 7.2.1.15 /qd/agent-7.2.1.15."$kind"
   mkdir -p /etc/qd
   printf '%s\n' "server = '$server_url'" "fetch.rate = '100KiB'" >/etc/qd/update.toml
-  quiet systemctl enable --now qd-update.timer
+  quiet systemctl enable --now qd-update.timer qd-update@a2.timer
   systemctl start --no-block qd-update.service
   await 60 fetches || expect "a download" "$(journalctl -u qd-update)" "under way"
   local process
@@ -112,7 +112,9 @@ purge_package() {
   say "- purged, it leaves nothing"
   mkdir -p /etc/qd/conf.a2 /var/agent/UpdLogs /var/lib/qd/update.a2
   printf '/var/agent\n' >/etc/qd/conf.a2/dbdir.cfg
-  touch /var/agent/UpdLogs/agent_upd.{log,bak} /var/lib/qd/update.a2/status.json /tmp/agent_upd.log
+  printf '[report]\ntextfile = "/var/agent"\n' >/etc/qd/update.a2.toml
+  touch /var/agent/UpdLogs/agent_upd.{log,bak} /var/lib/qd/update.a2/status.json /tmp/agent_upd.log \
+    /var/agent/qd_update.prom
   quiet dpkg --purge qd-update
   expect "folders" "$(ls -d /var/lib/qd /var/agent/UpdLogs 2>/dev/null)" ""
   rm -r /etc/qd
