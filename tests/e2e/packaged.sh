@@ -6,10 +6,10 @@
 . /qd/expect.sh
 
 # The kind's own commands.
-deb_install() { quiet dpkg -i "$@"; }
+deb_install() { quiet timeout 60 dpkg -i "$@"; }
 deb_remove() { quiet dpkg -r qd-update; }
 deb_agent() { dpkg-query --show --showformat='${Version}' qdagent; }
-rpm_install() { quiet rpm -U "$@"; }
+rpm_install() { quiet timeout 60 rpm -U "$@"; }
 rpm_remove() { quiet rpm -e qd-update; }
 rpm_agent() { rpm -q --queryformat '%{VERSION}' qdagent; }
 
