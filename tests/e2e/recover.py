@@ -63,7 +63,7 @@ def at_an_end(run: Run, place: Place) -> Iterator[str]:
     if read(run.side("agent")) != "active\n":
         yield f"the agent does not run: {outcome}"
     if read(run.side("installed")) not in (f"ii |{FORMER}\n", f"ii |{NEW}\n"):
-        yield f"half an agent: {read(run.side('installed'))}"
+        yield f"half an agent: {read(run.side('installed'))}: {outcome}"
     if stood and json.loads(read(state(run, "status.json")))["outcome"] == "running":
         yield "no outcome is told"
     yield from wrong(run, None)

@@ -43,6 +43,33 @@ wait_for_timer() {
   done
 }
 
+# points COUNT NEW: so many system calls, "NAME NUMBER", of a good run's, from the moment that its window opens.
+points() {
+  update_traced -s 200
+  awk -v count="$1" '{ name = $0; sub(/\(.*/, "", name); n[name]++ } /window\.json\./ { open = 1 }
+    open && name ~ /^[a-z0-9_]+$/ && name != "exit_group" { point[++points] = name " " n[name] }
+    END { for (i = 0; i < count; i++) print point[1 + int(i * points / count)] }' /qd/trace
+}
+
+# update_traced OPTION...: a run below strace.
+update_traced() {
+  (strace -qq -o /qd/trace "$@" /qd/update "$(hex_address "$server_url")" 7.2.1.4 || true) >/qd/run.out 2>&1
+}
+
+# killed_at_calls COUNT OLD NEW
+killed_at_calls() {
+  scene "killed at a system call: the good run" "$2" "$3" 'health.settle = "1s"'
+  points "$1" >/qd/points
+  while read -r name number; do
+    scene "killed at $name $number" "$2" "$3" 'health.settle = "1s"'
+    update_traced -e "trace=$name" -e "inject=$name:signal=KILL:when=$number"
+    /qd/qd-update recover >/qd/recover.out 2>&1 || true
+    expect "window" "$(find "$state" -name 'window*')" ""
+    expect "package and agent" "$(there) $(agent_state)" "$(whole "$(agent_running_version)") active"
+    if [ "$failed" = 1 ]; then log_records | tail -n 40; fi
+  done </qd/points
+}
+
 # recovered STATUS PACKAGE VERSION [COMMAND...]: what it comes to once the command, `recover` unless given, was run.
 recovered() {
   local record

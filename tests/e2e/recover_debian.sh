@@ -25,6 +25,7 @@ installed() {
   kept "$1" 7.2.1.4.deb
 }
 there() { dpkg-query --show --showformat='${db:Status-Abbrev}${Version}' qdagent; }
+whole() { say "ii $1"; }
 
 runs() { pgrep -f "qdagent.$1|tmp.ci/$1" >/dev/null; }
 # shellcheck disable=SC2046
@@ -49,4 +50,8 @@ dies "dpkg dies when it configures" install postinst
 recovered 0 "ii 7.2.1.15" 7.2.1.15
 dies "the new version runs" settle
 recovered 0 "ii 7.2.1.15" 7.2.1.15
+
+make_agent_deb 7.2.1.4 /qd/old.deb
+make_agent_deb 7.2.1.15 /qd/new.deb
+killed_at_calls "${QD_POINTS:-6}" /qd/old.deb /qd/new.deb
 finish

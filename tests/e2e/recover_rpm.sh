@@ -26,6 +26,7 @@ installed() {
   rm -f /run/qd-post
 }
 there() { rpm -q --queryformat '%{VERSION} ' qdagent; }
+whole() { say "$1 "; }
 
 runs() { [ -e "/run/qd-$1" ]; }
 # shellcheck disable=SC2046
@@ -41,4 +42,8 @@ dies "rpm works on, and the timer comes" install
 recovered 0 "7.2.1.15 " 7.2.1.15 wait_for_timer
 dies "rpm dies with both versions in its database" install post
 recovered 26 "7.2.1.4 " 7.2.1.4
+
+make_agent_rpm 7.2.1.4 /qd/old.rpm
+make_agent_rpm 7.2.1.15 /qd/new.rpm
+killed_at_calls "${QD_POINTS:-3}" /qd/old.rpm /qd/new.rpm
 finish

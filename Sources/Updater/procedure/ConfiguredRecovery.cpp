@@ -89,9 +89,10 @@ UpdateResult ConfiguredRun::resume(const AgentWindow& window, UpdateRun& run) {
   }
   preferConffiles();
   Recovery::removeDeadLock(folder_);
-  const UpdateResult result = Recovery(window, run).perform(told);
+  Recovery recovery(window, run);
+  const UpdateResult result = recovery.perform(told);
   run.keep.giveRoomBack();
-  if (result == UpdateResult::PackageManagerBusy && !told) {
+  if (!recovery.isEnd()) {
     return refuse({.server = {}, .installed = window.from}, result, run.message);
   }
   if (!told) {

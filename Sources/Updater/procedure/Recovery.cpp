@@ -5,7 +5,6 @@
 #include <exception>
 #include <thread>
 
-#include "Updater/package/installedAgent.h"
 #include "Updater/prepare/rehearsal.h"
 #include "Updater/prepare/survivors.h"
 #include "Updater/procedure/RollBack.h"
@@ -88,13 +87,13 @@ void Recovery::removeDeadLock(const StateFolder& folder) {
 UpdateResult Recovery::perform(std::optional<UpdateResult> told) try {
   const SignalDelay delay;
   endStandardInput();
-  if (told) startAsItIs();
+  if (told) service_.start(run_.settings->health->timeout);
   const UpdateResult result = told ? *told : attempt();
   run_.packageManager.release();
   return result;
 } catch (const std::exception& e) {
   QDLOG(ROOT, ERR, "Exception : " << e.what());
-  startAsItIs();
+  startMeanwhile();
   run_.message = std::string("Exception : ") + e.what();
   return UpdateResult::Exception;
 }
@@ -135,7 +134,7 @@ bool Recovery::waitForSurvivors() {
     if (std::chrono::steady_clock::now() >= until) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
-  startAsItIs();
+  startMeanwhile();
   run_.message = told + ", which the run left behind, is still at work";
   return false;
 }
@@ -145,13 +144,24 @@ bool Recovery::lockPackages() {
   if (run_.packageManager.acquire(distrib, limit, {}) == PackageManagerLock::Result::Free) {
     return true;
   }
-  startAsItIs();
+  startMeanwhile();
   run_.message = run_.packageManager.holder();
   return false;
 }
 
+/// A momentary lack of processes or memory is no answer.
+std::optional<utils::InstalledAgent> Recovery::queryPersistently() const {
+  constexpr int kAttempts = 5;
+  auto agent = utils::queryInstalledAgent(distrib);
+  for (int attempt = 1; !agent && attempt < kAttempts; ++attempt) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    agent = utils::queryInstalledAgent(distrib);
+  }
+  return agent;
+}
+
 RecoveryFacts Recovery::look() const {
-  const auto agent = utils::queryInstalledAgent(distrib);
+  const auto agent = queryPersistently();
   QDLOG(ROOT, NFY, "Installed is : " << (agent ? agent->text() : "not known"));
   return {.step = window_.step,
           .there = placeOf(agent, run_),
@@ -179,8 +189,11 @@ void Recovery::installAgain() {
   service_.refresh();
 }
 
-/// Where that is not the end: the window stays as it is.
-void Recovery::startAsItIs() { service_.start(run_.settings->health->timeout); }
+/// The window stays as it is.
+void Recovery::startMeanwhile() {
+  isEnd_ = false;
+  service_.start(run_.settings->health->timeout);
+}
 
 bool Recovery::start() {
   run_.enter(Phase::Start);
@@ -200,7 +213,7 @@ UpdateResult Recovery::putBack() {
   if (run_.wasCut) run_.ailment = "its installation was cut off";
   const UpdateResult result = goBack(run_, UpdateResult::Unhealthy, begun_);
   if (result != UpdateResult::RolledBack) {
-    startAsItIs();
+    service_.start(run_.settings->health->timeout);
   } else if (run_.wasCut) {
     run_.message = "the run died when it was installing " + window_.to + "; " + window_.from +
                    " was put back, and is healthy";

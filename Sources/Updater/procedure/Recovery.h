@@ -3,6 +3,7 @@
 #include "Updater/health/AgentWindow.h"
 #include "Updater/health/recovery.h"
 #include "Updater/outcome/StateFolder.h"
+#include "Updater/package/installedAgent.h"
 #include "Updater/procedure/AgentService.h"
 #include "Updater/procedure/Updater.h"
 
@@ -19,15 +20,18 @@ class Recovery : private Updater {
   /// note it in `folder`.
   static void removeDeadLock(const StateFolder& folder);
 
-  /// Does it; where the run has `told` its outcome, an agent is started and no more.
-  /// PackageManagerBusy: what the run started is still at work, so this is not the end; the agent
-  /// was started meanwhile. Everything else is what the run came to in the end. No std::exception
-  /// leaves it.
+  /// Does it; where the run has `told` its outcome, an agent is started and no more. Returns what
+  /// the run came to. No std::exception leaves it.
   UpdateResult perform(std::optional<UpdateResult> told);
+
+  /// Whether that was the end. It is not while what the run started is still at work, or when this
+  /// process lacked something: an agent was started, and whoever comes next does the rest.
+  [[nodiscard]] bool isEnd() const { return isEnd_; }
 
  private:
   UpdateResult attempt();
   bool waitForSurvivors();
+  [[nodiscard]] std::optional<utils::InstalledAgent> queryPersistently() const;
   [[nodiscard]] RecoveryFacts look() const;
   bool lockPackages();
   void complete();
@@ -35,7 +39,7 @@ class Recovery : private Updater {
   UpdateResult judgeNew();
   UpdateResult putBack();
   UpdateResult startOnly(const RecoveryFacts& facts);
-  void startAsItIs();
+  void startMeanwhile();
   bool start();
   [[nodiscard]] std::string thereNow() const;
 
@@ -43,4 +47,5 @@ class Recovery : private Updater {
   UpdateRun& run_;
   AgentService service_;
   std::time_t begun_ = std::time(nullptr);
+  bool isEnd_ = true;
 };

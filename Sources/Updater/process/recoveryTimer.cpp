@@ -28,7 +28,7 @@ std::string recoveryProgram() {
   const std::string own = fs::read_symlink("/proc/self/exe", failed).parent_path().string();
   for (const std::string& folder : {own, std::string("/usr/sbin"), std::string("/usr/bin"),
                                     std::string("/sbin"), std::string("/bin")}) {
-    const std::string path = folder + "/qd-update";
+    std::string path = folder + "/qd-update";
     if (!folder.empty() && isOwnProgram(path)) return path;
   }
   return {};
