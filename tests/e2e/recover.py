@@ -10,7 +10,7 @@ import sys
 from collections.abc import Iterator
 
 from faults import inside, prepared
-from harness import Case, Outcome, Place, Run, main, read, write
+from harness import Case, Outcome, Place, Run, lines, main, read, write
 from harness.linux import PACKAGE
 from records import FILE, STATE, set_up, state, system_calls, wrong
 from settings import PAST
@@ -121,6 +121,7 @@ LEFT = {
     "dpkg cannot complete it": (f"iHR|{NEW}", {}, 26, FORMER, []),
     "nor is there a way back": (f"iHR|{NEW}", {"no_way_back": "none"}, 0, NEW, []),
     "nor is the package whole": (f"iHR|{NEW}", {"no_way_back": "none", "sha256": "0" * 64}, 13, NEW, []),
+    "there is no agent any more": ("un |", {}, 26, FORMER, []),
     "dpkg has not begun": (f"ii |{FORMER}", {}, 11, FORMER, []),
     "it was rolling back": (f"ii |{NEW}", {"step": "rollback", "ailment": "ails"}, 26, FORMER, [NEW]),
     "it was putting back what was cut off": (f"ii |{NEW}", {"step": "rollback"}, 26, FORMER, []),
@@ -154,8 +155,19 @@ def run_lives(place: Place) -> Iterator[str]:
             yield f"{outcome}"
 
 
+def next_run(place: Place) -> Iterator[str]:
+    """Where neither timer nor boot came, the next run begins with it, and finds the version that is there then."""
+    with prepared(place, {}) as run:
+        half_done(run)
+        outcome = run.go("-D", run.texts["H"], FORMER)
+        told = [json.loads(line) for line in lines(read(state(run, "history.jsonl")))]
+        ends = [(record["run"], record["outcome"]) for record in told[:-1]] + [told[-1]["outcome"]]
+        if outcome.status != 0 or ends != [(PAST["run"], "updated"), ("1" * 32, "updated"), "up-to-date"]:
+            yield f"{ends}: {outcome}"
+
+
 def cases(place: Place, everything: bool) -> dict[str, Case]:
-    found = {name: left(*what) for name, what in LEFT.items()} | {"the run lives": run_lives}
+    found = {name: left(*what) for name, what in LEFT.items()} | {"the run lives": run_lives, "the next run": next_run}
     for kind in KILLED:
         for run, outcome in good(place, kind, "-s 200"):
             points = list(system_calls(run, outcome, KILLED[kind][3]))[:: 1 if everything else 31]

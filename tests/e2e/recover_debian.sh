@@ -40,15 +40,11 @@ dies "dpkg works on, and the timer comes" install
 recovered 0 "ii 7.2.1.15" 7.2.1.15 wait_for_timer
 dies "the agent is being stopped" stop
 recovered 11 "ii 7.2.1.4" 7.2.1.4
-dies "dpkg works on" install
-recovered 0 "ii 7.2.1.15" 7.2.1.15
 dies "dpkg dies before it unpacks" install preinst
 recovered 26 "ii 7.2.1.4" 7.2.1.4
 dies "dpkg dies when it has unpacked" install postrm
 recovered 26 "ii 7.2.1.4" 7.2.1.4
 dies "dpkg dies when it configures" install postinst
-recovered 0 "ii 7.2.1.15" 7.2.1.15
-dies "the new version runs" settle
 recovered 0 "ii 7.2.1.15" 7.2.1.15
 
 make_agent_deb 7.2.1.4 /qd/old.deb

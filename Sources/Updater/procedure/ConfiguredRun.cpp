@@ -58,9 +58,8 @@ int ConfiguredRun::perform(const RunRequest& request) try {
   if (!locked) folder_.close();
   RunRequest now = request;
   if (folder_.holdsLock() && folder_.isOpen() && windowStands(places_)) {
-    if (endFormerRun() == UpdateResult::PackageManagerBusy) {
-      return static_cast<int>(UpdateResult::PackageManagerBusy);
-    }
+    const UpdateResult former = endFormerRun();
+    if (windowStands(places_)) return static_cast<int>(former);  // it is not at its end yet
     const auto agent = utils::queryInstalledAgent(utils::installedKind());
     if (agent && !agent->version.empty()) now.installed = agent->version;
   }
