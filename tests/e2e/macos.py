@@ -154,13 +154,15 @@ synology = partial(Row, program="synology", blocks=BLOCKS | blocks("""
 [install] synopkg install {path}
 [no privilege file] ERR Fail to run post install command: [512]
 """))
+OFFERED = {DEFINITION: f"[{entry('agent.spk', '/i')}]", "/i/v": "7.2.1.15", "/i/h": DIGEST + " ",
+           "/i/agent.spk": PACKAGE}
 SYNOLOGY = [
     synology("SynologyHasNoBuiltInParameters", {}, "{opening} | {no definition} | "
              "ERR Exception : Unsupported distribution", status=11),
-    synology("SynologyFromTheDefinitionFile", {
-        DEFINITION: f"[{entry('agent.spk', '/i')}]", "/i/v": "7.2.1.15", "/i/h": DIGEST + " ",
-        "/i/agent.spk": PACKAGE}, "{until stop} | {stopped} | {upgraded} | {no privilege file} | "
-             "{started}", texts=DEFINED | {"P": "agent.spk"}, requests="{requests}",
+    synology("SynologyIsNotRolledBack", OFFERED, config="health = {timeout = '1s'}", status=13, texts=DEFINED,
+             has="WRN No way back : this system's tools put no former version back"),
+    synology("SynologyFromTheDefinitionFile", OFFERED, "{until stop} | {stopped} | {upgraded} | "
+             "{no privilege file} | {started}", texts=DEFINED | {"P": "agent.spk"}, requests="{requests}",
              calls="{commands}"),
 ]
 

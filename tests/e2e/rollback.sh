@@ -29,7 +29,7 @@ small_disk() {
   mount --bind /qd/disk/qd /var/lib/qd
 }
 
-# settings SETTLE [CHECK]: what the administrator asks for; CHECK is what a check does of an agent that is not 7.2.1.4.
+# settings SETTLE [CHECK]: what the administrator asks for; CHECK is what a check does of an agent but 7.2.1.4.
 settings() {
   mkdir -p /etc/qd/update.d/health
   printf '%s\n' "install.reserve = '1MiB'" "[health]" "settle = '$1'" "timeout = '4s'" >/etc/qd/update.toml
@@ -89,8 +89,8 @@ rolled_back_all() {
   rolled_back "a script fails after the installation" "$script_failure" 2s true "" "" "exit 1"
 }
 
-# cached FILE ENDING: nothing is kept, but FILE lies in the package manager's cache, among packages of the same version
-# that are not what is installed.
+# cached FILE ENDING: nothing is kept, but FILE lies in the package manager's cache, among packages of the same
+# version that are not what is installed.
 cached() {
   rm -r /var/lib/qd/update/keep
   make_package 7.2.1.4 /qd/other "import sys"

@@ -6,8 +6,8 @@
 
 old="ii 7.2.1.4"
 new="ii 7.2.1.15"
-script_failure="the installation failed: installed qdagent package post-installation script subprocess returned error \
-exit status 1"
+script_failure="the installation failed: installed qdagent package post-installation script subprocess returned \
+error exit status 1"
 there() { dpkg-query --show --showformat='${db:Status-Abbrev}${Version}' qdagent; }
 
 # make_package VERSION FILE [CODE [UNIT-LINE [SCRIPT]]]: SCRIPT is what follows in the post-installation script.

@@ -284,14 +284,14 @@ def stays(why: str, ailment: str = BROKEN):
                   f"the agent is unhealthy: {ailment}; the former version was not put back, since {why}{LEFT}"})
 
 
+BACK_AGAIN = {"status": 26, "cause": "rolled-back", "outcome": "rolled-back", "phase": "rollback", "from": "7.2.0.1",
+              "to": "7.2.1.15", "rolled_back_from": "7.2.1.15", "bad": ["7.2.1.15"],
+              "message": f"7.2.1.15 ails: {BROKEN}; 7.2.0.1 was put back, and is healthy"}
 NOTHING = "no package of 7.2.0.1 that could be verified was found"
 ROLLBACKS = [
-    BACK_TO("RollsBack", status=26, calls="{ask} | {fits} | {fits back} | {has timer} | {stop} | {install} | "
-            "{start} | {ask} | {show} | {stop} | {put back} | {start} | {ask} | {show} | {ends timer}", prepare=both(installed(), kept()), check=both(
-                keeps("7.2.0.1", "7.2.0.0"), tells({
-                    "status": 26, "cause": "rolled-back", "outcome": "rolled-back", "phase": "rollback",
-                    "from": "7.2.0.1", "to": "7.2.1.15", "rolled_back_from": "7.2.1.15", "bad": ["7.2.1.15"],
-                    "message": f"7.2.1.15 ails: {BROKEN}; 7.2.0.1 was put back, and is healthy"}))),
+    BACK_TO("RollsBack", status=26, prepare=both(installed(), kept()), check=both(keeps("7.2.0.1", "7.2.0.0"), tells(
+        BACK_AGAIN)), calls="{ask} | {fits} | {fits back} | {has timer} | {stop} | {install} | {start} | {ask} | "
+            "{show} | {stop} | {put back} | {start} | {ask} | {show} | {ends timer}"),
     *(BACK_TO(f"KeepsAtMost{most}", status=0, commands=unit(RUNNING), prepare=both(installed(), kept()),
               config=f"health = {{settle = '0s', keep = {most}}}", check=keeps(*versions))
       for most, versions in ((0, ["7.2.1.15"]), (2, ["7.2.1.15", "7.2.0.1"]))),

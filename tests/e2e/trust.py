@@ -128,7 +128,7 @@ def closed() -> str:
 
 def row(name: str, server: str = "good", config: str = "", status: int = 0, message: str = "",
         outcome: str = "", **more) -> Row:
-    usual = {0: "updated", 20: "failed", 21: "deferred", 24: "refused", 25: "refused", 26: "rolled-back", 27: "failed"}[status]
+    usual = {0: "updated", 21: "deferred", 24: "refused", 25: "refused", 26: "rolled-back"}.get(status, "failed")
     said = {"status": status, "outcome": outcome or usual} | ({"message": message} if message else {})
     more.setdefault("calls", "" if status else None)
     checks = [tells(said, more.pop("history", 1)), *more.pop("checks", [])]
@@ -175,7 +175,8 @@ def rows() -> list[Row]:
             config="[health]\nrollback = false\nsettle = '0s'\ntimeout = '1s'\n"),
         row("FetchesTheWayBack", "former", **AILS | {"status": 26}, requests=first.format(7, 7) +
             f" | GET {target('7.2.0.1')} | GET {target('7.2.1.15')}"),
-        *(row(name, server, **AILS, version=version, has=f"WRN No way back : {why}") for name, server, version, why in (
+        *(row(name, server, **AILS, version=version, has=f"WRN No way back : {why}")
+          for name, server, version, why in (
             ("ComesWithoutAWayBack", "final", "7.2.0.1", "7.2.1.17 is released without a way back"),
             ("MayNotGoBack", "former", "7.2.0.2", "no machine may go back to 7.2.0.2, as its release says"))),
         *(row(f"ClockIsWrongBy{years}Years", prepare=clock(years), status=status)
