@@ -197,7 +197,7 @@ FITS = [
     row("RehearsalSwitchedOff", config="install.rehearse = false", commands=dpkg(plan=""), check=tells(GOOD)),
 ]
 
-HEALTH = partial(row, status=27, config="health = {rollback = false, settle = '1s', timeout = '1s'}")
+HEALTH = partial(row, status=27, config="health = {rollback = false, settle = '1s', timeout = '9s'}")
 
 
 def unit(*states: str, database: dict[str, str] = DATABASE) -> dict[str, str]:
@@ -235,7 +235,7 @@ HEALTHS = [
     *(HEALTH(name, commands=unit(RUNNING), check=ails(why), prepare=both(installed(), drop_in(
         "health/x", f"[ $QD_UPDATE_PHASE != health ] || {command}"))) for name, command, why in [
             ("CheckFails", "exit 3", "check x ended with 3"),
-            ("CheckHangs", "sleep 60", "check x took more than 1 s and was ended")]),
+            ("CheckHangs", "sleep 60", "check x took more than 9 s and was ended")]),
     HEALTH("CheckThatFailedBefore", status=0, commands=unit(RUNNING), check=tells(GOOD),
            prepare=both(installed(), drop_in("health/x", "exit 3")), has="WRN check x ended with 3"),
     row("BadVersion", status=25, calls="", requests="{GET version} | GET {folder}/{hash file}", prepare=both(
@@ -251,7 +251,7 @@ FAILED = "ActiveState=failed\nSubState=failed"
 BROKEN = "its unit is failed (failed)"
 LEFT = "; there is now: 7.2.1.15; the agent runs; install a version that works by hand"
 BACK_TO = partial(row, status=27, commands=unit(FAILED, RUNNING), prepare=installed(),
-                  config="health = {settle = '0s', timeout = '1s'}")
+                  config="health = {settle = '0s', timeout = '9s'}")
 
 
 def keep(run, name: str = "") -> str:

@@ -138,7 +138,7 @@ def row(name: str, server: str = "good", config: str = "", status: int = 0, mess
                **more)
 
 
-AILS = {"status": 27, "calls": None, "config": "[health]\nsettle = '0s'\ntimeout = '1s'\n", "prepare": both(
+AILS = {"status": 27, "calls": None, "config": "[health]\nsettle = '0s'\ntimeout = '9s'\n", "prepare": both(
     before, drop_in("health/x", "[ $QD_UPDATE_PHASE != health ]"))}
 
 
@@ -172,7 +172,7 @@ def rows() -> list[Row]:
         row("WhatAiledIsNotAskedForAgain", drive=then("good"), status=25, calls=None, history=2, prepare=both(
             before, drop_in("health/x", "[ $QD_UPDATE_PHASE != health ]")), checks=[
                 asked("GET /metadata/2.root.json | GET /metadata/timestamp.json")],
-            config="[health]\nrollback = false\nsettle = '0s'\ntimeout = '1s'\n"),
+            config="[health]\nrollback = false\nsettle = '0s'\ntimeout = '9s'\n"),
         row("FetchesTheWayBack", "former", **AILS | {"status": 26}, requests=first.format(7, 7) +
             f" | GET {target('7.2.0.1')} | GET {target('7.2.1.15')}"),
         *(row(name, server, **AILS, version=version, has=f"WRN No way back : {why}")

@@ -127,7 +127,7 @@ class Run:
         self.first = ""  # shell text, run by the process before it becomes the program
         self.stdin: int = subprocess.DEVNULL
         self.stdout: int | None = None  # in place of the file whose content is the outcome's
-        self.timeout = 60
+        self.timeout = 300
         self.most = 0  # MiB of memory; when it is seen to take more, it is ended
         self.starts = 0
 
