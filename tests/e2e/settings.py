@@ -14,7 +14,7 @@ from pathlib import Path
 import jsonschema
 
 from harness import Row, blocks, difference, fill, main, read, write
-from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, WRONG
+from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, VERSION, WRONG
 
 TOP = Path(__file__).resolve().parents[2]
 SCHEMA = json.loads((TOP / "share/status.schema.json").read_text())
@@ -161,6 +161,8 @@ RUNS = [
     row("AgentThatDoesNotStart", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'},
         check=tells({"cause": "start-failed", "message":
                      "the agent could not be started; there is now: 7.2.1.15"})),
+    row("ServersTextIsOneLine", {VERSION: b"\x1b[2J\n" + b"x" * 2000}, status=5, check=tells(
+        {"message": "Invalid version_long.txt  [2J " + "x" * 970 + "..."})),
     row("SecretsAreInNoRecord", {DEB: 404}, status=2, args=["{secret}", "{V}"],
         drive=lambda run, args: run.go(run.texts["S"].replace("//", "//u:pw@").encode().hex(),
                                        args[1]),

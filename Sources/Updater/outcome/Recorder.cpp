@@ -1,6 +1,8 @@
 #include "Updater/outcome/Recorder.h"
 
+#include <algorithm>
 #include <cstring>
+#include <ctime>
 #include <random>
 
 #include "base/ground/target.h"
@@ -20,14 +22,17 @@ std::string newRunId() {
   return digits;
 }
 
+/// A clock that was never set stands at 0, which would say that there is no time.
+std::time_t timeNow() { return std::max<std::time_t>(1, std::time(nullptr)); }
+
 }  // namespace
 
 RunRecord newRecord(const std::string& from) {
   RunRecord record;
   record.run = newRunId();
   record.program = targetProgramVersion();
-  record.from = from;
-  record.started = std::time(nullptr);
+  record.from = plainLine(from);
+  record.started = timeNow();
   return record;
 }
 
@@ -37,8 +42,8 @@ void endRecord(RunRecord& record, UpdateResult result, bool updated, const std::
   record.status = static_cast<int>(result);
   record.outcome = updated && isDone ? RunOutcome::Updated : status.outcome;
   record.cause = status.cause;
-  record.message = message.empty() && !isDone ? std::string(status.meaning) : message;
-  record.ended = std::time(nullptr);
+  record.message = plainLine(message.empty() && !isDone ? status.meaning : message);
+  record.ended = timeNow();
   if (isDone) record.phase = Phase::Done;
 }
 
@@ -46,7 +51,7 @@ Recorder::Recorder(StateFolder& folder, Places places)
     : folder_(folder), places_(std::move(places)), record_(newRecord({})) {}
 
 void Recorder::begin(const std::string& from) {
-  record_.from = from;
+  record_.from = plainLine(from);
   if (folder_.isOpen()) {
     folder_.tidy();
     addFormerRun();
@@ -73,9 +78,11 @@ bool Recorder::resume(const std::string& run, const std::string& from, const std
 }
 
 void Recorder::enter(Phase phase) noexcept {
-  if (phase == record_.phase) return;
+  const bool isAnother = phase != record_.phase;
+  if (!isAnother && record_.attempts == attempts_) return;
+  attempts_ = record_.attempts;
   try {
-    if (beforePhase) beforePhase(phase);
+    if (isAnother && beforePhase) beforePhase(phase);
   } catch (...) {
     // The run is worth more.
   }

@@ -46,7 +46,7 @@ class Recorder {
   /// now.
   bool resume(const std::string& run, const std::string& from, const std::string& to);
 
-  /// The run has come to `phase`.
+  /// The run has come to `phase`, or begins another download in it.
   void enter(Phase phase) noexcept;
 
   /// Bytes of the package have come.
@@ -69,5 +69,6 @@ class Recorder {
   Places places_;
   RunRecord record_;
   std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
+  unsigned int attempts_ = 0;  ///< as the record had them when a phase was entered
   bool warned_ = false;
 };

@@ -59,12 +59,12 @@ std::string textOf(const Json& value) {
   return value.is_string() ? value.get<std::string>() : std::string();
 }
 
-/// A label's value: the format has "\\", "\"" and the line feed escaped.
+/// A label's value: the format has "\\" and "\"" escaped, and takes nothing that is no UTF-8.
 std::string labelValue(std::string_view value) {
   std::string escaped;
   for (const char c : value) {
     if (c == '\\' || c == '"') escaped += '\\';
-    escaped += c == '\n' ? ' ' : c;
+    escaped += c < ' ' || c > '~' ? '?' : c;
   }
   return '"' + escaped + '"';
 }
@@ -86,6 +86,14 @@ std::string_view phaseToString(Phase phase) { return kPhaseNames[static_cast<std
 bool agentMayBeStopped(Phase phase) { return phase >= Phase::Stop && phase <= Phase::Rollback; }
 
 std::string utcText(std::time_t time) { return time == 0 ? "" : osal_utcText(time); }
+
+std::string plainLine(std::string_view text) {
+  constexpr std::size_t kMost = 1000;
+  std::string line(text.substr(0, kMost));
+  std::ranges::replace_if(
+      line, [](unsigned char c) { return c < ' ' || c == 0x7f; }, ' ');
+  return text.size() > kMost ? line + "..." : line;
+}
 
 std::string statusText(const RunRecord& record) { return dump(record, 2); }
 

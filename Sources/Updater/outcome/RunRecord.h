@@ -55,6 +55,10 @@ struct RunRecord {
   std::array<double, kPhases> seconds{};
 };
 
+/// `text`, which may come from a server or a program, as a line for people: control characters are
+/// blanks, and what is very long is cut.
+std::string plainLine(std::string_view text);
+
 /// The record as a JSON object, on several lines with the last one ended: the content of
 /// status.json.
 std::string statusText(const RunRecord& record);
