@@ -69,7 +69,12 @@ int runUpdate(const CommandLine& arguments) {
     return Updater(arguments.skipInstall).checkAndUpdate(url, arguments.version);
   }
   const RunRequest request{url, arguments.version, arguments.skipInstall};
-  return ConfiguredRun(settings, places).perform(request);
+  ConfiguredRun run(settings, places);
+  const int status = run.perform(request);
+  if (status == static_cast<int>(UpdateResult::ConfigurationFaulty)) {
+    std::cerr << run.record().message << '\n';
+  }
+  return status;
 }
 
 }  // namespace

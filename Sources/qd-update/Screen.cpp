@@ -112,9 +112,9 @@ void RunDisplay::showProgress(const RunRecord& record) {
 void ScreenLog::log(unsigned int pid, unsigned long long threadId, const char* module,
                     const char* level, const char* file, int line, const char* func,
                     const char* message) {
-  next_.log(pid, threadId, module, level, file, line, func, message);
+  if (next_ != nullptr) next_->log(pid, threadId, module, level, file, line, func, message);
   try {
-    screen_.print(std::string(level) + " " + message);
+    screen_.print(std::string(level) + " " + plainLine(message));
   } catch (...) {
     // A line that is not shown is in the log all the same.
   }

@@ -57,14 +57,15 @@ class RunDisplay {
   bool toldInterrupt_ = false;
 };
 
-/// A sink that also prints each record, above the line that is drawn.
+/// A sink that prints each record, above the line that is drawn, and hands it on if there is a
+/// next.
 class ScreenLog : public QDLogCb {
  public:
-  ScreenLog(QDLogCb& next, Screen& screen) : next_(next), screen_(screen) {}
+  explicit ScreenLog(Screen& screen, QDLogCb* next = nullptr) : next_(next), screen_(screen) {}
   void log(unsigned int pid, unsigned long long threadId, const char* module, const char* level,
            const char* file, int line, const char* func, const char* message) override;
 
  private:
-  QDLogCb& next_;
+  QDLogCb* next_;
   Screen& screen_;
 };

@@ -1,11 +1,12 @@
 #include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "Updater/download/PatientTransport.h"
 #include "Updater/procedure/LastError.h"
 #include "Updater/procedure/UpdateRun.h"
-#include "Updater/process/agentUnit.h"
+#include "Updater/process/Interrupts.h"
 #include "Updater/trust/trustedRoot.h"
 #include "logging/QDLog.h"
 #include "qd-update/commands.h"
@@ -21,35 +22,47 @@ struct Findings {
   std::string available;
   std::string server;
   UpdateResult result = UpdateResult::Done;
+  std::string cause;                   ///< in place of the result's own, where that has several
   std::string message;                 ///< why nothing could be found, or is held back
   std::time_t deferredUntil = 0;       ///< 0: not known, or not deferred
   std::vector<std::string> obstacles;  ///< what keeps a run from installing it now
 };
+
+/// For people; empty when all is well.
+std::string explain(UpdateResult result, const UpdateRun& run, const PatientTransport& requests,
+                    const LastError& lastError) {
+  if (!run.message.empty()) return run.message;
+  if (result == UpdateResult::Done || result == UpdateResult::UpdateAvailable) return {};
+  if (result == UpdateResult::TransferFailed) return requests.failure();
+  return lastError.text().empty() ? std::string(statusOf(result).meaning) : lastError.text();
+}
 
 void askServer(Settings settings, const RunPlaces& places, const std::vector<BadVersion>& bad,
                Findings& found) {
   // Somebody waits for the answer.
   settings.fetch.deadline = std::min(settings.fetch.deadline, std::chrono::seconds(30));
   const LastError lastError;
-  const TrustCopy trust(trustFolderOf(places));
+  const Interrupts interrupts;
+  std::optional<TrustCopy> trust;
+  if (settings.trust) trust.emplace(trustFolderOf(places));
   UpdateRun run;
   run.settings = &settings;
-  run.trustFolder = trust.path();
+  run.trustFolder = trust ? trust->path() : std::string();
   run.dropInFolder = places.dropInFolder;
   run.installedText = found.installed;
   run.bad = bad;
   run.server = settings.server;
-  PatientTransport requests(settings.fetch, settings.server, settings.fetch.deadline);
+  PatientTransport requests(settings.fetch, settings.serversFrom(settings.server),
+                            settings.fetch.deadline);
+  requests.setWatcher([](unsigned long long) { return !Interrupts::came(); });
   Updater updater(false);
   updater.httpClient.setTransport(&requests);
   found.result = updater.checkOnly(withoutPassword(settings.server), run);
   if (run.available.isValid()) found.available = versionText(run.available);
-  if (found.result == UpdateResult::Done || found.result == UpdateResult::UpdateAvailable) return;
+  found.cause = run.cause;
   found.deferredUntil = run.deferredUntil;
-  found.message = withoutPassword(run.message, settings.server);
-  if (!found.message.empty()) return;
-  found.message = lastError.text().empty() ? std::string(statusOf(found.result).meaning)
-                                           : withoutPassword(lastError.text(), settings.server);
+  const std::string message = explain(found.result, run, requests, lastError);
+  found.message = plainLine(withoutPassword(message, settings.server));
 }
 
 Findings find(const Job& job) {
@@ -69,7 +82,7 @@ Findings find(const Job& job) {
   found.installed = installedVersion(job.options);
   if (found.installed.empty()) {
     found.result = UpdateResult::InvalidInstalledVersion;
-    found.message = "the package manager knows no installed agent; --installed says its version";
+    found.message = kNoAgent;
     return found;
   }
   askServer(*read.settings, job.places, bad, found);
@@ -78,7 +91,10 @@ Findings find(const Job& job) {
 }
 
 std::string verdict(const Findings& found) {
-  if (found.result == UpdateResult::Done) return "The installed version is up to date.";
+  if (found.result == UpdateResult::Done) {
+    return "The installed version is up to date" +
+           (found.message.empty() ? "." : "; " + found.message + ".");
+  }
   if (found.result == UpdateResult::HeldBack) {
     const std::string until =
         found.deferredUntil == 0 ? "" : ", until " + localText(found.deferredUntil);
@@ -104,7 +120,8 @@ void print(const Job& job, const Findings& found) {
     std::ranges::replace(outcome, '-', ' ');
     job.screen.print("Last run    " + localText(last->ended) + ", " + outcome);
   }
-  if (found.message.empty() || found.result == UpdateResult::HeldBack) {
+  if (found.message.empty() || found.result == UpdateResult::Done ||
+      found.result == UpdateResult::HeldBack) {
     job.screen.print(verdict(found));
   } else {
     std::cerr << found.message << '\n';
@@ -118,7 +135,7 @@ void printJson(const Job& job, const Findings& found) {
       {"available", found.available},
       {"server", found.server},
       {"status", static_cast<int>(found.result)},
-      {"cause", statusOf(found.result).cause},
+      {"cause", found.cause.empty() ? statusOf(found.result).cause : found.cause},
       {"message", found.message},
       {"deferred_until", found.deferredUntil == 0 ? Json() : Json(utcText(found.deferredUntil))},
       {"obstacles", found.obstacles},
@@ -129,10 +146,10 @@ void printJson(const Job& job, const Findings& found) {
 }  // namespace
 
 int checkForUpdate(const Job& job) {
-  QDLog::QDLogDefCb console;
+  ScreenLog console(job.screen);
   if (QDLog* const logger = QDLog::getLogger(); logger != nullptr) {
     logger->setLevels("ROOT:5;");
-    logger->setLogCb(job.options.verbose ? &console : nullptr);
+    logger->setLogCb(job.options.verbose && !job.options.json ? &console : nullptr);
   }
   const Findings found = find(job);
   if (QDLog* const logger = QDLog::getLogger(); logger != nullptr) logger->setLogCb(nullptr);

@@ -166,7 +166,8 @@ std::string phaseText(Phase phase, const std::string& version) {
 std::string outcomeText(const RunRecord& record) {
   switch (record.outcome) {
     case RunOutcome::UpToDate:
-      return "Up to date: " + record.from + " is installed.";
+      return "Up to date: " + record.from + " is installed" +
+             (record.message.empty() ? "." : "; " + record.message + ".");
     case RunOutcome::Updated:
       return "Updated from " + record.from + " to " + record.to + ".";
     case RunOutcome::Deferred:

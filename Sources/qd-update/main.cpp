@@ -12,6 +12,10 @@ namespace {
 int carryOut(const Options& options) {
   Screen screen;
   const Job job{options, RunPlaces::ofInstance(agentInstance()), screen};
+  if (job.places.settingsFile.empty()) {
+    std::cerr << "QD_AGENT_INSTANCE is no name of an instance: it has a \"/\", or is too long\n";
+    return static_cast<int>(UpdateResult::ConfigurationFaulty);
+  }
   switch (options.command) {
     case Options::Command::Run:
       return runUpdate(job);

@@ -18,7 +18,10 @@ std::optional<std::time_t> parseSince(const std::string& text, std::time_t now) 
     std::tm local{};
     local.tm_isdst = -1;
     const char* const end = ::strptime(text.c_str(), format, &local);
-    if (end != nullptr && *end == '\0') return std::mktime(&local);
+    if (end == nullptr || *end != '\0') continue;
+    const int day = local.tm_mday;
+    const std::time_t time = std::mktime(&local);
+    if (local.tm_mday == day) return time;  // "2026-02-31" is another day
   }
   return std::nullopt;
 }
@@ -46,7 +49,7 @@ OptionsRead readOptions(int argc, const char* const* argv, std::time_t now) {
   std::string since;
   CLI::App app("Keeps the backup agent up to date, as update.toml says.", "qd-update");
   app.set_version_flag("--version", std::string("qd-update ") + targetProgramVersion());
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);  // an unknown one is named, where one that is missing is not
   app.failure_message(CLI::FailureMessage::simple);
 
   using enum Options::Command;
@@ -69,7 +72,9 @@ OptionsRead readOptions(int argc, const char* const* argv, std::time_t now) {
   CLI::App* const history =
       addCommand(app, options, History, "history", "list the runs, newest last");
   addJson(history, options);
-  history->add_option("-n", options.count, "at most so many runs")->capture_default_str();
+  history->add_option("-n", options.count, "at most so many runs")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
   history->add_option("--since", since, "runs since then: 7d, 2026-11-24, \"2026-11-24 02:14\"");
 
   CLI::App* const trust =
@@ -87,6 +92,7 @@ OptionsRead readOptions(int argc, const char* const* argv, std::time_t now) {
 
   try {
     app.parse(argc, argv);
+    if (app.get_subcommands().empty()) throw CLI::RequiredError("A subcommand");
     if (!since.empty()) {
       const auto time = parseSince(since, now);
       if (!time) throw CLI::ValidationError("--since", "takes 7d, 2026-11-24 or such");

@@ -21,11 +21,11 @@ bool isEchoed(const Job& job) {
 class RunLog {
  public:
   RunLog(const Job& job, const LogPlace& place)
-      : file_(place.file, isEchoed(job), place.shared), screenLog_(file_, job.screen) {
+      : file_(place.file, isEchoed(job), place.shared), screenLog_(job.screen, &file_) {
     QDLog* const logger = QDLog::getLogger();
     if (logger == nullptr) throw std::bad_alloc();
     logger->setLevels("ROOT:5;");
-    const bool above = job.options.verbose && job.screen.isTerminal();
+    const bool above = job.options.verbose && !job.options.json && job.screen.isTerminal();
     logger->setLogCb(above ? static_cast<QDLogCb*>(&screenLog_) : &file_);
   }
   RunLog(const RunLog&) = delete;

@@ -30,7 +30,7 @@ int downloadPatiently(const std::string& server, const std::string& path, const 
   HttpClient::Headers headers;
   ScopedFd fd;
   if (osal_openOwnFile(out.c_str(), OwnFileUse::Append, 0600, fd) != 0) return -1;
-  PatientTransport transport({}, server, std::chrono::hours(1));
+  PatientTransport transport({}, {server}, std::chrono::hours(1));
   const auto limit = std::numeric_limits<unsigned long long>::max();
   return transport.download(server + path, fd.get(), out, limit, headers);
 }

@@ -152,8 +152,10 @@ CHECK = [
         prepare=records(PAST), check=prints(
             "Installed   7.2.1.15 | Available   7.2.1.15   from {S} | Last run    "
             "2026-03-01 14:06, updated | The installed version is up to date.")),
+    row("CheckPrintsJson", args=["check", "--json", "-v"], status=100, check=lambda _, outcome: difference(
+        "available", [json.loads(outcome.out)["available"]], ["7.2.1.15"])),
     row("CheckFails", {VERSION: 404}, args=["check"], status=2, check=leaves_nothing(prints(
-        "Installed   7.2.0.1", "Failed to download version:  [404]"))),
+        "Installed   7.2.0.1", "cannot get {F}/version_long.txt: the server answers 404"))),
     row("CheckKnowsABadVersion", args=["check"], status=25, prepare=both(installed(), bad(DIGEST)), check=prints(
         "Installed   7.2.0.1 | Available   7.2.1.15   from {S}", "7.2.1.15 is known as bad here since "
         "2026-03-01T14:05:09Z: why; qd-update forgive 7.2.1.15 ends that")),
@@ -173,7 +175,9 @@ CHECK = [
 RUN = [
     row("RunIsQuiet", args=["run", "--quiet"], check=prints(""), has="{update}"),
     row("RunSaysWhyItFailed", {VERSION: 404}, args=["run", "-q"], status=2, calls=QUERY,
-        check=prints("", "Failed: Failed to download version:  [404]")),
+        check=prints("", "Failed: cannot get {F}/version_long.txt: the server answers 404")),
+    row("NamesWhatItDoesNotKnow", args=["bogus"], status=64, requests="", calls="", check=prints(
+        "", "The following argument was not expected: bogus | Run with --help for more information.")),
     row("RunPrintsItsRecord", args=["run", "--json"], check=lambda run, outcome: difference(
         "output", [outcome.out], [read(state(run))])),
     row("RunIsInterrupted", {DEB: paced({3: interrupt})}, args=["run", "-q"], status=29,

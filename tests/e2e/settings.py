@@ -148,9 +148,9 @@ RUNS = [
         has="NFY Unpacking | NFY Remove lock file", check=tells(GOOD)),
     row("FindsNothingNewer", version="7.2.1.15", status=0, calls="", check=tells(
         {"outcome": "up-to-date", "status": 0, "phase": "done", "to": "7.2.1.15", "message": ""})),
-    row("SaysWhyAndWhereItFailed", {DEB: 404}, status=2, calls="{ask}", check=tells(
-        {"outcome": "failed", "cause": "transfer", "phase": "fetch",
-         "message": "Fail to get HEAD for {F}/setup.deb: [404 ]"})),
+    row("SaysWhyAndWhereItFailed", {"GET " + DEB: 403}, status=2, calls="{ask}", check=tells(
+        {"outcome": "failed", "cause": "transfer", "phase": "fetch", "bytes": 0, "attempts": 1,
+         "message": "cannot get {F}/setup.deb: the server answers 403"})),
     row("InstallationThatFailed", status=13, has="NFY no space", check=tells(
         {"cause": "install-failed", "phase": "start",
          "message": "the installation failed: no space; there is now: 7.2.0.1"}),
@@ -166,7 +166,7 @@ RUNS = [
     row("SecretsAreInNoRecord", {DEB: 404}, status=2, args=["{secret}", "{V}"],
         drive=lambda run, args: run.go(run.texts["S"].replace("//", "//u:pw@").encode().hex(),
                                        args[1]),
-        check=tells({"message": "Fail to get HEAD for {F}/setup.deb: [404 ]"})),
+        check=tells({"message": "cannot get {F}/setup.deb: the server answers 404"})),
     row("HookRefuses", status=28, calls="{ask} | {fits}", prepare=both(installed(), drop_in(
         "hooks/before-1", 'echo $QD_UPDATE_FROM $QD_UPDATE_TO $QD_UPDATE_PHASE $QD_UPDATE_OUTCOME '
         '$QD_UPDATE_STATUS; exit 3'), drop_in("hooks/before-2", "touch $TMPDIR/ran")),

@@ -69,12 +69,14 @@ def repositories() -> dict[str, dict]:
                       for path, body in made["good"].items()}
     stamp = "/metadata/timestamp.json"
     made["tired"] = made["good"] | {stamp: [503, made["good"][stamp]]}
+    made["guarded"] = {path: lambda request, _, body=body: body if "authorization" in request.headers else 401
+                       for path, body in made["good"].items()}
     made["edited"] = {path: body.replace(b'"7.2.1.15"', b'"7.2.1.16"')
                       for path, body in made["good"].items()}
     return made
 
 
-CONFIG = '[trust]\nroot = "/etc/qd/update-root.json"\n[install]\nrehearse = false\n'
+CONFIG = '[install]\nrehearse = false\n[trust]\nroot = "/etc/qd/update-root.json"\n'
 
 
 def before(run) -> None:
@@ -186,14 +188,16 @@ def rows() -> list[Row]:
         *(row("TrustsNo" + name, status=20, requests="", prepare=both(before, lambda run, path=path: os.chmod(
             run.own(fill(path, run.texts)), 0o777)))
           for name, path in (("RootOfOthers", "/etc/qd/update-root.json"), ("MetadataOfOthers", STATE + "/tuf/"))),
-        row("TriesTheMirrors", "good", status=0, drive=mirrored),
+        row("TriesTheMirrors", "guarded", drive=mirrored),
+        row("FindsNoSuchChannel", config='channel = "other"\n', outcome="up-to-date", calls="",
+            message="the repository has no release for this machine in the channel other"),
     ]
 
 
 def mirrored(run, words):
-    """The server that is asked first has nothing."""
+    """The server that is asked first has nothing, and the mirror asks for a password."""
     path = run.own(fill("/etc/qd/update.{I}.toml", run.texts))
-    write(path, f'mirrors = ["{run.texts["S"]}"]\n' + read(path))
+    write(path, f'mirrors = ["{run.texts["S"]}"]\n'.replace("//", "//u:pw@") + read(path), 0o600)
     with Server({}, run.texts, run) as empty:
         return run.go(empty.url.encode().hex(), *words[1:])
 

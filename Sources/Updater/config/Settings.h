@@ -67,4 +67,11 @@ struct Settings {
   ReportSettings report;
 
   bool hasPassword = false;  ///< an address in the file holds one
+
+  /// All servers, in the order in which they are asked: `first`, then the mirrors.
+  [[nodiscard]] std::vector<std::string> serversFrom(const std::string& first) const {
+    std::vector<std::string> servers{first};
+    servers.insert(servers.end(), mirrors.begin(), mirrors.end());
+    return servers;
+  }
 };

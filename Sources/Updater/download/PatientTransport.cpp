@@ -43,13 +43,11 @@ fetch::Options fetchOptionsOf(const FetchSettings& settings, std::chrono::second
   return options;
 }
 
-PatientTransport::PatientTransport(const FetchSettings& settings, std::string server,
+PatientTransport::PatientTransport(const FetchSettings& settings, std::vector<std::string> servers,
                                    std::chrono::seconds deadline)
-    : options_(fetchOptionsOf(settings, deadline)),
-      server_(std::move(server)),
-      shownServer_(withoutPassword(server_)) {
-  options_.watcher = [this](std::uint64_t bytes, std::uint64_t expected) {
-    return watch(bytes, expected);
+    : options_(fetchOptionsOf(settings, deadline)), servers_(std::move(servers)) {
+  options_.watcher = [this](std::uint64_t /*bytes*/, std::uint64_t expected) {
+    return watch(expected);
   };
 }
 
@@ -77,16 +75,17 @@ int PatientTransport::download(const std::string& url, int fd, const std::string
   file.resume(url);
   if (file.size() > 0) QDLOG(ROOT, NFY, "Resuming the download at " << file.size() << " bytes");
   const fetch::Request whole{.url = addressOf(url), .maxBytes = limit};
-  downloads_ = true;
+  file_ = &file;
   const fetch::Result result =
       persist(url, [&](fetch::Transfer& transfer) { return resume(transfer, file, whole); });
-  downloads_ = false;
+  file_ = nullptr;
   file.flush();
   md5_ = file.digests().md5();
   sha256_ = file.digests().sha256();
   return judge(url, result, headers);
 } catch (const std::system_error& e) {
-  downloads_ = false;
+  file_ = nullptr;
+  failure_ = "cannot write " + path + ": " + e.code().message();
   QDLOG(ROOT, ERR, "Cannot write " << path << " : " << e.code().message());
   return -1;
 }
@@ -149,9 +148,11 @@ fetch::Result PatientTransport::persist(const std::string& url, const Attempt& a
   }
 }
 
-bool PatientTransport::watch(std::uint64_t bytes, std::uint64_t expected) noexcept {
-  if (downloads_ && expected > 0) {
-    const std::uint64_t tenth = (resumedAt_ + bytes) * 10 / (resumedAt_ + expected);
+/// What libcurl counts may be the page of an error.
+bool PatientTransport::watch(std::uint64_t expected) noexcept {
+  const std::uint64_t come = file_ != nullptr ? file_->size() : 0;
+  if (come > resumedAt_ && expected > 0) {
+    const std::uint64_t tenth = come * 10 / (resumedAt_ + expected);
     try {
       if (tenth > lastTenth_) QDLOG(ROOT, NFY, "Loading " << tenth * 10 << "%");
     } catch (...) {
@@ -159,11 +160,15 @@ bool PatientTransport::watch(std::uint64_t bytes, std::uint64_t expected) noexce
     }
     lastTenth_ = tenth;
   }
-  return !watcher_ || watcher_(downloads_ ? resumedAt_ + bytes : 0);
+  return !watcher_ || watcher_(come);
 }
 
 std::string PatientTransport::addressOf(const std::string& url) const {
-  return url.starts_with(shownServer_ + "/") ? server_ + url.substr(shownServer_.size()) : url;
+  for (const std::string& server : servers_) {
+    const std::string shown = withoutPassword(server);
+    if (url.starts_with(shown + "/")) return server + url.substr(shown.size());
+  }
+  return url;
 }
 
 milliseconds PatientTransport::timeLeft() const {
@@ -172,7 +177,11 @@ milliseconds PatientTransport::timeLeft() const {
 
 int PatientTransport::judge(const std::string& url, const fetch::Result& result, Headers& headers) {
   headers = result.headers;
+  failure_.clear();
   if (result.error == CURLE_OK && result.status == 200) return 0;
+  failure_ = "cannot get " + url + ": " +
+             (result.error == CURLE_OK ? "the server answers " + std::to_string(result.status)
+                                       : result.message);
   QDLOG(ROOT, ERR, "Request " << url << " failed : " << describe(result));
   return result.error == CURLE_OK && result.status != 0 ? static_cast<int>(result.status) : -1;
 }

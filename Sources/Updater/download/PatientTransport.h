@@ -5,6 +5,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "Updater/config/Settings.h"
 #include "Updater/download/RunningDigests.h"
@@ -19,9 +20,9 @@ fetch::Options fetchOptionsOf(const FetchSettings& settings, std::chrono::second
 /// for all requests together; a download goes on where it was cut. One thread at a time.
 class PatientTransport : public HttpTransport {
  public:
-  /// The time begins to run. `server`: the address, perhaps with user and password, which requests
-  /// below `withoutPassword(server)` are then sent with; no record has them.
-  PatientTransport(const FetchSettings& settings, std::string server,
+  /// The time begins to run. `servers`: their addresses, perhaps with user and password, which
+  /// requests below `withoutPassword(server)` are then sent with; no record has them.
+  PatientTransport(const FetchSettings& settings, std::vector<std::string> servers,
                    std::chrono::seconds deadline);
 
   /// As HttpClient's.
@@ -43,29 +44,32 @@ class PatientTransport : public HttpTransport {
   [[nodiscard]] std::string sha256() const override { return sha256_; }
   void close() override { transfer_.reset(); }
 
+  /// Why the latest request failed, for people; empty when it did not.
+  [[nodiscard]] const std::string& failure() const { return failure_; }
+
  private:
   using Attempt = std::function<fetch::Result(fetch::Transfer&)>;
 
   fetch::Result persist(const std::string& url, const Attempt& attempt);
   fetch::Result resume(fetch::Transfer& transfer, class PartialFile& file,
                        const fetch::Request& whole);
-  bool watch(std::uint64_t bytes, std::uint64_t expected) noexcept;
+  bool watch(std::uint64_t expected) noexcept;
   [[nodiscard]] std::string addressOf(const std::string& url) const;
   [[nodiscard]] std::chrono::milliseconds timeLeft() const;
-  static int judge(const std::string& url, const fetch::Result& result, Headers& headers);
+  int judge(const std::string& url, const fetch::Result& result, Headers& headers);
 
   fetch::Options options_;
-  std::string server_;
-  std::string shownServer_;
+  std::vector<std::string> servers_;
   std::string partialFolder_;
   HttpClient::Watcher watcher_;
   std::unique_ptr<fetch::Transfer> transfer_;
   std::minstd_rand random_{std::random_device{}()};
 
   RunningDigests::Kinds digests_;
-  bool downloads_ = false;
+  const class PartialFile* file_ = nullptr;  ///< that is being downloaded
   std::uint64_t resumedAt_ = 0;
   std::uint64_t lastTenth_ = 0;
   std::string md5_;
   std::string sha256_;
+  std::string failure_;
 };

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <iostream>
 #include <utility>
 
 #include "Updater/download/PartialFile.h"
@@ -95,7 +94,6 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   if (fault.empty()) fault = readBadVersions(places_, run.bad);
   if (!fault.empty()) {
     QDLOG(ROOT, ERR, "Configuration : " << fault);
-    std::cerr << fault << '\n';
     run.message = fault;
     finish(run, UpdateResult::ConfigurationFaulty);
     return UpdateResult::ConfigurationFaulty;
@@ -122,7 +120,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
 
 UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, UpdateRun& run) {
   if (request.installed.empty()) {
-    run.message = "the package manager knows no installed agent";
+    run.message = kNoAgent;
     return UpdateResult::InvalidInstalledVersion;
   }
   if (!updater.checkLockFile(folder_)) {
@@ -140,6 +138,9 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
   preferConffiles();
   const UpdateResult result = updater.perform(withoutPassword(request.server), run);
   updater.httpClient.setTransport(nullptr);
+  if (result == UpdateResult::TransferFailed && run.message.empty()) {
+    run.message = requests->failure();
+  }
   run.packageManager.release();
   run.keep.giveRoomBack();
   // Whatever else it ended with, a later run goes on with it.
@@ -159,8 +160,8 @@ void ConfiguredRun::preferConffiles() const {
 
 std::unique_ptr<PatientTransport> ConfiguredRun::transport(const RunRequest& request,
                                                            UpdateRun& run) {
-  auto requests =
-      std::make_unique<PatientTransport>(settings_.fetch, request.server, settings_.fetch.deadline);
+  auto requests = std::make_unique<PatientTransport>(
+      settings_.fetch, settings_.serversFrom(request.server), settings_.fetch.deadline);
   requests->setWatcher([this](unsigned long long bytes) {
     if (bytes > 0) recorder_->progress(bytes);
     return !Interrupts::came();

@@ -82,6 +82,10 @@ struct OwnPrograms {
   std::vector<std::string> checks;  ///< of the agent's health
 };
 
+/// What is told where nobody knows the installed version.
+inline constexpr const char* kNoAgent =
+    "the package manager knows no installed agent; --installed says its version";
+
 /// Why what the trust begins with, and what it has come to, can't be relied on: somebody else may
 /// write to it. Empty when all is well, and without [trust].
 std::string checkTrust(const Settings& settings, const RunPlaces& places);

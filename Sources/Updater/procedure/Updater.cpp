@@ -178,8 +178,9 @@ Updater::Stop Updater::identifySystem(UpdateRun& /*run*/) {
   return std::nullopt;
 }
 
-Updater::Stop Updater::checkAdministrator(UpdateRun& /*run*/) {
+Updater::Stop Updater::checkAdministrator(UpdateRun& run) {
   if (utils::checkAdmin()) return std::nullopt;
+  run.message = "only root may replace the agent";
   QDLOG(ROOT, ERR, "Need priveledged user or root user");
   return UpdateResult::NotAdministrator;
 }

@@ -153,6 +153,7 @@ class Updater {
   Stop checkUntouched(UpdateRun& run) const;
 
   // Parts of chooseRelease and checkGates.
+  [[nodiscard]] bool hasReleaseForThisMachine(const UpdateRun& run) const;
   RolloutDecision decide(const UpdateRun& run) const;
   RolloutDecision decide(const UpdateRun& run, const std::vector<const Release*>& releases) const;
   static Stop refreshRelease(UpdateRun& run);

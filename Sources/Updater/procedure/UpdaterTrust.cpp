@@ -1,6 +1,7 @@
 // How a run with a settings file learns what it may install: signed releases, and the gates of the
 // roll-out.
 
+#include <algorithm>
 #include <boost/filesystem/path.hpp>
 #include <ctime>
 
@@ -48,12 +49,12 @@ UpdateResult resultOf(TrustFailure::Kind kind) {
 
 Updater::Stop Updater::chooseRelease(UpdateRun& run) {
   if (!run.isSigned()) return std::nullopt;
-  std::vector<std::string> servers{run.server.empty() ? serverUrl : run.server};
-  servers.insert(servers.end(), run.settings->mirrors.begin(), run.settings->mirrors.end());
   const FetchSettings& settings = run.settings->fetch;
   fetch::Options options = fetchOptionsOf(settings, settings.deadline);
   options.watcher = [](std::uint64_t, std::uint64_t) { return !Interrupts::came(); };
-  run.repository = std::make_unique<SignedReleases>(run.trustFolder, servers, options);
+  run.repository = std::make_unique<SignedReleases>(
+      run.trustFolder, run.settings->serversFrom(run.server.empty() ? serverUrl : run.server),
+      options);
   run.message = run.repository->establishRoot(run.settings->trust->root);
   if (!run.message.empty()) {
     QDLOG(ROOT, ERR, "Configuration : " << run.message);
@@ -67,6 +68,11 @@ Updater::Stop Updater::chooseRelease(UpdateRun& run) {
   }
   const RolloutDecision decision = decide(run);
   if (decision.release == nullptr) {
+    if (!hasReleaseForThisMachine(run)) {
+      run.message = "the repository has no release for this machine in the channel " +
+                    run.settings->trust->channel;
+      QDLOG(ROOT, WRN, "No release : " << run.message);
+    }
     QDLOG(ROOT, NFY, "Current version is up to date. Nothing to do");
     return UpdateResult::Done;
   }
@@ -81,6 +87,15 @@ Updater::Stop Updater::chooseRelease(UpdateRun& run) {
   run.message =
       "the release's target " + run.release->file.path + " has no plain file name, or no sha256";
   return UpdateResult::NotTrusted;
+}
+
+/// Of whatever version. Where there is none, somebody may have misspelt the channel.
+bool Updater::hasReleaseForThisMachine(const UpdateRun& run) const {
+  return std::ranges::any_of(run.repository->releases(), [&](const SignedRelease& signedRelease) {
+    const Release& release = signedRelease.release;
+    return release.os == os && release.arch == arch && release.kind == distrib &&
+           release.channels.contains(run.settings->trust->channel);
+  });
 }
 
 RolloutDecision Updater::decide(const UpdateRun& run) const {

@@ -20,9 +20,18 @@ const Ramp* rampFor(const Release& release, const RolloutMachine& machine) {
 
 bool fits(const Release& release, const RolloutMachine& machine) {
   return release.os == machine.os && release.arch == machine.arch && release.kind == machine.kind &&
-         machine.installed < release.version &&
-         (!release.minFrom || *release.minFrom <= machine.installed) &&
-         rampFor(release, machine) != nullptr;
+         machine.installed < release.version && rampFor(release, machine) != nullptr;
+}
+
+bool takesInstalled(const Release& release, const RolloutMachine& machine) {
+  return !release.minFrom || *release.minFrom <= machine.installed;
+}
+
+/// The release does not take what is installed, and neither does any below it.
+RolloutDecision tooOld(const Release& release) {
+  return heldBack(
+      release, Gate::TooOld, {},
+      "takes no version before " + versionText(*release.minFrom) + ", and no release leads there");
 }
 
 RolloutDecision checkPin(const Release& release, const RolloutSettings& settings) {
@@ -69,26 +78,6 @@ RolloutDecision checkMachine(const Release& release, const RolloutSettings& sett
 
 }  // namespace
 
-const char* gateToString(Gate gate) {
-  switch (gate) {
-    case Gate::None:
-      break;
-    case Gate::Halted:
-      return "halted";
-    case Gate::Share:
-      return "share";
-    case Gate::Age:
-      return "age";
-    case Gate::Pin:
-      return "pin";
-    case Gate::Inhibited:
-      return "inhibited";
-    case Gate::Window:
-      return "window";
-  }
-  return "";
-}
-
 RolloutDecision decideRollout(const std::vector<const Release*>& releases,
                               const RolloutMachine& machine, const RolloutSettings& settings,
                               const std::vector<std::string>& inhibitions, UnixTime now) {
@@ -100,10 +89,12 @@ RolloutDecision decideRollout(const std::vector<const Release*>& releases,
                     [](const Release* a, const Release* b) { return b->version < a->version; });
   RolloutDecision highest;
   for (const Release* release : fitting) {
+    if (!takesInstalled(*release, machine)) continue;
     const RolloutDecision decision = checkRelease(*release, machine, settings, now);
     if (decision.gate == Gate::None) return checkMachine(*release, settings, inhibitions, now);
     if (highest.release == nullptr) highest = decision;
   }
+  if (highest.release == nullptr && !fitting.empty()) highest = tooOld(*fitting.front());
   return highest;
 }
 

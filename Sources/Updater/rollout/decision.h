@@ -18,10 +18,7 @@ struct RolloutMachine {
 };
 
 /// Why a release is not installed now.
-enum class Gate { None, Halted, Share, Age, Pin, Inhibited, Window };
-
-/// "halted", "share", "age", "pin", "inhibited", "window"; empty for None.
-const char* gateToString(Gate gate);
+enum class Gate { None, TooOld, Halted, Share, Age, Pin, Inhibited, Window };
 
 struct RolloutDecision {
   /// The release to install, or the one that is held back; null: nothing newer is there.
@@ -35,7 +32,8 @@ struct RolloutDecision {
 /// releases (halt, share, age, pin) let through, then asks the machine's own gates (inhibitions, by
 /// their names, and the windows). Where no release passes, the decision names the highest one that
 /// fits, and what holds it back. An installed version below a release's `minFrom` gets the highest
-/// release that takes it. Makes no system calls but for the local time zone.
+/// release that takes it; where none does it is too old. Makes no system calls but for the local
+/// time zone.
 RolloutDecision decideRollout(const std::vector<const Release*>& releases,
                               const RolloutMachine& machine, const RolloutSettings& settings,
                               const std::vector<std::string>& inhibitions, UnixTime now);

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Updater/config/settingValues.h"
 #include "Updater/trust/trustedRoot.h"
 #include "fetch/retry.h"
 #include "logging/QDLog.h"
@@ -139,7 +140,9 @@ SignedReleases::Attempt SignedReleases::connect() {
       session_->client.refresh();
       return {};
     } catch (const tuf::Error& e) {
-      keepWorse(attempt.failure, failureOf(e));
+      TrustFailure failure = failureOf(e);
+      failure.text = withoutPassword(server) + ": " + withoutPassword(failure.text, server);
+      keepWorse(attempt.failure, std::move(failure));
       if (session_) attempt.note(session_->fetcher.last());
     }
   }

@@ -65,7 +65,7 @@ TEST(Rollout, ChoosesTheHighestVersionThatTheGatesLetThrough) {
       R"({"version": "7.3.0.0", "channels": {"stable": {"percent": 100, "start": "2026-03-10T00:00:00Z", "hours": 10}}})",
       R"({"version": "7.2.9.0", "halted": true, "channels": {"stable": {"percent": 100, "start": "2026-03-01T00:00:00Z", "hours": 0}}})",
       R"({"version": "7.2.5.0", "min_from": "7.1.0.0", "channels": {"stable": {"percent": 100, "start": "2026-03-05T00:00:00Z", "hours": 0}}})",
-      R"({"version": "7.1.0.0", "channels": {"stable": {"percent": 100, "start": "2026-01-01T00:00:00Z", "hours": 0}, "beta": {"percent": 0, "start": "2026-01-01T00:00:00Z", "hours": 0}}})",
+      R"({"version": "7.1.0.0", "min_from": "6.9.0.0", "channels": {"stable": {"percent": 100, "start": "2026-01-01T00:00:00Z", "hours": 0}, "beta": {"percent": 0, "start": "2026-01-01T00:00:00Z", "hours": 0}}})",
   };
   std::vector<Release> releases;
   for (const char* const text : kReleases) {
@@ -104,6 +104,7 @@ TEST(Rollout, ChoosesTheHighestVersionThatTheGatesLetThrough) {
       {"7.2.1.4", "2026-03-11T00:00:00Z", "stable", "", "0s", "backup", "7.3.0.0", Gate::Inhibited,
        ""},
       {"7.0.0.0", "2026-03-11T00:00:00Z", "beta", "", "0s", "", "7.1.0.0", Gate::Share, ""},
+      {"6.8.0.0", "2026-03-11T00:00:00Z", "beta", "", "0s", "", "7.1.0.0", Gate::TooOld, ""},
       {"7.0.0.0", "2026-03-11T00:00:00Z", "other", "", "0s", "", "", Gate::None, ""},
   };
   for (const auto& test : kCases) {
