@@ -124,6 +124,24 @@ struct FreeList {
 };
 using HeaderList = std::unique_ptr<curl_slist, FreeList>;
 
+void setProtocols(CURL* handle) {
+#if LIBCURL_VERSION_NUM >= 0x075500
+  curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+#else
+  curl_easy_setopt(handle, CURLOPT_PROTOCOLS, CURLPROTO_HTTP | CURLPROTO_HTTPS);
+#endif
+}
+
+/// A server whose name was verified does not lead to one of which nobody knows who it is.
+void setRedirects(CURL* handle, bool verified) {
+#if LIBCURL_VERSION_NUM >= 0x075500
+  curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, verified ? "https" : "http,https");
+#else
+  curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS,
+                   verified ? CURLPROTO_HTTPS : CURLPROTO_HTTP | CURLPROTO_HTTPS);
+#endif
+}
+
 long clamped(milliseconds time) {
   return static_cast<long>(std::clamp<milliseconds::rep>(time.count(), 1, 86'400'000));
 }
@@ -133,14 +151,7 @@ long clamped(milliseconds time) {
 Transfer::Transfer(const Options& options) : options_(options), handle_(curl_easy_init()) {
   if (!handle_) throw std::bad_alloc();
   CURL* const handle = handle_.get();
-#if LIBCURL_VERSION_NUM >= 0x075500
-  curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-#else
-  constexpr long kProtocols = CURLPROTO_HTTP | CURLPROTO_HTTPS;
-  curl_easy_setopt(handle, CURLOPT_PROTOCOLS, kProtocols);
-  curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS, kProtocols);
-#endif
+  setProtocols(handle);
   curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
   curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
   curl_easy_setopt(handle, CURLOPT_MAXREDIRS, options_.maxRedirects);
@@ -193,6 +204,7 @@ Result Transfer::perform(const Request& request, const Begin& begin, const Sink&
   const HeaderList extra(request.ifRange.empty() ? nullptr
                                                  : curl_slist_append(nullptr, condition.c_str()));
   curl_easy_setopt(handle, CURLOPT_URL, request.url.c_str());
+  setRedirects(handle, options_.verify && request.url.starts_with("https:"));
   curl_easy_setopt(handle, CURLOPT_NOBODY, request.headOnly ? 1L : 0L);
   if (!request.headOnly) curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
   curl_easy_setopt(handle, CURLOPT_RANGE, request.from > 0 ? range.c_str() : nullptr);

@@ -75,7 +75,8 @@ class Transfer {
 
   explicit Transfer(const Options& options = {});
 
-  /// Asks for `url` as it stands; dots and escapes stay. Redirects are followed. The body goes to
+  /// Asks for `url` as it stands; dots and escapes stay. Redirects are followed, from a server that
+  /// was verified to https only. The body goes to
   /// `sink` where the status is 200 and is dropped otherwise. A body with more than `maxBytes` ends
   /// the request; the sink has got no more than those. What the sink throws ends the request and
   /// reaches the caller.

@@ -11,8 +11,8 @@ import time
 from functools import partial
 
 from harness import Answer, Row, Skip, difference, fill, main, read, write
-from harness.linux import BLOCKS, DEB, PACKAGE, SUM, WRONG
-from harness.server import free_port
+from harness.linux import BLOCKS, DEB, PACKAGE, SUM, VERSION, WRONG
+from harness.server import free_port, redirect
 from settings import BLOCKS_WITH_FILE, DATABASE, INSTALL, dpkg, installed, tells
 
 OTHER = bytes(reversed(PACKAGE))
@@ -98,10 +98,10 @@ TIRED = [
 
 
 
-def secured(name: str, host: str, config: str, said: str = "") -> Row:
+def secured(name: str, host: str, config: str, said: str = "", script={}) -> Row:
     """A server with a certificate for `host`; what is said when it is not accepted."""
     good = {"outcome": "updated"} if not said else {}
-    return row(name, tls=host, config="[fetch]\ndeadline = '3s'\n" + config, status=0 if not said else 2,
+    return row(name, script, tls=host, config="[fetch]\ndeadline = '3s'\n" + config, status=0 if not said else 2,
                check=tells(good), has=f"ERR Request {{S}}/agent_setup_def.json failed : {said}" if said else "")
 
 
@@ -112,6 +112,8 @@ CERTIFICATES = [
     secured("NotVerified", "elsewhere.example", ""),
     secured("WrongName", "elsewhere.example", OWN, "[60] -> SSL: no alternative certificate subject name "
             "matches target host name '127.0.0.1'"),
+    secured("LeadsToHttp", LOCAL, OWN, '[1] -> Protocol "http" not supported or disabled in libcurl',
+            {"/agent_setup_def.json": redirect("http://127.0.0.1/"), VERSION: redirect("http://127.0.0.1/")}),
     secured("Expired", LOCAL + " expired", OWN, "[60] -> SSL certificate problem: certificate has expired"),
     secured("SelfSigned", LOCAL, "ca = 'system'", "[60] -> SSL certificate problem: self-signed certificate"),
     secured("NoAuthorities", LOCAL, "ca = '/nowhere.pem'",
