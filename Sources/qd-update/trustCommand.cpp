@@ -39,10 +39,13 @@ int fail(const std::string& text) {
   return static_cast<int>(UpdateResult::NotTrusted);
 }
 
-/// Where the settings look for the first root.
-std::string firstRootPath(const RunPlaces& places) {
+/// Where the settings look for the first root; empty where they name none.
+std::string namedRootPath(const RunPlaces& places) {
   const SettingsRead read = readSettingsFile(places.settingsFile);
-  if (read.settings && read.settings->trust) return read.settings->trust->root;
+  return read.settings && read.settings->trust ? read.settings->trust->root : std::string();
+}
+
+std::string usualRootPath(const RunPlaces& places) {
   return std::filesystem::path(places.settingsFile).parent_path() / "update-root.json";
 }
 
@@ -55,9 +58,12 @@ int trustRoot(const Job& job) {
   if (!isWanted(job)) return fail("Nothing was changed.");
   const std::string refused = placeRoot(trustFolderOf(job.places), root, job.options.replace);
   if (!refused.empty()) return fail("Nothing was changed: " + refused);
-  const std::string path = firstRootPath(job.places);
+  const std::string named = namedRootPath(job.places);
+  const std::string path = named.empty() ? usualRootPath(job.places) : named;
   const int error = osal_replaceFile(path.c_str(), root.text, 0644, true);
   if (error != 0) return fail("Cannot write " + path + ": " + std::string(std::strerror(error)));
-  job.screen.print("Trusted. The settings name it as [trust] root = \"" + path + "\".");
+  const char* const verb = named.empty() ? "Trusted. Let the settings name it, so that it counts"
+                                         : "Trusted. The settings name it";
+  job.screen.print(std::string(verb) + ": [trust] root = \"" + path + "\".");
   return 0;
 }

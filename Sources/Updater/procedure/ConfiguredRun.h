@@ -82,7 +82,7 @@ struct OwnPrograms {
   std::vector<std::string> checks;  ///< of the agent's health
 };
 
-/// What is told where nobody knows the installed version.
+/// What is said where nobody knows the installed version.
 inline constexpr const char* kNoAgent =
     "the package manager knows no installed agent; --installed says its version";
 

@@ -63,7 +63,7 @@ struct UpdateRun {
   bool wasCut = false;  ///< a run died installing it, which is no fault of the version
   bool updated = false;
   std::time_t deferredUntil = 0;  ///< 0: not known, or not deferred
-  std::string server;        ///< with user and password, if it has them; empty: as the run was told
+  std::string server;  ///< with user and password, if it has them; empty: as the run was given it
   std::string trustFolder;   ///< of the trusted metadata
   std::string dropInFolder;  ///< of the administrator's marks
   std::unique_ptr<SignedReleases> repository;
