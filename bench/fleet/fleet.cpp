@@ -1,5 +1,6 @@
 // A roll-out to many machines, by the code that runs on them: the share over time, the load on the
-// server, and how often the same machine is among the first.
+// server, and how often the same machine is among the first. Ends with 1 where that is not as
+// chance has it.
 
 #include <algorithm>
 #include <array>
@@ -84,8 +85,8 @@ double farthestFromLine(std::vector<double> slots, const Ramp& ramp) {
 }
 
 /// How many machines were among the first hundredth in so many of the versions, and how many chance
-/// would have.
-void printFairness(const std::vector<std::string>& ids) {
+/// would have. Whether no machine was there so often that chance does not explain it.
+bool printFairness(const std::vector<std::string>& ids) {
   std::vector<int> counts(kVersions + 1);
   for (const std::string& id : ids) {
     int early = 0;
@@ -95,6 +96,8 @@ void printFairness(const std::vector<std::string>& ids) {
   }
   std::cout << "\nAmong the first 1 % in so many of " << kVersions
             << " versions: machines (expected by chance)\n";
+  constexpr double kTooRare = 1e-6;  // machines expected
+  bool isFair = true;
   double chance = static_cast<double>(ids.size()) * std::pow(0.99, kVersions);
   for (int k = 0; k <= kVersions; ++k) {
     const int machines = counts[static_cast<std::size_t>(k)];
@@ -102,8 +105,10 @@ void printFairness(const std::vector<std::string>& ids) {
       std::cout << std::setw(4) << k << std::setw(10) << machines << "  (" << std::fixed
                 << std::setprecision(1) << chance << ")\n";
     }
+    isFair = isFair && (machines == 0 || chance > kTooRare);
     chance *= (kVersions - k) / (k + 1.0) * (0.01 / 0.99);
   }
+  return isFair;
 }
 
 void writeSvg(const std::string& path, const std::vector<Minute>& load) {
@@ -150,10 +155,13 @@ int main(int argc, char** argv) {
                   .from = 0,
                   .start = UnixTime(std::chrono::hours(24 * 20000)),
                   .hours = kMinutes / 60.0};
+  // Percentage points: 0.2 for a million, four standard deviations of so many drawn at random.
+  const double allowed = 200 / std::sqrt(static_cast<double>(machines));
+  const double farthest = farthestFromLine(slots, ramp);
   std::cout << machines << " machines, a ramp of " << kMinutes / 60
             << " h, hourly timers that are up to " << kDelaySeconds / 60 << " min late\n\n"
             << "Farthest from the line at any minute: " << std::fixed << std::setprecision(3)
-            << farthestFromLine(slots, ramp) << " percentage points\n";
+            << farthest << " percentage points\n";
   const std::vector<Minute> load = loadOf(slots, ramp);
   const double requests = std::ranges::max_element(load, {}, &Minute::requests)->requests / 60;
   const double bytes = std::ranges::max_element(load, {}, &Minute::bytes)->bytes / 60;
@@ -163,5 +171,8 @@ int main(int argc, char** argv) {
             << bytes / 1e6 << " MB a second, with packages of " << kPackageBytes / 1e6 << " MB\n"
             << "In all: " << all / 1e12 << " TB\n";
   if (argc > 2) writeSvg(argv[2], load);
-  printFairness(ids);
+  const bool isFair = printFairness(ids);
+  if (farthest <= allowed && isFair) return 0;
+  std::cerr << "The roll-out is not fair.\n";
+  return 1;
 }
