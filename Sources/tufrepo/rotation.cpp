@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -97,23 +98,23 @@ std::string signRoot(const std::string& file, const tuf::Root& before, KeyRing& 
 
 std::string changesOf(const std::string& file, const tuf::Root& before) {
   const tuf::Root next = tuf::parseRoot(std::move(tuf::Envelope(file).content));
-  std::string text =
-      "Root " + std::to_string(next.version) + ", valid until " + timeText(next.expires) + ":\n";
-  const std::size_t head = text.size();
+  std::ostringstream lines;
   for (const std::string& name : topRoles()) {
     const tuf::RoleKeys& was = before.roles.at(name);
     const tuf::RoleKeys& is = next.roles.at(name);
     for (const std::string& id : is.keyIds) {
-      if (!was.keyIds.contains(id)) text += "  " + name + ": new key " + id + "\n";
+      if (!was.keyIds.contains(id)) lines << "  " << name << ": new key " << id << '\n';
     }
     for (const std::string& id : was.keyIds) {
-      if (!is.keyIds.contains(id)) text += "  " + name + ": no longer " + id + "\n";
+      if (!is.keyIds.contains(id)) lines << "  " << name << ": no longer " << id << '\n';
     }
     if (is.threshold == was.threshold) continue;
-    text += "  " + name + ": signed by " + std::to_string(is.threshold) + ", no longer by " +
-            std::to_string(was.threshold) + "\n";
+    lines << "  " << name << ": signed by " << is.threshold << ", no longer by " << was.threshold
+          << '\n';
   }
-  return text.size() == head ? text + "  the keys of before\n" : text;
+  const std::string changes = lines.str();
+  return "Root " + std::to_string(next.version) + ", valid until " + timeText(next.expires) +
+         ":\n" + (changes.empty() ? "  the keys of before\n" : changes);
 }
 
 std::string missingSignatures(const std::string& file, const tuf::Root& before) {
