@@ -138,6 +138,32 @@ def ecdsa(place):
     return life(place, init=("--ecdsa",))
 
 
+SPEC = """Name: qdagent
+Version: {}
+Release: 1
+Summary: agent
+License: none
+BuildArch: noarch
+%description
+Agent.
+%files
+"""
+
+
+def rpm(place):
+    """A package of the other kind, and its facts."""
+    publisher = Publisher(place)
+    (publisher.folder / "spec").write_text(SPEC.format(NEW))
+    words = ["rpmbuild", "-bb", "--quiet", "--define", f"_topdir {publisher.folder}", "--define",
+             "_rpmfilename new.rpm", publisher.folder / "spec"]
+    subprocess.run(words, check=True, capture_output=True)
+    publisher("publish repo RPMS/new.rpm --channel stable --arch amd64")
+    yield from publisher.check("publish", NEW)
+    path, = (release["path"] for release in publisher.status()["releases"])
+    if path != f"linux/amd64/qdagent_{NEW}.rpm":
+        yield path
+
+
 JS = """
 const { Updater } = require('tuf-js');
 const [url, trusted, got, ...names] = process.argv.slice(2);
@@ -498,7 +524,7 @@ def documented(place):
 
 def cases(_, everywhere):
     stride = 1 if everywhere else 7
-    single = (life, ecdsa, tuf_js, refusals, audits, offline, copies, together, page, documented)
+    single = (life, ecdsa, rpm, tuf_js, refusals, audits, offline, copies, together, page, documented)
     return {case.__name__: case for case in single} | {
         f"killed: {line}": functools.partial(killed, line, stride) for line in KILLED} | {
         f"lost: {role}": functools.partial(lost, role) for role in ("snapshot", "targets")}

@@ -11,7 +11,7 @@ from pathlib import Path
 
 from harness import Row, Server, difference, fill, main, read, write
 from harness.suite import PROGRAMS
-from settings import STATE, both, drop_in, installed, row as settings_row, tells
+from settings import STATE, both, drop_in, installed, row as settings_row, state, tells
 
 HOME = tempfile.TemporaryDirectory(prefix="qd-trust.")
 ARCH = subprocess.run(["dpkg", "--print-architecture"], capture_output=True, text=True).stdout.strip()
@@ -191,7 +191,43 @@ def rows() -> list[Row]:
         row("TriesTheMirrors", "guarded", drive=mirrored),
         row("FindsNoSuchChannel", config='channel = "other"\n', outcome="up-to-date", calls="",
             message="the repository has no release for this machine in the channel other"),
+        settings_row("TrustsRootsThatFollow", {}, program="qd-update", config=CONFIG, drive=trusts, args=[], good={},
+                     requests="", status=24, check=lambda run, _: filter(None, [run.texts.get("amiss")])),
     ]
+
+
+ANOTHER = "Nothing was changed: another root is trusted already, and this one does not follow from it; " \
+    "--replace begins anew\n"
+ROOTS = [  # what is trusted one after the other, how it ends, and what is said of it
+    ("first", 24, "Nobody can be asked here; --yes takes the root as it is shown.\nNothing was changed.\n"),
+    ("first --yes", 0, ""), ("other --yes", 24, ANOTHER), ("second --yes", 0, ""), ("first --yes", 24, ANOTHER),
+    ("other --yes --replace", 0, ""), ("first --yes", 24, ANOTHER)]
+
+
+def trusts(run, _):
+    """Roots from the command line, the last of which went back in time."""
+    for name, text in roots().items():
+        write(run.side(name), text)
+    for words, status, said in ROOTS:
+        name, *options = words.split()
+        outcome = run.go("trust", run.side(name), *options)
+        end = len(outcome.err) - len(said)
+        kept = read(state(run, "tuf/root.json")) == roots()[name].decode()
+        if outcome.status != status or outcome.err[end:] != said or kept != (status == 0):
+            run.texts["amiss"] = f"{words}: {outcome}"
+            break
+    return outcome
+
+
+@functools.cache
+def roots() -> dict[str, bytes]:
+    first = repositories()["empty"]["/metadata/1.root.json"]
+    repo("rotate", "root")
+    second = snapshot()["/metadata/2.root.json"]
+    os.rename(f"{HOME.name}/keys", f"{HOME.name}/former")
+    os.rename(f"{HOME.name}/repo", f"{HOME.name}/rotated")
+    repo("init")
+    return {"first": first, "second": second, "other": snapshot()["/metadata/1.root.json"]}
 
 
 def mirrored(run, words):
