@@ -122,8 +122,8 @@ UpdateResult Recovery::attempt() {
 
 /// A package manager that the run started outlives it.
 bool Recovery::waitForSurvivors() {
-  const std::vector<std::string> paths = {window_.package,
-                                          run_.keep.isOpen() ? run_.keep.pathOf("") : ""};
+  std::vector<std::string> paths = {window_.package};
+  if (!run_.kept.file.empty()) paths.push_back(run_.keep.pathOf(run_.kept.file));
   const auto until = std::chrono::steady_clock::now() + run_.settings->install.lockWait;
   std::string told;
   for (;;) {
