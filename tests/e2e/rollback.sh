@@ -32,7 +32,7 @@ small_disk() {
 # settings SETTLE [CHECK]: what the administrator asks for; CHECK is what a check does of an agent but 7.2.1.4.
 settings() {
   mkdir -p /etc/qd/update.d/health
-  printf '%s\n' "install.reserve = '1MiB'" "[health]" "settle = '$1'" "timeout = '4s'" >/etc/qd/update.toml
+  printf '%s\n' "install.reserve = '1MiB'" "[health]" "settle = '$1'" "timeout = '9s'" >/etc/qd/update.toml
   printf '#!/bin/sh\ngrep -qx 7.2.1.4 /run/qdagent/version || { %s; }\n' "${2:-true}" >/etc/qd/update.d/health/version
   chmod 755 /etc/qd/update.d/health/version
 }
@@ -80,8 +80,8 @@ rolled_back_all() {
   rolled_back "does not start" "the agent could not be started" 2s true "raise SystemExit(1)"
   rolled_back "dies after 5 s" "its unit is failed (failed)" 8s true "signal.alarm(5)"
   rolled_back "fails its check" "check version ended with 3" 1s "exit 3"
-  rolled_back "hangs its check" "check version took more than 4 s and was ended" 1s "sleep 60"
-  rolled_back "its unit never gets ready" "its unit is still activating after 4 s" 2s true \
+  rolled_back "hangs its check" "check version took more than 9 s and was ended" 1s "sleep 60"
+  rolled_back "its unit never gets ready" "its unit is still activating after 9 s" 2s true \
     'del os.environ["NOTIFY_SOCKET"]' TimeoutStartSec=infinity
   rolled_back "fills the disk when it starts" "the agent could not be started" 2s true \
     'os.system("head -c 1G /dev/zero >/var/lib/qd/fill"); raise SystemExit(1)'

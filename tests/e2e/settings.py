@@ -234,10 +234,6 @@ HEALTHS = [
            has="NFY x: prepare 7.2.1.15 | NFY x: health 7.2.1.15 | NFY The agent is healthy"),
     HEALTH("DiesWhileItSettles", commands=unit(RUNNING, "ActiveState=failed\nSubState=failed"),
            check=both(ails("its unit is failed (failed)"), is_bad)),
-    *(HEALTH(name, commands=unit(RUNNING), check=ails(why), prepare=both(installed(), drop_in(
-        "health/x", f"[ $QD_UPDATE_PHASE != health ] || {command}"))) for name, command, why in [
-            ("CheckFails", "exit 3", "check x ended with 3"),
-            ("CheckHangs", "sleep 60", "check x took more than 9 s and was ended")]),
     HEALTH("CheckThatFailedBefore", status=0, commands=unit(RUNNING), check=tells(GOOD),
            prepare=both(installed(), drop_in("health/x", "exit 3")), has="WRN check x ended with 3"),
     row("BadVersion", status=25, calls="", requests="{GET version} | GET {folder}/{hash file}", prepare=both(
@@ -302,9 +298,6 @@ ROLLBACKS = [
             has="WRN the kept package of 7.2.0.1 is damaged"),
     BACK_TO("RollBackFails", prepare=both(installed(), kept()), check=stays("no space"),
             commands=unit(FAILED, RUNNING, database=dpkg(back="echo no space; exit 2"))),
-    BACK_TO("PutsBackWhatIsNotWhole", status=26, prepare=both(installed(), kept()), commands=unit(
-        RUNNING, database=dpkg('echo "iF |7.2.1.15" >"$tmp/../installed"; echo no; exit 1')), check=tells({
-            "message": "7.2.1.15 ails: the installation failed: no; 7.2.0.1 was put back, and is healthy"})),
     BACK_TO("InstallsNothing", status=13, prepare=both(installed(), kept()), commands=unit(
         RUNNING, database=dpkg("echo no; exit 1")), check=tells({"rolled_back_from": None, "bad": []})),
 ]

@@ -27,21 +27,26 @@ std::vector<std::string> configurationFiles(AgentDistrib distrib) {
   return files;
 }
 
+std::vector<std::string> tarWords(const std::string& what, const std::string& path) {
+  return {"tar",    what,       "--absolute-names", "--same-permissions",
+          "--acls", "--xattrs", "--selinux",        "--file",
+          path};
+}
+
 }  // namespace
 
 bool saveConfigurationFiles(AgentDistrib distrib, const std::string& path) {
   ::unlink(path.c_str());
   const std::vector<std::string> files = configurationFiles(distrib);
   if (files.empty()) return true;
-  std::vector<std::string> words = {"tar", "--create", "--absolute-names", "--file", path, "--"};
+  std::vector<std::string> words = tarWords("--create", path);
+  words.emplace_back("--");
   words.insert(words.end(), files.begin(), files.end());
   return ask(words, true).status == 0;
 }
 
 bool restoreConfigurationFiles(const std::string& path) {
-  if (::access(path.c_str(), F_OK) != 0) return true;
-  return ask({"tar", "--extract", "--absolute-names", "--same-permissions", "--file", path}, true)
-             .status == 0;
+  return ::access(path.c_str(), F_OK) != 0 || ask(tarWords("--extract", path), true).status == 0;
 }
 
 }  // namespace utils
