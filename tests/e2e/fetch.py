@@ -3,10 +3,14 @@
 
 import hashlib
 import os
+import random
+import select
 import shutil
 import socket
+import socketserver
 import subprocess
 import sys
+import threading
 import time
 from functools import partial
 
@@ -18,6 +22,11 @@ from settings import BLOCKS_WITH_FILE, DATABASE, INSTALL, dpkg, installed, tells
 OTHER = bytes(reversed(PACKAGE))
 row = partial(Row, config="", commands=DATABASE, prepare=installed(), connections=99,
               blocks=BLOCKS | BLOCKS_WITH_FILE)
+
+
+# The digest of what is installed is in the file "sum".
+SUMMED = dpkg('md5sum "$2" >"$tmp/../sum"; ' + INSTALL)
+LOCAL = "127.0.0.1"
 
 
 def part(content: bytes, tag: str, cut: int = 0, ignores_condition: bool = False, total: int = 0):
@@ -48,11 +57,10 @@ def ranges(*expected: str, content: bytes = PACKAGE):
 
 
 def downloads(name: str, *answers, **more) -> Row:
-    commands = dpkg('md5sum "$2" >"$tmp/../sum"; ' + INSTALL)
     content = more.pop("content", PACKAGE)
     script = {"GET " + DEB: [*answers], "HEAD " + DEB: content,
               SUM: hashlib.md5(content).hexdigest() + "  setup.deb\n"}
-    return row(name, script, commands=commands, check=ranges(*more.pop("parts"), content=content), **more)
+    return row(name, script, commands=SUMMED, check=ranges(*more.pop("parts"), content=content), **more)
 
 
 def twice(run, args):
@@ -82,6 +90,72 @@ RESUMED = [
     downloads("WrongDigestIsDropped", part(WRONG, A), part(PACKAGE, B), parts=["all", "all"]),
 ]
 
+NGINX = """daemon off; pid {0}/pid; error_log {0}/error.log; user nobody nogroup; events {{}}
+http {{ access_log off; client_body_temp_path {0}/1; proxy_temp_path {0}/2; fastcgi_temp_path {0}/3;
+uwsgi_temp_path {0}/4; scgi_temp_path {0}/5; server {{ listen 127.0.0.1:{1}; root {0}/www; }} }}"""
+CUTS, LARGE = 20, random.Random(1).randbytes(8 << 20)
+
+
+class Cutter(socketserver.ThreadingTCPServer):
+    """A bad line to another port: it breaks after some bytes, so many times, and calls `broken` each time."""
+
+    daemon_threads = allow_reuse_address = True
+
+    def __init__(self, port: int, broken):
+        super().__init__((LOCAL, 0), self.handle)
+        self.port, self.broken, self.cuts, self.bytes = port, broken, 0, 0
+        threading.Thread(target=self.serve_forever, daemon=True).start()
+
+    def handle(self, client, *_) -> None:
+        with socket.create_connection((LOCAL, self.port)) as server:
+            left = random.randrange(1, len(LARGE) // CUTS)
+            while ready := select.select([client, server], [], [])[0]:
+                cutting = ready[0] is server and self.cuts < CUTS
+                if not (piece := ready[0].recv(left if cutting else 65536)):
+                    return
+                (server if ready[0] is client else client).sendall(piece)
+                self.bytes += len(piece) * (ready[0] is server)
+                left -= len(piece) * cutting
+                if left <= 0:
+                    self.cuts += 1
+                    self.broken(self.cuts)
+                    return
+
+
+def cut_by_nginx(name: str, exchanged_at: int, wanted: bytes, most: float) -> Row:
+    """A real server of files behind a bad line; after so many cuts it has another file."""
+    def drive(run, args):
+        if shutil.which("nginx") is None:
+            raise Skip("needs nginx")
+        top, port = run.side("nginx"), free_port()
+        package = f"{top}/www{fill(DEB, run.texts)}"
+        os.makedirs(os.path.dirname(package))
+        write(package, LARGE)
+        os.utime(package, (1, 1))
+        write(package + ".new", wanted)
+        write(package + ".md5", hashlib.md5(wanted).hexdigest() + "  setup.deb\n")
+        write(f"{top}/www{fill(VERSION, run.texts)}", "7.2.1.15\n")
+        write(f"{top}/conf", NGINX.format(top, port))
+        with subprocess.Popen(["nginx", "-p", top, "-c", f"{top}/conf", "-e", f"{top}/error.log"]) as nginx, \
+                Cutter(port, lambda cut: cut == exchanged_at and os.rename(package + ".new", package)) as line:
+            while socket.socket().connect_ex((LOCAL, port)):
+                time.sleep(0.05)
+            outcome = run.go(f"http://{LOCAL}:{line.server_address[1]}".encode().hex(), args[1])
+            line.shutdown()
+            nginx.terminate()
+        run.texts["came"] = f"{line.cuts} cuts, {line.bytes / len(LARGE)}"
+        return outcome
+
+    def check(run, outcome):
+        yield from difference("installed", [read(run.side("sum"))[:32]], [hashlib.md5(wanted).hexdigest()])
+        cuts, _, came = run.texts["came"].split()
+        if int(cuts) < CUTS or float(came) > most or "wrong hash" in str(outcome.log):
+            yield f"{run.texts['came']}: {outcome.log}"
+    return row(name, commands=SUMMED, drive=drive, check=check)
+
+
+BY_NGINX = [cut_by_nginx("CutByNginx", 0, LARGE, 1.02), cut_by_nginx("ExchangedByNginx", 10, LARGE[::-1], 2.02)]
+
 DOWN = Answer("no", status=503)
 TIRED = [
     row("DigestAfterAll", {SUM: [503, 503, BLOCKS["D"] + "  setup.deb\n"]}, has="{update}"),
@@ -105,7 +179,7 @@ def secured(name: str, host: str, config: str, said: str = "", script={}) -> Row
                check=tells(good), has=f"ERR Request {{S}}/agent_setup_def.json failed : {said}" if said else "")
 
 
-LOCAL, OWN = "127.0.0.1", "ca = '{ca}'"
+OWN = "ca = '{ca}'"
 CLIENT = "\nclient_cert = '{ca}'\nclient_key = '{key}'"
 CERTIFICATES = [
     secured("OwnAuthority", LOCAL, OWN),
@@ -159,4 +233,4 @@ PROXIES = [
 ]
 
 if __name__ == "__main__":
-    sys.exit(main(__doc__, [*RESUMED, *TIRED, *CERTIFICATES, *PROXIES]))
+    sys.exit(main(__doc__, [*RESUMED, *BY_NGINX, *TIRED, *CERTIFICATES, *PROXIES]))
