@@ -2,9 +2,9 @@
 # The commands of docs/administrator.md as they stand there, from the packages to a staged roll-out.
 
 # shellcheck source=tests/e2e/expect.sh
-. /qd/expect.sh
+. /qd/expect.sh || exit
 # shellcheck source=tests/e2e/published.sh
-. /qd/published.sh
+. /qd/published.sh || exit
 
 # is_as_told NUMBER: what the text says of the command that was run.
 is_as_told() {

@@ -2,9 +2,9 @@
 # The example for Ansible, on this machine: it installs what keeps an agent up to date, and changes nothing the next time.
 
 # shellcheck source=tests/e2e/expect.sh
-. /qd/expect.sh
+. /qd/expect.sh || exit
 # shellcheck source=tests/e2e/published.sh
-. /qd/published.sh
+. /qd/published.sh || exit
 
 if ! command -v ansible-playbook >/dev/null; then
   say "It needs ansible-playbook."

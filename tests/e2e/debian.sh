@@ -2,7 +2,7 @@
 # Updates on a Debian system, with its own dpkg and systemctl.
 
 # shellcheck source=tests/e2e/expect.sh
-. /qd/expect.sh
+. /qd/expect.sh || exit
 
 make_packages() {
   local version

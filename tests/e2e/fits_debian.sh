@@ -2,9 +2,9 @@
 # Nothing is stopped before everything fits: with an update.toml, on a Debian system with its own dpkg, apt and systemctl.
 
 # shellcheck source=tests/e2e/expect.sh
-. /qd/expect.sh
+. /qd/expect.sh || exit
 # shellcheck source=tests/e2e/fits.sh
-. /qd/fits.sh
+. /qd/fits.sh || exit
 
 # make_deb FILE CONTROL-LINE...: the agent, of $version, with these fields besides, or in place of its own.
 version=7.2.1.15

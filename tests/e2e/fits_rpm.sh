@@ -2,9 +2,9 @@
 # Nothing is stopped before everything fits: with an update.toml, on a system without dpkg, with the real rpm and systemctl.
 
 # shellcheck source=tests/e2e/expect.sh
-. /qd/expect.sh
+. /qd/expect.sh || exit
 # shellcheck source=tests/e2e/fits.sh
-. /qd/fits.sh
+. /qd/fits.sh || exit
 
 # make_special FILE LINE...: version 7.2.1.15 of the agent with these lines in its spec file.
 make_special() {

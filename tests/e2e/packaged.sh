@@ -3,7 +3,7 @@
 # shellcheck disable=SC2086,SC2317 # commands of several words; functions that await calls
 
 # shellcheck source=tests/e2e/expect.sh
-. /qd/expect.sh
+. /qd/expect.sh || exit
 
 declare -A install=([deb]="dpkg -i" [rpm]="rpm -U") remove=([deb]="dpkg -r" [rpm]="rpm -e")
 

@@ -2,7 +2,7 @@
 # After the boot: within a minute an agent runs, whole, and nobody has done anything for it.
 
 # shellcheck source=tests/e2e/recover.sh
-. /qd/recover.sh
+. /qd/recover.sh || exit
 
 settled() {
   [ ! -e "$state"/window.json ] && [ "$(agent_state) $(agent_running_version)" = "active $(agent_deb_version)" ]

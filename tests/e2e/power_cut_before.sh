@@ -2,7 +2,7 @@
 # An update with [health] on a Debian machine that starts its agent, and ends interrupted updates, at boot.
 
 # shellcheck source=tests/e2e/recover.sh
-. /qd/recover.sh
+. /qd/recover.sh || exit
 
 # make_large_deb VERSION FILE: an agent with many files, so that installing it takes its time.
 make_large_deb() {

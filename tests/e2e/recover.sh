@@ -3,9 +3,9 @@
 # next finds an agent that runs, old or new, whole. What the scenes with dpkg and with rpm share; sourced, not run.
 
 # shellcheck source=tests/e2e/expect.sh
-. /qd/expect.sh
+. /qd/expect.sh || exit
 # shellcheck source=tests/e2e/fits.sh
-. /qd/fits.sh
+. /qd/fits.sh || exit
 
 state=/var/lib/qd/update
 

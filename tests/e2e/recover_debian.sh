@@ -2,7 +2,7 @@
 # Runs that die while they replace the agent, on a Debian system with its own dpkg and systemd.
 
 # shellcheck source=tests/e2e/recover.sh
-. /qd/recover.sh
+. /qd/recover.sh || exit
 
 # slow_deb VERSION FILE: an agent whose scripts take their time: before it is unpacked, after it is configured, and
 # after another version was unpacked over it.

@@ -2,7 +2,7 @@
 # Runs that die while they replace the agent, on a system without dpkg, with the real rpm and systemd.
 
 # shellcheck source=tests/e2e/recover.sh
-. /qd/recover.sh
+. /qd/recover.sh || exit
 
 # slow_rpm VERSION FILE: an agent whose script takes its time, after the installation, when the database has both.
 slow_rpm() {

@@ -4,9 +4,9 @@
 # Version 7.2.1.4 runs and is kept; the server offers one 7.2.1.15 after the other, each of which ails in its own way.
 
 # shellcheck source=tests/e2e/expect.sh
-. /qd/expect.sh
+. /qd/expect.sh || exit
 # shellcheck source=tests/e2e/fits.sh
-. /qd/fits.sh
+. /qd/fits.sh || exit
 
 # ailing_tree VERSION FOLDER [CODE [UNIT-LINE]]: the agent, which runs this Python code first, with two configuration
 # files that name the version, and this line among its unit's settings.

@@ -2,7 +2,7 @@
 # A version that ails is rolled back, on a Debian system, with its own dpkg, apt and systemctl.
 
 # shellcheck source=tests/e2e/rollback.sh
-. /qd/rollback.sh
+. /qd/rollback.sh || exit
 
 old="ii 7.2.1.4"
 new="ii 7.2.1.15"

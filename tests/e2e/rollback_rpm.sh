@@ -2,7 +2,7 @@
 # A version that ails is rolled back, on a system without dpkg, with the real rpm and systemctl.
 
 # shellcheck source=tests/e2e/rollback.sh
-. /qd/rollback.sh
+. /qd/rollback.sh || exit
 
 old=7.2.1.4
 new=7.2.1.15

@@ -2,7 +2,7 @@
 # The agent starts the update of itself, from within its own service.
 
 # shellcheck source=tests/e2e/expect.sh
-. /qd/expect.sh
+. /qd/expect.sh || exit
 
 wait_for_record() {
   for _ in {1..1200}; do
