@@ -242,7 +242,8 @@ HEALTHS = [
                    "qd-update forgive 7.2.1.15 ends that"})),
     row("BadVersionPackagedAnew", requests="{requests}",
         prepare=both(installed(), bad("0" * 32)), check=tells(GOOD | {"bad": ["7.2.1.15"]})),
-    HEALTH("AilsWithoutStarting", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'}),
+    HEALTH("AilsWithoutStarting", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'},
+           check=tells({"cause": "start-failed", "bad": ["7.2.1.15"]})),
 ]
 
 FAILED = "ActiveState=failed\nSubState=failed"

@@ -96,8 +96,8 @@ UpdateResult ConfiguredRun::resume(const AgentWindow& window, UpdateRun& run) {
     return refuse({.server = {}, .installed = window.from}, result, run.message);
   }
   if (!told) {
-    if (isBad(result) && !run.wasCut) markBad(run);
-    if ((run.updated || isBad(result)) && !run.downloadFolder.empty()) {
+    if (isBad(result, run) && !run.wasCut) markBad(run);
+    if ((run.updated || isBad(result, run)) && !run.downloadFolder.empty()) {
       ::unlink(window.package.c_str());
     }
     if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();

@@ -30,7 +30,9 @@ ConfiguredRun::ConfiguredRun(SettingsRead read, RunPlaces places)
       settings_(read_.settings.value_or(Settings())),
       places_(std::move(places)) {}
 
-bool isBad(UpdateResult result) {
+bool isBad(UpdateResult result, const UpdateRun& run) {
+  // Without [health] nobody asks whether it was the version's fault.
+  if (result == UpdateResult::StartFailed) return run.updated && run.settings->health;
   return result == UpdateResult::Unhealthy || result == UpdateResult::RolledBack;
 }
 
@@ -109,7 +111,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
   run.trustFolder = trustFolderOf(places_);
   run.dropInFolder = places_.dropInFolder;
   const UpdateResult result = update(updater, request, run);
-  if (isBad(result)) markBad(run);
+  if (isBad(result, run)) markBad(run);
   if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
   // Records are for all to read.
   run.message = withoutPassword(run.message, request.server);
@@ -144,7 +146,7 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
   run.packageManager.release();
   run.keep.giveRoomBack();
   // Whatever else it ended with, a later run goes on with it.
-  if ((run.updated || isBad(result)) && !run.downloadFolder.empty()) run.package.remove();
+  if ((run.updated || isBad(result, run)) && !run.downloadFolder.empty()) run.package.remove();
   updater.removeLockFile();
   if (Interrupts::came() && result != UpdateResult::Interrupted) {
     QDLOG(ROOT, WRN, "An interrupt came when the agent was being replaced: the run went on");

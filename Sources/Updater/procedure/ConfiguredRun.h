@@ -74,7 +74,7 @@ class ConfiguredRun {
 };
 
 /// Whether the version that a run with this end installed is not to be installed here again.
-bool isBad(UpdateResult result);
+bool isBad(UpdateResult result, const UpdateRun& run);
 
 /// The administrator's own programs, paths in the order of their names.
 struct OwnPrograms {

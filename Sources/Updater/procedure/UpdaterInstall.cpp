@@ -80,6 +80,7 @@ UpdateResult Updater::judgeReplacement(UpdateRun& run, bool installed, bool star
   const auto agent = skipInstall ? std::nullopt : utils::queryInstalledAgent(distrib);
   const std::string there = agent ? "; there is now: " + agent->text() : std::string();
   if (agent) installed = installed && agent->isWhole && Version(agent->version) == run.available;
+  run.updated = installed && !skipInstall;
   if (!started) {
     run.ailment = std::string(installed ? "" : "the installation failed, and ") +
                   "the agent could not be started";
@@ -95,6 +96,5 @@ UpdateResult Updater::judgeReplacement(UpdateRun& run, bool installed, bool star
     return UpdateResult::InstallFailed;
   }
   if (skipInstall) run.message = "the agent was only restarted";
-  run.updated = !skipInstall;
   return UpdateResult::Done;
 }
