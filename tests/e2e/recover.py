@@ -20,7 +20,8 @@ AGENT = """agent="$tmp/../agent"
 case "$*" in
 "start qdagent") echo active >"$agent" ;;
 "stop qdagent") echo inactive >"$agent" ;;
-show*) printf 'Type=notify\\nActiveState=%s\\nSubState=running\\nMainPID=7\\nNRestarts=0\\n' $(cat "$agent") ;;
+show*) [ ! -e "$agent.ails" ] || ! grep -q 7.2.1.15 "$tmp/../installed" || echo failed >"$agent"
+  printf 'Type=notify\\nActiveState=%s\\nSubState=running\\nMainPID=7\\nNRestarts=0\\n' $(cat "$agent") ;;
 *is-active*qdagent) grep -qx active "$agent" || exit 3 ;;
 *is-active*) exit 3 ;;
 esac"""
@@ -62,8 +63,9 @@ def at_an_end(run: Run, place: Place) -> Iterator[str]:
         yield "there is still a window"
     if read(run.side("agent")) != "active\n":
         yield f"the agent does not run: {outcome}"
-    if read(run.side("installed")) not in (f"ii |{FORMER}\n", f"ii |{NEW}\n"):
-        yield f"half an agent: {read(run.side('installed'))}: {outcome}"
+    whole = [f"ii |{FORMER}\n", f"ii |{NEW}\n"][: 1 if os.path.exists(run.side("agent.ails")) else 2]
+    if read(run.side("installed")) not in whole:
+        yield f"not whole, or not the right one: {read(run.side('installed'))}: {outcome}"
     if stood and json.loads(read(state(run, "status.json")))["outcome"] == "running":
         yield "no outcome is told"
     yield from wrong(run, None)
@@ -93,8 +95,14 @@ def half_done(run: Run) -> None:
     write(state(run, "window.json"), json.dumps(window))
 
 
+def ailing(run: Run) -> None:
+    equipped(run)
+    write(run.side("agent.ails"), "")
+
+
 # What is killed: the preparation, the program, its arguments, and where in a trace of it killing begins.
 KILLED = {"run": (equipped, "update", ("-D", "{H}", FORMER), "window.json."),
+          "rollback": (ailing, "update", ("-D", "{H}", FORMER), "window.json."),
           "recover": (half_done, "qd-update", ("recover",), "window.json")}
 
 
