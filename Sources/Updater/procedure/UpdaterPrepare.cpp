@@ -33,7 +33,9 @@ Updater::Stop Updater::checkDownloadRoom(UpdateRun& run) {
 Updater::Stop Updater::checkInstallRoom(UpdateRun& run) {
   if (!prepares(run)) return std::nullopt;
   run.roomNeeded = roomFor(run.setup.setupPath);
-  return checkRoom(run, utils::placeOfAgent(distrib), run.roomNeeded);
+  if (const Stop stop = checkRoom(run, utils::placeOfAgent(distrib), run.roomNeeded)) return stop;
+  // The package manager's database may lie on a file system of its own, and is written, too.
+  return checkRoom(run, distrib == utils::DistribRpm ? "/var/lib/rpm" : "/var/lib/dpkg", 0);
 }
 
 /// A package that does not say how large it will be takes at least its own size.
