@@ -71,6 +71,7 @@ def repositories() -> dict[str, dict]:
     made["tired"] = made["good"] | {stamp: [503, made["good"][stamp]]}
     made["guarded"] = {path: lambda request, _, body=body: body if "authorization" in request.headers else 401
                        for path, body in made["good"].items()}
+    made["busy"] = {path: 503 if path.startswith(TARGET) else body for path, body in made["good"].items()}
     made["edited"] = {path: body.replace(b'"7.2.1.15"', b'"7.2.1.16"')
                       for path, body in made["good"].items()}
     return made
@@ -189,6 +190,8 @@ def rows() -> list[Row]:
             run.own(fill(path, run.texts)), 0o777)))
           for name, path in (("RootOfOthers", "/etc/qd/update-root.json"), ("MetadataOfOthers", STATE + "/tuf/"))),
         row("TriesTheMirrors", "guarded", drive=mirrored),
+        row("TriesTheMirrorsBeforeItWaits", "guarded", drive=functools.partial(mirrored, name="busy"), checks=[
+            lambda _, outcome: ["waited"] * any("again in" in line for line in outcome.log)]),
         row("FindsNoSuchChannel", config='channel = "other"\n', outcome="up-to-date", calls="",
             message="the repository has no release for this machine in the channel other"),
         settings_row("TrustsRootsThatFollow", {}, program="qd-update", config=CONFIG, drive=trusts, args=[], good={},
@@ -230,12 +233,12 @@ def roots() -> dict[str, bytes]:
     return {"first": first, "second": second, "other": snapshot()["/metadata/1.root.json"]}
 
 
-def mirrored(run, words):
-    """The server that is asked first has nothing, and the mirror asks for a password."""
+def mirrored(run, words, name=""):
+    """The server that is asked first has nothing, or no package, and the mirror asks for a password."""
     path = run.own(fill("/etc/qd/update.{I}.toml", run.texts))
     write(path, f'mirrors = ["{run.texts["S"]}"]\n'.replace("//", "//u:pw@") + read(path), 0o600)
-    with Server({}, run.texts, run) as empty:
-        return run.go(empty.url.encode().hex(), *words[1:])
+    with Server(repositories().get(name, {}), run.texts, run) as first:
+        return run.go(first.url.encode().hex(), *words[1:])
 
 
 if __name__ == "__main__":

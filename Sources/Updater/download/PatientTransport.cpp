@@ -136,7 +136,7 @@ fetch::Result PatientTransport::persist(const std::string& url, const Attempt& a
   for (;;) {
     if (transfer_ == nullptr) transfer_ = std::make_unique<fetch::Transfer>(options_);
     fetch::Result result = attempt(*transfer_);
-    if (!fetch::isTransient(result)) return result;
+    if (!patient_ || !fetch::isTransient(result)) return result;
     failures = result.bytes > 0 ? 1 : failures + 1;  // where something came it is worth more
     const double random = std::uniform_real_distribution<>(0, 1)(random_);
     const auto time = fetch::pauseAfter(failures, result.retryAfter, random, timeLeft());

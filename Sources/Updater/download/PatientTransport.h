@@ -39,6 +39,7 @@ class PatientTransport : public HttpTransport {
 
   int download(const std::string& url, int fd, const std::string& path, unsigned long long limit,
                Headers& headers) override;
+  void setPatient(bool patient) override { patient_ = patient; }
   /// Empty where it was not wanted.
   [[nodiscard]] std::string md5() const override { return md5_; }
   [[nodiscard]] std::string sha256() const override { return sha256_; }
@@ -65,6 +66,7 @@ class PatientTransport : public HttpTransport {
   std::unique_ptr<fetch::Transfer> transfer_;
   std::minstd_rand random_{std::random_device{}()};
 
+  bool patient_ = true;
   RunningDigests::Kinds digests_;
   const class PartialFile* file_ = nullptr;  ///< that is being downloaded
   std::uint64_t resumedAt_ = 0;

@@ -20,6 +20,8 @@ class HttpTransport {
   /// Into the open file `fd`, which lies at `path`; more than `limit` bytes are a failure.
   virtual int download(const std::string& url, int fd, const std::string& path,
                        unsigned long long limit, Headers& headers) = 0;
+  /// Whether what fails for a moment only is asked again; so it is at the beginning.
+  virtual void setPatient(bool patient) = 0;
   /// The digests of what was downloaded last, computed as it came.
   [[nodiscard]] virtual std::string md5() const = 0;
   [[nodiscard]] virtual std::string sha256() const = 0;
@@ -66,6 +68,11 @@ class HttpClient {
 
   /// From now on `other`, which stays the caller's, sends the requests; null: this object does.
   void setTransport(HttpTransport* other) { transport = other; }
+
+  /// Whether another's hand asks again for what fails for a moment only.
+  void setPatient(bool patient) {
+    if (transport != nullptr) transport->setPatient(patient);
+  }
 
   /// The digests of the latest download by another's hand; empty: they are not known here.
   [[nodiscard]] std::string md5OfDownload() const { return transport ? transport->md5() : ""; }

@@ -198,19 +198,28 @@ void Updater::fillFromRelease(UpdateRun& run) {
   logParameters(setup);
 }
 
-/// From the first server that has the signed file.
+/// From the first server that has the signed file. One that has no answer for the moment is waited
+/// for when no other has it.
 Updater::Stop Updater::downloadSigned(UpdateRun& run) {
-  UpdateResult failure = UpdateResult::TransferFailed;
-  for (const std::string& address : run.repository->addressesOf(*run.release)) {
-    const UpdateResult result = downloadSignedFrom(withoutPassword(address), run);
-    if (result == UpdateResult::Done) return std::nullopt;
-    if (run.isInterrupted()) break;
-    if (result == UpdateResult::NotTrusted) failure = result;
+  std::vector<std::string> left = run.repository->addressesOf(*run.release);
+  bool refused = false;
+  for (const bool patient : {false, true}) {
+    if (!patient && left.size() == 1) continue;
+    std::vector<std::string> failed;
+    for (const std::string& address : left) {
+      httpClient.setPatient(patient);
+      const UpdateResult result = downloadSignedFrom(withoutPassword(address), run);
+      httpClient.setPatient(true);
+      if (result == UpdateResult::Done) return std::nullopt;
+      if (run.isInterrupted()) return UpdateResult::TransferFailed;
+      refused = refused || result == UpdateResult::NotTrusted;
+      if (result == UpdateResult::TransferFailed) failed.push_back(address);
+    }
+    left = std::move(failed);
   }
-  if (failure == UpdateResult::NotTrusted) {
-    run.message = "the package is not the one that was signed";
-  }
-  return failure;
+  if (!refused) return UpdateResult::TransferFailed;
+  run.message = "the package is not the one that was signed";
+  return UpdateResult::NotTrusted;
 }
 
 UpdateResult Updater::downloadSignedFrom(const std::string& address, UpdateRun& run) {
