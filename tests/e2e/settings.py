@@ -145,7 +145,8 @@ row = partial(Row, config="", commands=DATABASE, prepare=installed(), blocks=BLO
 
 RUNS = [
     row("Updates", calls="{ask} | {fits} | {stop} | {install} | {start} | {ask}", files="agent_upd.log",
-        has="NFY Unpacking | NFY Remove lock file", check=tells(GOOD)),
+        has="NFY Unpacking | NFY Remove lock file", check=both(
+            tells(GOOD), lambda run, _: difference("partial", os.listdir(state(run, "partial")), []))),
     row("FindsNothingNewer", version="7.2.1.15", status=0, calls="", check=tells(
         {"outcome": "up-to-date", "status": 0, "phase": "done", "to": "7.2.1.15", "message": ""})),
     row("SaysWhyAndWhereItFailed", {"GET " + DEB: 403}, status=2, calls="{ask}", check=tells(

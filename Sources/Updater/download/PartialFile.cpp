@@ -42,6 +42,8 @@ std::string openPartialFolder(const std::string& state) {
                                                                                  : std::string();
 }
 
+void emptyPartialFolder(const std::string& folder) { removeOthers(folder + "/", {}); }
+
 PartialFile::PartialFile(int fd, std::string path, bool kept, RunningDigests::Kinds digests)
     : fd_(fd), path_(std::move(path)), kept_(kept), digests_(fd, digests) {
   buffer_.reserve(kWriteBuffer);

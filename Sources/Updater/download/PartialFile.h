@@ -11,6 +11,9 @@
 /// missing. Empty where it can't be used, or commands could not name it without quotes.
 std::string openPartialFolder(const std::string& state);
 
+/// Removes the files in that folder, which nobody goes on with. What cannot be removed stays.
+void emptyPartialFolder(const std::string& folder);
+
 /// A file on its way, whose beginning an earlier request or run may have brought. Beside it, as
 /// NAME.from, lies which address it comes from and what distinguishes it from any other file there.
 /// A failure to write throws std::system_error.

@@ -146,7 +146,10 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
   run.packageManager.release();
   run.keep.giveRoomBack();
   // Whatever else it ended with, a later run goes on with it.
-  if ((run.updated || isBad(result, run)) && !run.downloadFolder.empty()) run.package.remove();
+  if ((run.updated || isBad(result, run)) && !run.downloadFolder.empty()) {
+    run.package.remove();
+    emptyPartialFolder(run.downloadFolder);
+  }
   updater.removeLockFile();
   if (Interrupts::came() && result != UpdateResult::Interrupted) {
     QDLOG(ROOT, WRN, "An interrupt came when the agent was being replaced: the run went on");
