@@ -345,8 +345,8 @@ REPORT = partial(row, config="[report]\ntextfile = '{T}/../metrics'",
 REPORTS = [
     REPORT("MetricsOfAnUpdate", check=metrics(success="TIME", status="0", updated="1", failed="0",
                                               left="7.2.1.15")),
-    REPORT("MetricsOfAFailure", {DEB: [PACKAGE, WRONG]}, status=7, check=metrics(
-        success="1772373960", status="7", updated="0", failed="1", left="7.2.0.1")),
+    REPORT("MetricsOfAFailure", status=14, commands=DATABASE | {"systemctl": '[ "$1" != start ]'}, check=metrics(
+        success="1772373960", status="14", updated="0", failed="1", left="7.2.1.15")),
     row("HistoryIsRolled", config="[report]\nhistory = 4096", prepare=both(installed(), lambda run:
         write(state(run, "history.jsonl"), LONG + "{half a line")), check=both(tells(GOOD), lambda
             run, _: difference("history.jsonl.1", [read(state(run, "history.jsonl.1"))], [LONG]))),

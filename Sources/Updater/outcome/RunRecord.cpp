@@ -150,12 +150,13 @@ std::string metricsText(const RunRecord& r, const std::string& channel, std::tim
   const bool isNew =
       r.outcome == RunOutcome::Updated ||
       (r.status == static_cast<int>(UpdateResult::Unhealthy) && r.rolledBackFrom.empty());
-  const std::string& installed = isNew ? r.to : r.from;
+  const bool isKnown = !r.installed.empty() && r.rolledBackFrom.empty();
+  const std::string& installed = isKnown ? r.installed : isNew ? r.to : r.from;
   text += "qd_update_version_info{installed=" + labelValue(installed) +
           ",available=" + labelValue(r.to) + ",channel=" + labelValue(channel) + "} 1\n";
   addMetric(text, "qd_update_bad_versions", "Versions that are not installed here any more.",
             r.bad.size());
-  addMetric(text, "qd_update_downloaded_bytes", "Bytes of the package that the latest run fetched.",
+  addMetric(text, "qd_update_downloaded_bytes", "Bytes of the package that had come by then.",
             r.bytes);
   addMetric(text, "qd_update_duration_seconds", "Time that the latest run spent in each phase.");
   for (std::size_t i = 0; i + 1 < kPhases; ++i) {

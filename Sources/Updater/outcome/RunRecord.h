@@ -51,7 +51,11 @@ struct RunRecord {
   std::time_t deferredUntil = 0;  ///< 0: not known, or not deferred
   std::vector<std::string> bad;   ///< versions that are not installed here any more
 
-  /// Seconds spent in each phase so far. For the metrics alone.
+  /// What the package database said after the installation; empty: it was not asked. For the
+  /// metrics alone, as the next one.
+  std::string installed{};
+
+  /// Seconds spent in each phase so far.
   std::array<double, kPhases> seconds{};
 };
 

@@ -34,6 +34,7 @@ std::string missingDependency(const std::string& path) {
 }
 
 std::string why(const CommandAnswer& answer, const std::string& command) {
+  if (answer.missing) return command + " could not be started";
   const std::string reason = reasonIn(answer.lines);
   return reason.empty() ? command + " ended with " + std::to_string(answer.status) : reason;
 }

@@ -79,6 +79,7 @@ void Updater::installXCBDeps(const UpdateRun& run) const noexcept {
 UpdateResult Updater::judgeReplacement(UpdateRun& run, bool installed, bool started) const {
   const auto agent = skipInstall ? std::nullopt : utils::queryInstalledAgent(distrib);
   const std::string there = agent ? "; there is now: " + agent->text() : std::string();
+  if (agent && run.recorder != nullptr) run.recorder->record().installed = agent->version;
   if (agent) installed = installed && agent->isWhole && Version(agent->version) == run.available;
   run.updated = installed && !skipInstall;
   if (!started) {
