@@ -170,8 +170,9 @@ RUNS = [
         check=tells({"message": "cannot get {F}/setup.deb: the server answers 404"})),
     row("HookRefuses", status=28, calls="{ask} | {fits}", prepare=both(installed(), drop_in(
         "hooks/before-1", 'echo $QD_UPDATE_FROM $QD_UPDATE_TO $QD_UPDATE_PHASE $QD_UPDATE_OUTCOME '
-        '$QD_UPDATE_STATUS; exit 3'), drop_in("hooks/before-2", "touch $TMPDIR/ran")),
-        has="{before} | WRN hook before-1 ended with 3", files="agent_upd.log",
+        '$QD_UPDATE_STATUS; exit 3'), drop_in("hooks/before-2", "touch $TMPDIR/ran"),
+        drop_in("inhibit/no.mark", "")), has="WRN Passed over for its name, not of letters, digits, _ and - "
+        "alone : {own}/inhibit/no.mark | {before} | WRN hook before-1 ended with 3", files="agent_upd.log",
         check=tells({"cause": "hook-refused", "phase": "prepare", "outcome": "refused",
                      "message": "hook before-1 ended with 3"})),
     row("HookAfterwardsIsOnlyRecorded", {DEB: [PACKAGE, WRONG]}, status=7, prepare=both(

@@ -132,7 +132,11 @@ DropIns listDropIns(const std::string& folder, bool executable) {
   // Whoever may write to the one above could put another in its place.
   if (result.fault.empty()) result.fault = folderFault(fs::path(folder).parent_path().string());
   for (; result.fault.empty() && entry != fs::directory_iterator(); entry.increment(failed)) {
-    if (!isDropInName(entry->path().filename().string())) continue;
+    const std::string name = entry->path().filename().string();
+    if (!isDropInName(name)) {
+      if (!name.starts_with('.')) result.passedOver.push_back(entry->path().string());
+      continue;
+    }
     result.files.push_back(entry->path().string());
     result.fault = dropInFault(entry->path().string(), executable);
   }

@@ -30,8 +30,9 @@ std::string foreignFileFault(const std::string& path);
 
 /// The files of one folder below "update.d".
 struct DropIns {
-  std::vector<std::string> files;  ///< paths, in the order of their names
-  std::string fault;               ///< one line; empty when all is well
+  std::vector<std::string> files;       ///< paths, in the order of their names
+  std::vector<std::string> passedOver;  ///< paths that are not hidden, and whose names do not fit
+  std::string fault;                    ///< one line; empty when all is well
 };
 
 /// Lists `folder`: names of letters, digits, "_" and "-" only; others are passed over. A missing

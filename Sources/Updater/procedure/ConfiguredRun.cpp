@@ -220,6 +220,10 @@ std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs) {
     const bool isRun = std::string_view(name) != "inhibit";
     DropIns found = listDropIns(places.dropInFolder + "/" + name, isRun);
     if (!found.fault.empty()) return found.fault;
+    for (const std::string& path : found.passedOver) {
+      QDLOG(ROOT, WRN,
+            "Passed over for its name, not of letters, digits, _ and - alone : " << path);
+    }
     if (std::string_view(name) == "hooks") {
       programs.hooks = std::move(found.files);
     } else if (std::string_view(name) == "health") {

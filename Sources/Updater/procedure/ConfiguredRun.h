@@ -91,7 +91,8 @@ inline constexpr const char* kNoAgent =
 std::string checkTrust(const Settings& settings, const RunPlaces& places);
 
 /// What a run would find faulty besides the settings file itself, with what to do; empty when
-/// nothing. `programs`: those that may be run.
+/// nothing. `programs`: those that may be run. Logs which files are passed over for their names
+/// (WRN).
 std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs);
 
 /// Whether a run died, or is just at work, between the stop of the agent and its own end.
