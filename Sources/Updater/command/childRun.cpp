@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +15,10 @@
 #include "Updater/command/utilsExec.h"
 #include "ground/osal_io.h"
 #include "ground/osal_scoped.h"
+
+#if defined(__linux__)
+#include <sys/syscall.h>
+#endif
 
 extern char** environ;
 
