@@ -81,7 +81,7 @@ int KeepFolder::setRoomAside(std::uint64_t bytes) const noexcept try {
 }
 
 void KeepFolder::giveRoomBack() const noexcept try {
-  ::unlink(pathOf(kRoom).c_str());
+  if (isOpen()) ::unlink(pathOf(kRoom).c_str());
 } catch (...) {
   // What goes on without it may find room elsewhere.
 }
