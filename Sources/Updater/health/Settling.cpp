@@ -1,5 +1,6 @@
 #include "Updater/health/Settling.h"
 
+#include <algorithm>
 #include <charconv>
 #include <string_view>
 
@@ -66,4 +67,9 @@ std::optional<std::string> Settling::observe(std::chrono::milliseconds at, const
   }
   if (at - *since_ < settle_) return std::nullopt;
   return std::string();
+}
+
+std::chrono::milliseconds Settling::pauseAfter(std::chrono::milliseconds at,
+                                               std::chrono::milliseconds usual) const {
+  return since_ ? std::clamp(*since_ + settle_ - at, std::chrono::milliseconds(1), usual) : usual;
 }

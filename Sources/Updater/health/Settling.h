@@ -31,6 +31,10 @@ class Settling {
   /// has settled; else what ails it, for people.
   std::optional<std::string> observe(std::chrono::milliseconds at, const UnitState& unit);
 
+  /// How long after `at` to look again: `usual`, or less where it will have settled before.
+  [[nodiscard]] std::chrono::milliseconds pauseAfter(std::chrono::milliseconds at,
+                                                     std::chrono::milliseconds usual) const;
+
  private:
   std::chrono::milliseconds settle_;
   std::chrono::milliseconds timeout_;

@@ -44,6 +44,6 @@ std::string watchUnit(const std::string& unit, std::chrono::steady_clock::time_p
     if (state.active.empty() && !systemdRuns()) return {};
     const auto at = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun);
     if (auto verdict = settling.observe(at, state)) return *verdict;
-    std::this_thread::sleep_for(kPollEvery);
+    std::this_thread::sleep_for(settling.pauseAfter(at, kPollEvery));
   }
 }
