@@ -3,11 +3,14 @@
 #include <exception>
 #include <vector>
 
+#include "Updater/command/childRun.h"
 #include "Updater/command/utilsExec.h"
 
 namespace utils {
 
 namespace {
+
+constexpr std::chrono::minutes kLimit{10};
 
 /// The question for the database, whose answer is one line at the end of the output.
 const char* question(AgentDistrib distrib) {
@@ -48,11 +51,15 @@ InstalledAgent readInstalledAgent(AgentDistrib distrib, const std::string& answe
 std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib) try {
   const char* const asked = question(distrib);
   if (asked == nullptr) return std::nullopt;
-  std::string command = asked;
   std::vector<std::string> lines;
-  const int status = exec(command, lines);
-  if (status == 127) return std::nullopt;
-  const std::string answer = status == 0 && !lines.empty() ? lines.back() : "";
+  const ChildEnd end = runChild({.program = "/bin/sh",
+                                 .arguments = {"-c", asked},
+                                 .environment = {},
+                                 .limit = kLimit,
+                                 .onLine = [&](const std::string& line) { lines.push_back(line); },
+                                 .cancelled = {}});
+  if (end.how != ChildEnd::How::Exited || end.status == 127) return std::nullopt;
+  const std::string answer = end.isGood() && !lines.empty() ? lines.back() : "";
   // The receipt on a Mac may have another name.
   if (answer.empty() && getOS() == OsMacOSX) return std::nullopt;
   InstalledAgent agent = readInstalledAgent(distrib, answer);
