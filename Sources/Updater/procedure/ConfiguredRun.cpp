@@ -131,6 +131,9 @@ UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, 
     return UpdateResult::Locked;
   }
   run.server = request.server;
+  if (!settings_.fetch.ca.empty() && request.server.starts_with("http:")) {
+    QDLOG(ROOT, WRN, "fetch.ca has no effect : the server's address begins with http:");
+  }
   const auto requests = transport(request, run);
   if (settings_.health && settings_.health->rollback && folder_.isOpen()) {
     const int error = run.keep.open(folder_.path());
