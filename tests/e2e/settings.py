@@ -131,7 +131,6 @@ BLOCKS_WITH_FILE = blocks("""
 [fits] dpkg-deb --field {path} Package Installed-Size Pre-Depends Depends | dpkg-query --listfiles qdagent
 dpkg-query --show --showformat=${db:Status-Status}\\n | dpkg --no-act -i {path}
 apt-get -q --simulate --no-install-recommends --allow-downgrades install {path}
-dpkg-deb --field {path} Package Installed-Size Pre-Depends Depends
 [show] systemctl show --property=Type,ActiveState,SubState,MainPID,NRestarts qdagent
 [fits back] dpkg-query --show --showformat=${Conffiles}\\n qdagent
 dpkg-deb --field {keep} Package Installed-Size Pre-Depends Depends

@@ -20,7 +20,7 @@ unsigned long long number(const std::string& text) {
 }
 
 /// What dpkg itself does not look at, where there is no apt.
-std::string missingDependency(const std::string& path) {
+std::string missingDependency(const PackageFacts& facts) {
   const CommandAnswer known = ask({"dpkg-query", "--show", "--showformat",
                                    "${db:Status-Status}|${Package}|${Version}|${Provides}\\n"},
                                   false);
@@ -28,8 +28,7 @@ std::string missingDependency(const std::string& path) {
                         const std::string& right) {
     return ask({"dpkg", "--compare-versions", left, relation, right}, false).status == 0;
   };
-  const auto unmet = unmetDependency(readPackageFacts(DistribDeb, path).depends,
-                                     readInstalledPackages(known.lines), holds);
+  const auto unmet = unmetDependency(facts.depends, readInstalledPackages(known.lines), holds);
   return unmet ? "Depends: " + *unmet + ", which is not installed" : "";
 }
 
@@ -39,15 +38,16 @@ std::string why(const CommandAnswer& answer, const std::string& command) {
   return reason.empty() ? command + " ended with " + std::to_string(answer.status) : reason;
 }
 
-std::string rehearseDeb(const std::string& path, const StopWish& cancelled) {
+std::string rehearseDeb(const std::string& path, const PackageFacts& facts,
+                        const StopWish& cancelled) {
   const CommandAnswer unpacked = ask({"dpkg", "--no-act", "-i", path}, true, cancelled);
   if (unpacked.status != 0) return why(unpacked, "dpkg");
   const CommandAnswer plan = ask({"apt-get", "-q", "--simulate", "--no-install-recommends",
                                   "--allow-downgrades", "install", path},
                                  true, cancelled);
-  if (plan.missing) return missingDependency(path);
+  if (plan.missing) return missingDependency(facts);
   if (plan.status != 0) return why(plan, "apt-get");
-  return planFault(plan.lines, readPackageFacts(DistribDeb, path).name);
+  return planFault(plan.lines, facts.name);
 }
 
 }  // namespace
@@ -88,8 +88,9 @@ PackageFacts readPackageFacts(AgentDistrib distrib, const std::string& path) {
           fieldIn(lines, "Pre-Depends") + "," + fieldIn(lines, "Depends")};
 }
 
-std::string rehearse(AgentDistrib distrib, const std::string& path, const StopWish& cancelled) {
-  if (distrib == DistribDeb) return rehearseDeb(path, cancelled);
+std::string rehearse(AgentDistrib distrib, const std::string& path, const PackageFacts& facts,
+                     const StopWish& cancelled) {
+  if (distrib == DistribDeb) return rehearseDeb(path, facts, cancelled);
   if (distrib != DistribRpm) return {};
   const CommandAnswer answer = ask({"rpm", "-U", "--test", path}, true, cancelled);
   return answer.status == 0 ? "" : why(answer, "rpm");

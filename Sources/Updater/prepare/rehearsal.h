@@ -38,8 +38,9 @@ struct PackageFacts {
 PackageFacts readPackageFacts(AgentDistrib distrib, const std::string& path);
 
 /// Simulates the installation. Returns why it would fail; empty when it would not, as far as can be
-/// seen before its scripts run.
-std::string rehearse(AgentDistrib distrib, const std::string& path, const StopWish& cancelled);
+/// seen before its scripts run. `facts` are the package's own.
+std::string rehearse(AgentDistrib distrib, const std::string& path, const PackageFacts& facts,
+                     const StopWish& cancelled);
 
 /// Whether dpkg was interrupted, or has packages that are unpacked only.
 bool isHalfDone(AgentDistrib distrib);

@@ -15,6 +15,7 @@
 #include "Updater/package/PackageFile.h"
 #include "Updater/package/utilsPackage.h"
 #include "Updater/prepare/PackageManagerLock.h"
+#include "Updater/prepare/rehearsal.h"
 #include "Updater/procedure/CommandOutput.h"
 #include "Updater/procedure/WindowKeeper.h"
 #include "Updater/setup/utilsSetup.h"
@@ -54,6 +55,7 @@ struct UpdateRun {
   std::string refusal;                    ///< what the package manager said when it failed
   std::vector<BadVersion> bad;            ///< versions that are not installed here any more
   std::string ailment;  ///< of the agent after its start, or its package; unless the former is back
+  utils::PackageFacts facts;          ///< what the package says of itself
   unsigned long long roomNeeded = 0;  ///< bytes that the installation takes
   std::string sha256;                 ///< of the package; empty where it is not wanted
   KeepFolder keep;                    ///< packages for the way back; may be closed

@@ -148,7 +148,7 @@ class Updater {
   // Parts of these.
   [[nodiscard]] bool prepares(const UpdateRun& run) const;
   Stop waitForPackageManager(UpdateRun& run) const;
-  [[nodiscard]] unsigned long long roomFor(const std::string& package) const;
+  static unsigned long long roomFor(const std::string& package, const utils::PackageFacts& facts);
   Stop checkRoom(UpdateRun& run, const std::string& path, unsigned long long bytes) const;
   Stop checkUntouched(UpdateRun& run) const;
 

@@ -32,18 +32,18 @@ Updater::Stop Updater::checkDownloadRoom(UpdateRun& run) {
 
 Updater::Stop Updater::checkInstallRoom(UpdateRun& run) {
   if (!prepares(run)) return std::nullopt;
-  run.roomNeeded = roomFor(run.setup.setupPath);
+  run.facts = utils::readPackageFacts(distrib, run.setup.setupPath);
+  run.roomNeeded = roomFor(run.setup.setupPath, run.facts);
   if (const Stop stop = checkRoom(run, utils::placeOfAgent(distrib), run.roomNeeded)) return stop;
   // The package manager's database may lie on a file system of its own, and is written, too.
   return checkRoom(run, distrib == utils::DistribRpm ? "/var/lib/rpm" : "/var/lib/dpkg", 0);
 }
 
 /// A package that does not say how large it will be takes at least its own size.
-unsigned long long Updater::roomFor(const std::string& package) const {
+unsigned long long Updater::roomFor(const std::string& package, const utils::PackageFacts& facts) {
   boost::system::error_code failed;
   const auto size = boost::filesystem::file_size(package, failed);
-  return std::max<unsigned long long>(failed ? 0 : size,
-                                      utils::readPackageFacts(distrib, package).installedSize);
+  return std::max<unsigned long long>(failed ? 0 : size, facts.installedSize);
 }
 
 Updater::Stop Updater::checkRoom(UpdateRun& run, const std::string& path,
@@ -79,11 +79,14 @@ Updater::Stop Updater::installLibraries(UpdateRun& run) {
 Updater::Stop Updater::rehearse(UpdateRun& run) {
   if (!prepares(run) || !run.settings->install.rehearse) return std::nullopt;
   QDLOG(ROOT, NFY, "Rehearsing the installation");
-  std::string refusal = utils::rehearse(distrib, run.setup.setupPath, &Interrupts::came);
+  const auto rehearsal = [&] {
+    return utils::rehearse(distrib, run.setup.setupPath, run.facts, &Interrupts::came);
+  };
+  std::string refusal = rehearsal();
   if (!refusal.empty() && !run.isInterrupted()) {
     // Somebody else's installation may have been half way: what counts is what holds without it.
     if (const Stop stop = waitForPackageManager(run)) return stop;
-    refusal = utils::rehearse(distrib, run.setup.setupPath, &Interrupts::came);
+    refusal = rehearsal();
     run.packageManager.release();
   }
   if (refusal.empty()) return std::nullopt;

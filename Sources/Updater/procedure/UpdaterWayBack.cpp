@@ -140,7 +140,9 @@ Updater::Stop Updater::prepareWayBack(UpdateRun& run) {
   if (!utils::saveConfigurationFiles(distrib, run.keep.pathOf(kSavedConfiguration))) {
     QDLOG(ROOT, WRN, "Cannot save the agent's configuration files");
   }
-  const unsigned long long room = roomFor(run.keep.pathOf(run.kept.file)) + kForDatabase;
+  const std::string kept = run.keep.pathOf(run.kept.file);
+  const unsigned long long room =
+      roomFor(kept, utils::readPackageFacts(distrib, kept)) + kForDatabase;
   // The installation that comes first must not lack it.
   const std::string missing =
       utils::missingRoom(run.keep.path(), room, run.roomNeeded + kForDatabase);
