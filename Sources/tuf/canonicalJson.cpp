@@ -85,14 +85,14 @@ class Builder final : public nlohmann::json_sax<Json> {
 };
 
 void encodeString(std::string_view text, std::string& out) {
+  const auto isEscaped = [](char c) { return c == '"' || c == '\\'; };
   out += '"';
-  while (true) {
-    const std::size_t plain = std::min(text.find_first_of("\"\\"), text.size());
-    out += text.substr(0, plain);
-    if (plain == text.size()) break;
-    out += '\\';
-    out += text[plain];
-    text.remove_prefix(plain + 1);
+  for (auto plain = text.begin(); plain != text.end();) {
+    const auto end = std::find_if(plain, text.end(), isEscaped);
+    out.append(plain, end);
+    if (end == text.end()) break;
+    (out += '\\') += *end;
+    plain = end + 1;
   }
   out += '"';
 }
