@@ -83,6 +83,9 @@ function(qd_layer name)
   endforeach()
 endfunction()
 
+# What the tests labelled unit need.
+add_custom_target(unit_tests)
+
 # qd_test(<name> [LABEL unit|system|e2e] SOURCES <file>... [LINK <target>...])
 # One test program, one ctest entry of the same name.
 function(qd_test name)
@@ -95,6 +98,9 @@ function(qd_test name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS ${arg_LABEL} TIMEOUT 300)
+  if(arg_LABEL STREQUAL "unit")
+    add_dependencies(unit_tests ${name})
+  endif()
 endfunction()
 
 # qd_shell_test(<name> LABEL <label> COMMAND <command>...)
