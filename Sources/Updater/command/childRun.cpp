@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <optional>
 #include <string_view>
 
@@ -51,12 +52,12 @@ class SpawnPlan {
     posix_spawnattr_destroy(&attributes_);
   }
 
-  /// The child's process id, -1 where it could not be started.
+  /// The child's process id; where it could not be started, a negative errno value.
   [[nodiscard]] pid_t start(const char* program, char* const* words,
                             char* const* variables) const noexcept {
     pid_t child = -1;
-    return ::posix_spawnp(&child, program, &files_, &attributes_, words, variables) == 0 ? child
-                                                                                         : -1;
+    const int error = ::posix_spawnp(&child, program, &files_, &attributes_, words, variables);
+    return error == 0 ? child : -error;
   }
 
  private:
@@ -197,7 +198,8 @@ ChildEnd runChild(const ChildRun& run) {
       SpawnPlan(write.get())
           .start(run.program.c_str(), pointers(words).data(), pointers(variables).data());
   write.reset();
-  return child < 0 ? ChildEnd{} : watch(child, read.get(), run);
+  if (child < 0) return {.how = ChildEnd::How::NotStarted, .status = -child};
+  return watch(child, read.get(), run);
 }
 
 std::string faultText(const std::string& what, const ChildEnd& end, std::chrono::seconds limit) {
@@ -211,7 +213,8 @@ std::string faultText(const std::string& what, const ChildEnd& end, std::chrono:
     case ChildEnd::How::NotStarted:
       break;
   }
-  return what + " could not be started";
+  return what + " could not be started" +
+         (end.status == 0 ? std::string() : std::string(": ") + std::strerror(end.status));
 }
 
 int runShell(const char* command, int output, std::chrono::seconds limit) noexcept {

@@ -22,7 +22,7 @@ struct ChildRun {
 /// How it ended.
 struct ChildEnd {
   enum class How { Exited, TookTooLong, Cancelled, NotStarted } how = How::NotStarted;
-  int status = 0;  ///< exit status, or the signal's number
+  int status = 0;  ///< exit status, or the signal's number; not started: the errno value, if known
 
   [[nodiscard]] bool isGood() const { return how == How::Exited && status == 0; }
 };
