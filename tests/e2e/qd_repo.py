@@ -2,58 +2,52 @@
 """The publisher's program: what its repositories are to the client, to others' client, and to programs without
 signed metadata, whatever happened to a command or to a copy."""
 
-import contextlib
 import functools
 import hashlib
-import http.server
+import itertools
 import json
 import os
 import random
 import re
 import shutil
 import subprocess
-import threading
+import tempfile
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-from harness import Skip, main
+from harness import Place, Server, Skip, main
 
 CONTROL = ("Package: qdagent\nVersion: {}\nArchitecture: {}\nMaintainer: nobody <nobody@localhost>\n"
            "Description: sample\n")
+SPEC = "Name: qdagent\nVersion: {}\nRelease: 1\nSummary: s\nLicense: none\nBuildArch: noarch\n%description\n%files\n"
+CHECKOUT = Path(__file__).parents[2]
 OLD, NEW, TOP = "7.2.1.4", "7.2.1.15", "7.10.0.1"
 CHANGING = "rename,renameat,renameat2,link,linkat,unlink,unlinkat,mkdir,fsync,write,fchmod"
 
 
-class Quiet(http.server.SimpleHTTPRequestHandler):
-    def log_message(self, *_):
-        pass
-
-
-@contextlib.contextmanager
-def served(folder):
-    handler = functools.partial(Quiet, directory=folder)
-    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
-        threading.Thread(target=server.serve_forever, daemon=True).start()
-        yield f"http://127.0.0.1:{server.server_port}"
-        server.shutdown()
+def files(folder) -> dict[str, bytes]:
+    """By their names below the folder, as a server has them."""
+    return {f"/{path.relative_to(folder)}": path.read_bytes() for path in Path(folder).rglob("*") if path.is_file()}
 
 
 class Publisher:
-    """A folder with a repository "repo", its keys in "keys", and packages."""
+    """A folder with a repository "repo", its keys in "keys", and packages; a passphrase is that of the keys of root
+    and targets. What goes wrong with a command that is called is among `wrong`."""
 
-    def __init__(self, place, *init):
-        self.folder, self.place = Path(place.folder), place
+    def __init__(self, place: Place, init: str = "", passphrase: str = ""):
+        self.folder, self.place, self.passphrase = Path(place.folder), place, passphrase
         self.program = place.program("qd-repo")
         self.repo, self.wrong = self.folder / "repo", []
-        self("init repo --keys keys", *init)
+        self(f"init repo --keys keys {init}")
 
-    def run(self, line, *more, first=(), **options):
-        words = [*first, self.program, *line.split(), *more]
-        return subprocess.run(words, cwd=self.folder, text=True, capture_output=True,
-                              env=os.environ | {"QD_REPO_KEYS": "keys"}, **options)
+    def run(self, line, *more, first=(), passphrase=None):
+        signs = self.passphrase and line.split()[0] not in ("verify", "status")
+        words = [*first, self.program, *line.split(), *more, *["--passphrase-fd=0"] * bool(signs)]
+        return subprocess.run(words, cwd=self.folder, text=True, capture_output=True, env=os.environ | {
+            "QD_REPO_KEYS": "keys"}, input=self.passphrase if passphrase is None else passphrase)
 
-    def __call__(self, line, *more, **options):
-        done = self.run(line, *more, **options)
+    def __call__(self, line, *more):
+        done = self.run(line, *more)
         if done.returncode:
             self.wrong.append(f"{line}: status {done.returncode}\n{done.stdout}{done.stderr}")
         return done.stdout
@@ -68,6 +62,15 @@ class Publisher:
                        check=True, capture_output=True)
         return name
 
+    def rpm(self, version):
+        (self.folder / "spec").write_text(SPEC.format(version))
+        words = ["rpmbuild", "-bb", "--quiet", f"-D_topdir {self.folder}", "-D_rpmfilename new.rpm", "spec"]
+        subprocess.run(words, cwd=self.folder, check=True, capture_output=True)
+        return "RPMS/new.rpm"
+
+    def publish(self, version):
+        self("publish repo --channel stable", self.package(version))
+
     def key(self, name):
         """A key as the documentation says to make one; its id is what rotate is to add."""
         for line in (f"genpkey -algorithm ED25519 -out keys/{name}.pem",
@@ -78,14 +81,17 @@ class Publisher:
     def status(self):
         return json.loads(self("status repo --json"))
 
+    def key_of(self, role):
+        return self.status()["roles"][role]["keyids"][0]
+
     def client(self, *words, folder="repo", trusted="trusted"):
         """qd-tuf, with trusted metadata that stays from one call to the next."""
         tuf = [self.place.program("qd-tuf"), "--metadata-dir", f"{self.folder}/{trusted}"]
         if not (self.folder / trusted).exists():
             subprocess.run([*tuf, "init", self.repo / "metadata/1.root.json"], check=True)
-        with served(self.folder / folder) as url:
+        with Server(files(self.folder / folder)) as server:
             return subprocess.run(
-                [*tuf, "--metadata-url", f"{url}/metadata", "--target-base-url", f"{url}/targets",
+                [*tuf, "--metadata-url", f"{server.url}/metadata", "--target-base-url", f"{server.url}/targets",
                  "--target-dir", f"{self.folder}/got", *words], text=True, capture_output=True)
 
     def check(self, step, offered=None):
@@ -102,13 +108,10 @@ class Publisher:
                 for entry in definition]
         if offered is not None and seen != offered.split():
             yield f"{step}: offered to programs without trust: {seen}, not {offered}"
-        yield from self.wrong
-        self.wrong.clear()
 
 
-def life(place, check=Publisher.check, init=()):
+def life(publisher, check=Publisher.check):
     """One repository through all commands; each step is looked at."""
-    publisher = Publisher(place, *init)
     def step(line, offered, *more):
         publisher(line, *more)
         return check(publisher, line, offered)
@@ -120,98 +123,41 @@ def life(place, check=Publisher.check, init=()):
     yield from step(f"halt repo {NEW}", OLD)
     yield from step(f"resume repo {NEW}", NEW)
     yield from step("publish repo", NEW, publisher.package(TOP, "all"), "--channel=beta", "--arch=arm64")
-    yield from step("refresh repo", NEW)
-    yield from step("refresh repo --targets", NEW)
+    yield from step("publish repo", f"{NEW} {OLD}", publisher.rpm(OLD), "--channel=stable", "--arch=amd64")
+    yield from step("refresh repo", f"{NEW} {OLD}")
+    yield from step("refresh repo --targets", f"{NEW} {OLD}")
     for role in ("timestamp", "snapshot", "targets", "root"):
         publisher.key(f"{role}-new")
-        old = publisher.status()["roles"][role]["keyids"][0]
-        yield from step(f"rotate repo {role} --add keys/{role}-new.pub --remove {old[:12]}", NEW)
-        if publisher.status()["roles"][role]["keyids"] == [old]:
+        old = publisher.key_of(role)
+        yield from step(f"rotate repo {role} --add keys/{role}-new.pub --remove {old[:12]}", f"{NEW} {OLD}")
+        if publisher.key_of(role) == old:
             yield f"{role} has its old key"
-    yield from step("prune repo --keep 1 --grace 0s", NEW)
-    left = sorted(os.path.basename(path) for path in publisher.repo.glob("linux/*/*.deb"))
-    if left != [f"qdagent_{TOP}.deb", f"qdagent_{NEW}.deb"]:
+    yield from step("prune repo --keep 1 --grace 0s", f"{NEW} {OLD}")
+    left = sorted(path.name for path in publisher.repo.glob("linux/*/*") if path.suffix in (".deb", ".rpm"))
+    if left != [f"qdagent_{TOP}.deb", f"qdagent_{NEW}.deb", f"qdagent_{OLD}.rpm"]:
         yield f"after prune: {left}"
 
 
-def ecdsa(place):
-    return life(place, init=("--ecdsa",))
-
-
-SPEC = """Name: qdagent
-Version: {}
-Release: 1
-Summary: agent
-License: none
-BuildArch: noarch
-%description
-Agent.
-%files
-"""
-
-
-def rpm(place):
-    """A package of the other kind, and its facts."""
-    publisher = Publisher(place)
-    (publisher.folder / "spec").write_text(SPEC.format(NEW))
-    words = ["rpmbuild", "-bb", "--quiet", "--define", f"_topdir {publisher.folder}", "--define",
-             "_rpmfilename new.rpm", publisher.folder / "spec"]
-    subprocess.run(words, check=True, capture_output=True)
-    publisher("publish repo RPMS/new.rpm --channel stable --arch amd64")
-    yield from publisher.check("publish", NEW)
-    path, = (release["path"] for release in publisher.status()["releases"])
-    if path != f"linux/amd64/qdagent_{NEW}.rpm":
-        yield path
-
-
-JS = """
-const { Updater } = require('tuf-js');
-const [url, trusted, got, ...names] = process.argv.slice(2);
-(async () => {
-  const updater = new Updater({ metadataBaseUrl: url + '/metadata', metadataDir: trusted,
-    targetBaseUrl: url + '/targets', targetDir: got });
-  await updater.refresh();
-  for (const name of names) {
-    const target = await updater.getTargetInfo(name);
-    if (!target) throw new Error('no target ' + name);
-    await updater.downloadTarget(target, got + '/' + name.replace(/\\//g, '_'));
-  }
-})().catch((error) => { console.error(String(error)); process.exit(1); });
-"""
-
-
-def tuf_js(place):
+def tuf_js(publisher):
     """Another client of the framework, from its registry, reads the same repositories."""
-    modules = Path(place.folder, "js")
-    modules.mkdir()
-    if not shutil.which("npm"):
-        raise Skip("needs node and npm")
-    cache = Path(__file__).parents[2] / "build/tuf-js"
-    cache.mkdir(parents=True, exist_ok=True)
-    if not (cache / "node_modules/tuf-js").exists():
-        words = ["npm", "install", "--silent", "--no-audit", "--no-fund", "--prefix", cache, "tuf-js@3"]
-        try:
-            if subprocess.run(words, capture_output=True, timeout=120).returncode:
-                raise Skip("tuf-js cannot be installed from its registry")
-        except subprocess.TimeoutExpired:
-            raise Skip("the registry of tuf-js does not answer") from None
-    (modules / "client.js").write_text(JS)
-    trusted = modules / "trusted"
-    trusted.mkdir()
-    def check(publisher, step, _):
-        if not (trusted / "root.json").exists():
+    modules = subprocess.run([CHECKOUT / "scripts/lib/tuf-js-modules"], text=True, capture_output=True)
+    if modules.returncode:
+        raise Skip(modules.stderr.strip())
+    trusted = publisher.folder / "js"
+    def check(_, step, __):
+        if not trusted.exists():
+            trusted.mkdir()
             shutil.copy(publisher.repo / "metadata/1.root.json", trusted / "root.json")
         names = [release["path"] for release in publisher.status()["releases"]]
-        got = modules / f"got{len(os.listdir(modules))}"
-        got.mkdir()
-        with served(publisher.repo) as url:
-            done = subprocess.run(["node", modules / "client.js", url, trusted, got, *names], text=True,
-                                  capture_output=True, env=os.environ | {"NODE_PATH": f"{cache}/node_modules"})
+        got = tempfile.mkdtemp(dir=publisher.folder)
+        with Server(files(publisher.repo)) as server:
+            words = ["node", CHECKOUT / "bench/network/refresh.js", f"{server.url}/metadata", trusted,
+                     f"{server.url}/targets", got, *names]
+            done = subprocess.run(words, text=True, capture_output=True,
+                                  env=os.environ | {"NODE_PATH": modules.stdout.strip()})
         if done.returncode or len(os.listdir(got)) != len(names):
             yield f"{step}: {done.stderr}"
-        yield from publisher.wrong
-        publisher.wrong.clear()
-    yield from life(place, check)
+    yield from life(publisher, check)
 
 
 REFUSED = {  # a faulty line: what its one line of answer says
@@ -232,7 +178,6 @@ REFUSED = {  # a faulty line: what its one line of answer says
     "promote repo 7.2.1.4 --to stable --percent 10": "a share does not go back",
     "promote repo 7.2 --to stable": "takes four numbers",
     "init repo --keys keys": "already",
-    "init repo/inner --keys repo/inner/keys": "which is public",
     "init . --keys not-there": "which is public",
     "init not-there/ --keys not-there/keys": "which is public",
     "init new --keys new-keys --expires week=1d": "ROLE=DURATION",
@@ -250,35 +195,26 @@ REFUSED = {  # a faulty line: what its one line of answer says
 }
 
 
-def everything(folder):
-    return {path: path.read_bytes() for path in Path(folder).rglob("*") if path.is_file()}
-
-
-def refusals(place):
-    publisher = Publisher(place)
-    publisher("publish repo", publisher.package(OLD, name="old.deb"), "--channel", "stable")
-    publisher.package(OLD, name="other.deb", text=" and more")
-    for text in ("", "2"):
-        publisher.package(NEW, name=f"new{text}.deb", text=text)
-    publisher.package(NEW, "all", name="all.deb")
-    publisher.package("7.2", name="odd.deb")
+def refusals(publisher):
+    for name, version, arch in (("old", OLD, "amd64"), ("other", OLD, "amd64"), ("new", NEW, "amd64"),
+                                ("new2", NEW, "amd64"), ("all", NEW, "all"), ("odd", "7.2", "amd64")):
+        publisher.package(version, arch, f"{name}.deb", name)
+    publisher("publish repo old.deb --channel stable")
     (publisher.folder / "text").write_text("no package")
-    for name in ("cron", "open"):
-        shutil.copytree(publisher.folder / "keys", publisher.folder / name)
-    for key in (publisher.folder / "cron").glob("[rt]*[ot]*.p*"):
-        if "timestamp" not in key.name:
-            key.unlink()
+    keys = publisher.folder / "keys"
+    shutil.copytree(keys, publisher.folder / "open")
     (publisher.folder / "open/targets.pem").chmod(0o640)
+    shutil.copytree(keys, publisher.folder / "cron", ignore=shutil.ignore_patterns("root*", "targets*"))
     publisher("init two --keys keys")
     for name in ("old", "new"):
         publisher(f"publish two {name}.deb --channel stable")
-    before = everything(publisher.repo)
+    before = files(publisher.repo)
     for line, says in REFUSED.items():
         done = publisher.run(line)
         text = done.stdout + done.stderr
         if done.returncode != 1 or says not in text or text.count("\n") != 1:
             yield f"{line}: status {done.returncode}, {text}"
-    if everything(publisher.repo) != before:
+    if files(publisher.repo) != before:
         yield "a refused command has changed the repository"
     if "other bytes than new2" not in publisher.run("publish repo new.deb new2.deb --channel stable").stderr:
         yield "two packages of one version in one command"
@@ -286,12 +222,10 @@ def refusals(place):
     yield from publisher.check("refresh with its own keys alone", OLD)
 
 
-def audits(place):
+def audits(publisher):
     """Each thing that is not as signed is a line, and the status 1."""
-    publisher = Publisher(place)
-    publisher("publish repo", publisher.package(OLD), "--channel", "stable")
-    whole = publisher.folder / "whole"
-    shutil.copytree(publisher.repo, whole, copy_function=os.link)
+    publisher.publish(OLD)
+    whole = shutil.copytree(publisher.repo, publisher.folder / "whole", copy_function=os.link)
     plain = f"linux/amd64/qdagent_{OLD}.deb"
     stored, second = (path.relative_to(publisher.repo) for path in publisher.repo.glob("targets/*/*/*"))
     for name, content, says in (
@@ -314,22 +248,19 @@ def audits(place):
         done = publisher.run("verify repo")
         if says not in done.stdout or done.returncode != (not says.startswith("Note")):
             yield f"{name}: status {done.returncode}, {done.stdout}{done.stderr}"
-    with served(whole) as url:
-        publisher("verify", url)
-    yield from publisher.wrong
+    with Server(files(whole)) as server:
+        publisher("verify", server.url)
 
 
-def offline(place):
+def offline(publisher):
     """A root of two keys of three, which sign one after the other."""
-    publisher = Sealed(place)
-    publisher("publish repo", publisher.package(OLD), "--channel", "stable")
+    for key in ("root", "targets"):
+        if "ENCRYPTED" not in (publisher.folder / f"keys/{key}.pem").read_text():
+            yield f"{key} is not encrypted"
+    publisher.publish(OLD)
     publisher.key("late")
-    online = publisher.folder / "online"
-    online.mkdir()
-    for name in ("targets", "snapshot", "timestamp", "late"):
-        for end in ("pem", "pub"):
-            shutil.copy(publisher.folder / f"keys/{name}.{end}", online)
-    if publisher.run("rotate repo targets --add keys/late.pub --keys online", input="").returncode:
+    shutil.copytree(publisher.folder / "keys", publisher.folder / "online", ignore=shutil.ignore_patterns("root*"))
+    if publisher.run("rotate repo targets --add keys/late.pub --keys online", passphrase="").returncode:
         yield "rotate without root keys"
     if "has not signed yet" not in publisher.run("sign repo 2.root.json --keys online").stderr:
         yield "keys that do not count are not told"
@@ -343,24 +274,9 @@ def offline(place):
     if len(publisher.status()["roles"]["targets"]["keyids"]) != 2:
         yield "the new key is not there"
     yield from publisher.check("sign", OLD)
-    done = publisher.run("refresh repo --targets", input="wrong\n")
+    done = publisher.run("refresh repo --targets", passphrase="wrong\n")
     if "a wrong passphrase" not in done.stderr or done.returncode != 1:
         yield f"with a wrong passphrase: {done.stderr}"
-
-
-class Sealed(Publisher):
-    """Keys of root and targets under a passphrase, which comes by a descriptor."""
-
-    def __init__(self, place):
-        super().__init__(place, "--threshold", "2", "--root-keys", "3")
-        for key in ("root", "targets"):
-            if "ENCRYPTED" not in (self.folder / f"keys/{key}.pem").read_text():
-                self.wrong.append(f"{key} is not encrypted")
-
-    def run(self, line, *more, **options):
-        signs = line.split()[0] not in ("verify", "status")
-        more = (*more, "--passphrase-fd", "0") if signs else more
-        return super().run(line, *more, **{"input": "open sesame\n"} | options)
 
 
 KILLED = ("init repo --keys keys", f"publish repo {NEW}.deb --channel stable", f"halt repo {OLD}",
@@ -368,98 +284,83 @@ KILLED = ("init repo --keys keys", f"publish repo {NEW}.deb --channel stable", f
           "rotate repo targets --add keys/new.pub --remove {}", "prune repo --keep 1 --grace 0s")
 
 
-def killed(line, stride, place):
-    """The command is killed at one system call after the other: what it leaves is a repository, which
-    the same command then brings to where it was to be."""
+def interrupted(publisher, line, stride=1):
+    """The command on the same repository again and again, killed at one system call after the other, whose numbers
+    these are."""
     if subprocess.run(["strace", "-o/dev/null", "true"], capture_output=True).returncode:
         raise Skip("needs strace")
-    publisher = Publisher(place)
-    publisher("publish repo", publisher.package(OLD), "--channel", "stable")
+    start = publisher.repo.rename(publisher.folder / "start")
+    for at in itertools.count(1, stride):
+        shutil.rmtree(publisher.repo, ignore_errors=True)
+        if not line.startswith("init"):
+            shutil.copytree(start, publisher.repo)
+        strace = ["strace", "-f", "-o/dev/null", f"-etrace={CHANGING}", f"-einject={CHANGING}:signal=KILL:when={at}"]
+        ended = publisher.run(line, first=strace).returncode == 0
+        yield at
+        if ended:
+            return
+
+
+def killed(line, stride, publisher):
+    """What a command leaves that is killed is a repository, and the same command then brings it to its end."""
+    publisher.publish(OLD)
     publisher.package(NEW)
     publisher.key("new")
     if line.startswith("prune"):
         publisher("publish repo", f"{NEW}.deb", "--channel", "stable")
     role = line.split()[2] if line.startswith("rotate") else "root"
-    line = line.format(publisher.status()["roles"][role]["keyids"][0])
-    start = publisher.folder / "start"
-    shutil.copytree(publisher.repo, start)
-    at, status = 1, None
-    while status != 0:
-        shutil.rmtree(publisher.repo)
-        if not line.startswith("init"):
-            shutil.copytree(start, publisher.repo)
-        strace = ["strace", "-f", "-o/dev/null", f"-etrace={CHANGING}",
-                  f"-einject={CHANGING}:signal=KILL:when={at}"]
-        status = publisher.run(line, first=strace).returncode
-        if (publisher.repo / "metadata/timestamp.json").exists():
-            done = publisher.run("verify repo")
-            if done.returncode:
-                yield f"killed at call {at}: {done.stdout}{done.stderr}"
+    line = line.format(publisher.key_of(role))
+    said = "already" if line.startswith("init") else "No key of the role"
+    for at in interrupted(publisher, line, stride):
+        left = publisher.run("verify repo")
+        if left.returncode and (publisher.repo / "metadata/timestamp.json").exists():
+            yield f"killed at call {at}: {left.stdout}{left.stderr}"
         again = publisher.run(line)
-        said = "already" if line.startswith("init") else "No key of the role"
         if again.returncode and said not in again.stderr:
             yield f"again after call {at}: {again.stderr}"
-        if (done := publisher.run("verify repo")).returncode:
-            yield f"again after call {at}: {done.stdout}"
-        at += stride
+        publisher("verify repo")
     if at <= 10:
         yield f"only {at} calls were seen"
 
 
-def lost(role, place):
+def lost(role, publisher):
     """The key of a role is lost: a rotation that is killed is completed by refresh, or begun again."""
-    publisher = Publisher(place)
-    publisher("publish repo", publisher.package(OLD), "--channel", "stable")
+    publisher.publish(OLD)
     publisher.key("new")
-    old = publisher.status()["roles"][role]["keyids"][0]
     for key in (publisher.folder / "keys").glob(f"{role}.p*"):
         key.unlink()
-    start = publisher.folder / "start"
-    shutil.copytree(publisher.repo, start)
-    at, status, turned_away = 1, None, 0
-    while status != 0:
-        shutil.rmtree(publisher.repo)
-        shutil.copytree(start, publisher.repo)
-        strace = ["strace", "-f", "-o/dev/null", f"-einject={CHANGING}:signal=KILL:when={at}"]
-        rotate = f"rotate repo {role} --add keys/new.pub --remove {old}"
-        status = publisher.run(rotate, first=strace).returncode
+    rotate = f"rotate repo {role} --add keys/new.pub --remove {publisher.key_of(role)}"
+    turned_away = 0
+    for at in interrupted(publisher, rotate):
         turned_away += publisher.run("verify repo").returncode
-        if publisher.run("refresh repo --targets").returncode and publisher.run(rotate).returncode:
-            yield f"killed at call {at}: neither refresh nor rotate mends it"
-        if (done := publisher.run("verify repo")).returncode:
-            yield f"mended after call {at}: {done.stdout}"
-        at += 1
+        if publisher.run("refresh repo --targets").returncode:
+            publisher(rotate)
+        publisher("verify repo")
     if not turned_away:
         yield "there was no moment to be mended"
-    yield from publisher.wrong
 
 
-def copies(place):
+def copies(publisher):
     """A copy in any order of files, stopped anywhere, gives signed packages or none."""
-    publisher = Publisher(place)
-    good = {}
-    def publish(version):
-        good[f"linux/amd64/qdagent_{version}.deb"] = (publisher.folder / publisher.package(version)).read_bytes()
-        publisher("publish repo", f"{version}.deb", "--channel", "stable")
-    publish(OLD)
-    before = publisher.folder / "before"
-    shutil.copytree(publisher.repo, before)
-    publish(NEW)
+    publisher.publish(OLD)
+    before = shutil.copytree(publisher.repo, publisher.folder / "before")
+    publisher.publish(NEW)
+    good = {f"linux/amd64/qdagent_{version}.deb": (publisher.folder / f"{version}.deb").read_bytes()
+            for version in (OLD, NEW)}
     publisher.key("new")
-    publisher(f"rotate repo targets --add keys/new.pub --remove {publisher.status()['roles']['targets']['keyids'][0]}")
+    publisher(f"rotate repo targets --add keys/new.pub --remove {publisher.key_of('targets')}")
     publisher("prune repo --keep 1 --grace 0s")
     chance, taken, refused = random.Random(19), 0, 0
     for turn in range(12):
         copy, trusted = publisher.folder / "copy", f"trusted{turn}"
         shutil.rmtree(copy, ignore_errors=True)
         shutil.copytree(before, copy)
-        files = list(everything(publisher.repo))
-        chance.shuffle(files)
-        for number, path in enumerate(files):
-            target = copy / path.relative_to(publisher.repo)
-            target.parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(path, target)
-            if number % 4 != turn % 4 and number + 1 < len(files):
+        names = list(files(publisher.repo))
+        chance.shuffle(names)
+        for number, path in enumerate(names):
+            (copy / path[1:]).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(f"{publisher.repo}{path}", f"{copy}{path}")
+            if number % 4 != turn % 4 and number + 1 < len(names):
                 continue
             for name, content in good.items():
                 shutil.rmtree(publisher.folder / "got", ignore_errors=True)
@@ -470,47 +371,37 @@ def copies(place):
                     yield f"{name} of a copy in disorder: {[hashlib.sha256(g).hexdigest() for g in got]}"
     if not taken or not refused:
         yield f"{taken} packages were taken, {refused} refused"
-    yield from publisher.wrong
 
 
-def together(place):
+def together(publisher):
     """Nobody's release is lost where several publish at once."""
-    publisher = Publisher(place)
-    packages = [publisher.package(f"7.2.1.{number}") for number in range(1, 7)]
     with ThreadPoolExecutor(6) as pool:
-        list(pool.map(lambda name: publisher("publish repo", name, "--channel", "stable"), packages))
+        list(pool.map(publisher.publish, [f"7.2.1.{number}" for number in range(1, 7)]))
     if len(publisher.status()["releases"]) != 6:
         yield f"{len(publisher.status()['releases'])} releases"
     yield from publisher.check("six at once", "7.2.1.6")
 
 
-def page(place):
-    """index.html names what it is for, and a name in it is no markup."""
-    publisher = Publisher(place)
-    publisher("publish repo", publisher.package(NEW), "--channel", "stable", "--percent=25")
-    text = (publisher.repo / "index.html").read_text()
-    roles = publisher.status()["roles"].values()
+def page(publisher):
+    """index.html names what it is for, and takes nothing but itself."""
+    publisher("publish repo --channel stable --percent=25", publisher.package(NEW))
+    publisher(f"preview repo {NEW} --svg curve.svg")
+    text, roles = (publisher.repo / "index.html").read_text(), publisher.status()["roles"].values()
     for part in (NEW, "Channel stable", "25 %", *(id for role in roles for id in role["keyids"]),
                  *(role["expires"] for role in roles)):
-        if part not in text:
-            yield f"index.html lacks {part}"
-    if re.search("<script|https?://", text):
-        yield "index.html takes more than itself"
-    publisher("preview repo", NEW, "--svg", "curve.svg")
+        if part not in text or re.search("<script|https?://", text):
+            yield f"index.html lacks {part}, or takes more than itself"
     if "<polyline" not in (publisher.folder / "curve.svg").read_text():
         yield "no curve"
-    yield from publisher.wrong
 
 
-def documented(place):
+def documented(publisher):
     """The commands of docs/publisher.md as they stand there, one after the other."""
-    publisher = Publisher(place)
     shutil.rmtree(publisher.repo)
     shutil.rmtree(publisher.folder / "keys")
     for version in (OLD, NEW):
         publisher.package(version, name=f"qdagent_{version}.deb")
-    top = Path(__file__).parents[2]
-    commands = subprocess.run([top / "scripts/lib/document-commands", top / "docs/publisher.md"],
+    commands = subprocess.run([CHECKOUT / "scripts/lib/document-commands", CHECKOUT / "docs/publisher.md"],
                               check=True, capture_output=True, text=True).stdout.split("\0")[:-1]
     (publisher.folder / "qd-repo").symlink_to(publisher.program)
     done = subprocess.run(["sh", "-exc", "\n".join(commands)], cwd=publisher.folder, text=True, capture_output=True,
@@ -522,12 +413,20 @@ def documented(place):
         yield "the release is not offered to programs without trust"
 
 
+def over(case, *made):
+    def run(place):
+        publisher = Publisher(place, *made)
+        yield from case(publisher)
+        yield from publisher.wrong
+    return run
+
+
 def cases(_, everywhere):
-    stride = 1 if everywhere else 7
-    single = (life, ecdsa, rpm, tuf_js, refusals, audits, offline, copies, together, page, documented)
-    return {case.__name__: case for case in single} | {
-        f"killed: {line}": functools.partial(killed, line, stride) for line in KILLED} | {
-        f"lost: {role}": functools.partial(lost, role) for role in ("snapshot", "targets")}
+    single = (life, tuf_js, refusals, audits, copies, together, page, documented)
+    return {case.__name__: over(case) for case in single} | {
+        "ecdsa": over(life, "--ecdsa"), "offline": over(offline, "--threshold 2 --root-keys 3", "open sesame\n")} | {
+        f"killed: {line}": over(functools.partial(killed, line, 1 if everywhere else 7)) for line in KILLED} | {
+        f"lost: {role}": over(functools.partial(lost, role)) for role in ("snapshot", "targets")}
 
 
 if __name__ == "__main__":

@@ -7,10 +7,10 @@ import subprocess
 import sys
 import tempfile
 import time
-from pathlib import Path
 
-from harness import Row, Server, difference, fill, main, read, write
+from harness import Place, Row, Server, Skip, difference, fill, main, read, write
 from harness.suite import PROGRAMS
+from qd_repo import Publisher, files
 from settings import STATE, both, drop_in, installed, row as settings_row, state, tells
 
 HOME = tempfile.TemporaryDirectory(prefix="qd-trust.")
@@ -21,50 +21,28 @@ DATABASE = {"dpkg-query": 'cat "$tmp/../installed"', "dpkg-deb": 'exec /usr/bin/
                     '>"$tmp/../installed";; esac'}
 
 
-def repo(*words: str, program=None) -> None:
-    program = program or next((word.partition("=")[2] for word in sys.argv
-                               if word.startswith("qd-repo=")), PROGRAMS["qd-repo"])
-    command, *rest = words
-    subprocess.run([program, command, f"{HOME.name}/repo", "--keys", f"{HOME.name}/keys", *rest],
-                   check=True, capture_output=True)
-
-
 @functools.cache
-def package(version: str) -> str:
-    tree, file = f"{HOME.name}/{version}", f"{HOME.name}/qdagent_{version}.deb"
-    os.makedirs(f"{tree}/DEBIAN")
-    write(f"{tree}/DEBIAN/control", f"Package: qdagent\nVersion: {version}\nArchitecture: {ARCH}\n"
-                                    "Maintainer: nobody <nobody@localhost>\nDescription: agent\n")
-    subprocess.run(["dpkg-deb", "-b", "-Znone", tree, file], check=True, capture_output=True)
-    return file
-
-
-def snapshot() -> dict:
-    top = Path(HOME.name, "repo")
-    return {"/" + file.relative_to(top).as_posix(): file.read_bytes()
-            for file in top.rglob("*") if file.is_file()}
+def publisher(name: str) -> Publisher:
+    programs = PROGRAMS | dict(word.split("=", 1) for word in sys.argv if "=" in word)
+    return Publisher(Place(f"{HOME.name}/{name}", programs))
 
 
 @functools.cache
 def repositories() -> dict[str, dict]:
     """What a server has at several moments of a repository's life, by name."""
-    made = {}
-    repo("init")
-    made["empty"] = snapshot()
-    repo("publish", package("7.2.1.15"), "--channel", "stable")
-    made["good"] = snapshot()
-    root = f"{HOME.name}/root.json"
-    write(root, made["empty"]["/metadata/1.root.json"])
-    repo("halt", "7.2.1.15")
-    made["halted"] = snapshot()
-    repo("resume", "7.2.1.15")
-    repo("publish", package("7.2.1.16"), "--channel", "stable", "--percent", "0")
-    made["nobody"] = snapshot()
-    repo("publish", package("7.2.0.1"), "--channel", "stable")
-    repo("publish", package("7.2.0.2"), "--channel", "stable", "--no-rollback")
-    made["former"] = snapshot()
-    repo("publish", package("7.2.1.17"), "--channel", "stable", "--no-rollback")
-    made["final"] = snapshot()
+    ours = publisher("ours")
+    made = {"empty": files(ours.repo)}
+    for name, line, *versions in (
+            ("good", "publish repo --channel stable", "7.2.1.15"),
+            ("halted", "halt repo 7.2.1.15"),
+            ("resumed", "resume repo 7.2.1.15"),
+            ("nobody", "publish repo --channel stable --percent 0", "7.2.1.16"),
+            ("older", "publish repo --channel stable", "7.2.0.1"),
+            ("former", "publish repo --channel stable --no-rollback", "7.2.0.2"),
+            ("final", "publish repo --channel stable --no-rollback", "7.2.1.17")):
+        ours(line, *(ours.package(version, ARCH) for version in versions))
+        made[name] = files(ours.repo)
+    assert not ours.wrong, ours.wrong
     made["forged"] = {path: b"X" + body[1:] if path.startswith(TARGET) else body
                       for path, body in made["good"].items()}
     stamp = "/metadata/timestamp.json"
@@ -102,11 +80,6 @@ def asked(expected: str):
     def check(run, _):
         yield from difference("requests", run.texts["again"].split(" | "), expected.split(" | "))
     return check
-
-
-def mark(run) -> None:
-    before(run)
-    write(run.own("/etc/qd/update.d/inhibit/backup"), "")
 
 
 def clock(years: int):
@@ -153,14 +126,13 @@ def target(version: str) -> str:
 
 def rows() -> list[Row]:
     file = target("7.2.1.15")
-    first = ("GET /metadata/2.root.json | GET /metadata/timestamp.json | "
-             "GET /metadata/{}.snapshot.json | GET /metadata/{}.targets.json")
+    refresh = "GET /metadata/2.root.json | GET /metadata/timestamp.json"
+    first = refresh + " | GET /metadata/{}.snapshot.json | GET /metadata/{}.targets.json"
     late = "7.2.1.15 is inhibited here by backup"
     return [
         row("Updates", requests=first.format(2, 2) + f" | GET {file}"),
         row("AsksTwiceWhereNothingIsNew", drive=then("good", "7.2.1.15"), calls="", history=2,
-            checks=[asked("GET /metadata/2.root.json | GET /metadata/timestamp.json")],
-            outcome="up-to-date"),
+            checks=[asked(refresh)], outcome="up-to-date"),
         row("ComesBackToATiredServer", "tired"),
         row("RefusesAnotherPackage", "forged", status=24, calls="{ask}"),
         row("RefusesEditedMetadata", "edited", status=24),
@@ -171,11 +143,9 @@ def rows() -> list[Row]:
         row("PinHoldsBack", config='[rollout]\npin = "7.1.*"\n', status=21,
             message="7.2.1.15 is outside the pin 7.1.*"),
         row("WindowHoldsBack", config=closed(), status=21),
-        row("MarkHoldsBack", prepare=mark, status=21, message=late),
-        row("WhatAiledIsNotAskedForAgain", drive=then("good"), status=25, calls=None, history=2, prepare=both(
-            before, drop_in("health/x", "[ $QD_UPDATE_PHASE != health ]")), checks=[
-                asked("GET /metadata/2.root.json | GET /metadata/timestamp.json")],
-            config="[health]\nrollback = false\nsettle = '0s'\ntimeout = '9s'\n"),
+        row("MarkHoldsBack", prepare=both(before, drop_in("inhibit/backup", "")), status=21, message=late),
+        row("WhatAiledIsNotAskedForAgain", drive=then("good"), history=2, checks=[asked(refresh)], **AILS | {
+            "status": 25, "config": AILS["config"] + "rollback = false\n"}),
         row("FetchesTheWayBack", "former", **AILS | {"status": 26}, requests=first.format(7, 7) +
             f" | GET {target('7.2.0.1')} | GET {target('7.2.1.15')}"),
         *(row(name, server, **AILS, version=version, has=f"WRN No way back : {why}")
@@ -224,13 +194,11 @@ def trusts(run, _):
 
 @functools.cache
 def roots() -> dict[str, bytes]:
-    first = repositories()["empty"]["/metadata/1.root.json"]
-    repo("rotate", "root")
-    second = snapshot()["/metadata/2.root.json"]
-    os.rename(f"{HOME.name}/keys", f"{HOME.name}/former")
-    os.rename(f"{HOME.name}/repo", f"{HOME.name}/rotated")
-    repo("init")
-    return {"first": first, "second": second, "other": snapshot()["/metadata/1.root.json"]}
+    ours, first = publisher("ours"), repositories()["empty"]["/metadata/1.root.json"]
+    ours("rotate repo root")
+    second = (ours.repo / "metadata/2.root.json").read_bytes()
+    other = (publisher("other").repo / "metadata/1.root.json").read_bytes()
+    return {"first": first, "second": second, "other": other}
 
 
 def mirrored(run, words, name=""):
@@ -244,7 +212,7 @@ def mirrored(run, words, name=""):
 if __name__ == "__main__":
     try:
         repositories()
-    except FileNotFoundError as missing:
+    except Skip as missing:
         print(missing)
         sys.exit(77)
     sys.exit(main(__doc__, rows()))
