@@ -2,6 +2,7 @@
 //   QD_FAULT=memory:N:COUNT        COUNT allocations fail, from the N-th on
 //   QD_FAULT=kernel:VERSION        the system's version, as uname has it, is VERSION
 //   QD_FAULT=clock:SECONDS         the system's clock is so much ahead, or behind with a minus
+//   QD_FAULT=stop:TEXT             it stops, as by SIGSTOP, behind the first write with the text
 //   QD_FAULT=count                 standard error says at the end how many allocations there were
 // It takes itself out of the environment of the program's own commands.
 #include <dlfcn.h>
@@ -11,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,7 +26,7 @@ namespace {
 
 bool armed = false;
 long allocations = 0, memoryFailsAt = 0, memoryFailures = 0;
-char kernelVersion[65] = {};
+char kernelVersion[65] = {}, stopsBehind[65] = {};
 std::time_t clockAhead = 0;
 
 void arm() {
@@ -33,6 +35,7 @@ void arm() {
   std::sscanf(fault, "memory:%ld:%ld", &memoryFailsAt, &memoryFailures);
   std::sscanf(fault, "clock:%ld", &clockAhead);
   std::sscanf(fault, "kernel:%64s", kernelVersion);
+  std::sscanf(fault, "stop:%64[^\n]", stopsBehind);
   if (std::strcmp(fault, "count") == 0) {
     std::atexit([] { std::fprintf(stderr, "%ld\n", allocations); });
   }
@@ -54,6 +57,16 @@ int uname(utsname* system) {
   const int result = reinterpret_cast<int (*)(utsname*)>(::dlsym(RTLD_NEXT, "uname"))(system);
   if (*kernelVersion != '\0') std::strcpy(system->version, kernelVersion);
   return result;
+}
+
+ssize_t write(int fd, const void* bytes, std::size_t size) {
+  const ssize_t written = ::syscall(SYS_write, fd, bytes, size);
+  if (*stopsBehind != '\0' &&
+      ::memmem(bytes, size, stopsBehind, std::strlen(stopsBehind)) != nullptr) {
+    *stopsBehind = '\0';
+    std::raise(SIGSTOP);
+  }
+  return written;
 }
 
 int clock_gettime(clockid_t clock, timespec* now) noexcept {

@@ -15,9 +15,9 @@ from functools import partial
 
 import pyte
 
-from harness import Answer, Outcome, Row, blocks, difference, fill, items, main, read, write
+from harness import Answer, Outcome, Row, blocks, difference, items, main, read, state, write
 from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, VERSION
-from settings import DATABASE, PAST, bad, both, installed, state, tells
+from settings import BLOCKS_WITH_FILE, DATABASE, PAST, bad, both, installed, tells
 
 DIED = PAST | {"phase": "install", "outcome": "running", "ended": None,
                "started": "2026-03-02T14:05:09Z"}
@@ -34,30 +34,16 @@ def records(status: dict | None, *history: dict):
     return prepare
 
 
-def prints(out: str, err: str = ""):
-    def check(run, outcome):
-        yield from difference("output", outcome.out.splitlines(), items(out, run.texts))
-        yield from difference("errors", outcome.err.splitlines(), items(err, run.texts))
-    return check
-
-
-def leaves_nothing(check):
-    """The same, and that nothing was written."""
-    def more(run, outcome):
-        yield from check(run, outcome)
-        if os.path.exists(run.side("own/var/lib/qd")):
-            yield "there is a state folder"
-    return more
-
-
-QUERY = r"dpkg-query --show --showformat=${db:Status-Abbrev}|${Version}\n qdagent"
+def leaves_nothing(run, _):
+    if os.path.exists(run.side("own/var/lib/qd")):
+        yield "there is a state folder"
 
 
 class Terminal:
     """A run in a terminal of so many columns, as a person would see it."""
 
     def __init__(self, columns: int, no_colour: str = ""):
-        self.no_colour, self.bytes = no_colour, b""
+        self.no_colour, self.bytes, self.missed = no_colour, b"", []
         self.screen = pyte.HistoryScreen(columns, 30)
         self.stream = pyte.ByteStream(self.screen)
         self.master, self.slave = os.openpty()
@@ -99,41 +85,39 @@ def paced(happenings):
     return Answer(PACKAGE, paced=after)
 
 
-def resize(run) -> None:
-    """What is seen before and after the terminal has become narrower, figures left out."""
-    def look():
-        text = re.sub(r"\[=+> *\]  \d+ %  [\d.]+ K?i?B/s(  \d+:\d\d left)?", "BAR",
-                      run.terminal.seen())
-        run.looks.append(re.sub(r"[\d.]+ KiB of 19.5 KiB", "BYTES", text))
-    run.looks = []
-    look()
-    run.terminal.resize(40)
-    time.sleep(0.1)
-    run.later = look
+def sees(text: str):
+    """Waits until this is all that is to be seen of the terminal, figures left out."""
+    def wait(run) -> None:
+        wanted, seen = items(text, run.texts), []
+        for _ in range(1200):
+            seen = re.sub(r"\[=+> *\]  \d+ %  [\d.]+ K?i?B/s(  \d+:\d\d left)?", "BAR", run.terminal.seen())
+            seen = re.sub(r"[\d.]+ KiB of 19.5 KiB", "BYTES", seen).splitlines()
+            if seen == wanted:
+                return
+            time.sleep(0.05)
+        run.terminal.missed += difference("during the download", seen, wanted)
+    return wait
 
 
 def interrupt(run) -> None:
     run.process.send_signal(signal.SIGINT)
 
 
-def on_terminal(name: str, columns: int, out: str, check=lambda *_: (), args=("run",),
-                no_colour: str = "", **others) -> Row:
+def on_terminal(name: str, columns: int, out: str, args=("run",), no_colour: str = "", **others) -> Row:
     terminal = Terminal(columns, no_colour)
 
     def shown(run, outcome):
         seen = re.sub(r" in \d+:\d\d", " in TIME", outcome.out).splitlines()
         yield from difference("screen", seen, items(out, run.texts))
-        yield from check(run, outcome)
+        yield from terminal.missed
         if bool(no_colour) == (b"\x1b[3" in terminal.bytes) and "run" in args:
             yield f"colours: {terminal.bytes}"
     return row(name, args=[*args], drive=terminal.drive, check=shown, **others)
 
 
 row = partial(Row, config="server = '{S}'", commands=DATABASE, prepare=installed(),
-              program="qd-update", blocks=BLOCKS | blocks("""
-[path] {folder of downloads}/{P}
-[folder of downloads] /var/lib/qd/update.{I}/partial
-[opening] {identified} | NFY tempdir is [{folder of downloads}] | NFY arch  is [{M}]
+              program="qd-update", blocks=BLOCKS | BLOCKS_WITH_FILE | blocks("""
+[found] Installed   {V} | Available   7.2.1.15   from {S}
 [zeros] 00000000000000000000000000000000
 [why] Fail to get HEAD for http://updates.example.com/setup.deb: [404 ]
 [whole] Downloaded 19.5 KiB in TIME | {ended}
@@ -143,45 +127,39 @@ row = partial(Row, config="server = '{S}'", commands=DATABASE, prepare=installed
 """))
 
 CHECK = [
-    row("CheckFindsAnUpdate", args=["check"], env={"LANG": "not_HERE.UTF-8"}, status=100, requests="{GET version}", files="",
-        calls=f"{QUERY} | {QUERY}",
-        check=leaves_nothing(prints(
-            "Installed   7.2.0.1 | Available   7.2.1.15   from {S} | An update is available. "
-            "`qd-update run` would install it now."))),
-    row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], calls=QUERY,
-        prepare=records(PAST), check=prints(
-            "Installed   7.2.1.15 | Available   7.2.1.15   from {S} | Last run    "
-            "2026-03-01 14:06, updated | The installed version is up to date.")),
+    row("CheckFindsAnUpdate", args=["check"], env={"LANG": "not_HERE.UTF-8"}, status=100, requests="{GET version}",
+        calls="{ask} | {ask}", files="", check=leaves_nothing, err="", out="{found} | An update is available. "
+            "`qd-update run` would install it now."),
+    row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], version="7.2.1.15", calls="{ask}",
+        prepare=records(PAST), err="", out="{found} | Last run    2026-03-01 14:06, updated | "
+        "The installed version is up to date."),
     row("CheckPrintsJson", args=["check", "--json", "-v"], status=100, check=lambda _, outcome: difference(
         "available", [json.loads(outcome.out)["available"]], ["7.2.1.15"])),
-    row("CheckFails", {VERSION: 404}, args=["check"], status=2, check=leaves_nothing(prints(
-        "Installed   7.2.0.1", "cannot get {F}/version_long.txt: the server answers 404"))),
-    row("CheckKnowsABadVersion", args=["check"], status=25, prepare=both(installed(), bad(DIGEST)), check=prints(
-        "Installed   7.2.0.1 | Available   7.2.1.15   from {S}", "7.2.1.15 is known as bad here since "
-        "2026-03-01T14:05:09Z: why; qd-update forgive 7.2.1.15 ends that")),
+    row("CheckFails", {VERSION: 404}, args=["check"], status=2, check=leaves_nothing, out="Installed   7.2.0.1",
+        err="cannot get {F}/version_long.txt: the server answers 404"),
+    row("CheckKnowsABadVersion", args=["check"], status=25, prepare=both(installed(), bad(DIGEST)), out="{found}",
+        err="7.2.1.15 is known as bad here since 2026-03-01T14:05:09Z: why; qd-update forgive 7.2.1.15 ends that"),
     row("ForgivesAVersion", args=["forgive", "7.2.1.15"], requests="", calls="", prepare=bad(DIGEST),
-        check=both(prints("7.2.1.15 is forgiven: the next run may install it again."), lambda run, _:
-                   difference("bad", [read(state(run, "bad.json"))], ["[]\n"]))),
+        err="", out="7.2.1.15 is forgiven: the next run may install it again.", check=lambda run, _:
+            difference("bad", [read(state(run, "bad.json"))], ["[]\n"])),
     row("ForgivesWhatIsBadAlone", args=["forgive", "7.2.1.1"], status=64, prepare=bad(DIGEST),
-        check=prints("", "7.2.1.1 is not known as bad here")),
-    row("CheckNeedsAServer", config="", args=["check"], status=20, requests="", calls="",
-        check=leaves_nothing(prints("", "/etc/qd/update.{I}.toml: names no server; set \"server\" "
-                                    "to the address that the updates come from"))),
-    row("CheckKnowsNoAgent", args=["check"], status=4, requests="", prepare=None, check=prints(
-        "", "the package manager knows no installed agent; --installed says its version"),
-        commands={"dpkg-query": "exit 1"}),
+        out="", err="7.2.1.1 is not known as bad here"),
+    row("CheckNeedsAServer", config="", args=["check"], status=20, requests="", calls="", check=leaves_nothing,
+        out="", err='{file}: names no server; set "server" to the address that the updates come from'),
+    row("CheckKnowsNoAgent", args=["check"], status=4, requests="", prepare=None, commands={"dpkg-query": "exit 1"},
+        out="", err="the package manager knows no installed agent; --installed says its version"),
 ]
 
 RUN = [
-    row("RunIsQuiet", args=["run", "--quiet"], check=prints(""), has="{update}"),
-    row("RunSaysWhyItFailed", {VERSION: 404}, args=["run", "-q"], status=2, calls=QUERY,
-        check=prints("", "Failed: cannot get {F}/version_long.txt: the server answers 404")),
-    row("NamesWhatItDoesNotKnow", args=["bogus"], status=64, requests="", calls="", check=prints(
-        "", "The following argument was not expected: bogus | Run with --help for more information.")),
+    row("RunIsQuiet", args=["run", "--quiet"], out="", err="", has="{update}"),
+    row("RunSaysWhyItFailed", {VERSION: 404}, args=["run", "-q"], status=2, calls="{ask}",
+        out="", err="Failed: cannot get {F}/version_long.txt: the server answers 404"),
+    row("NamesWhatItDoesNotKnow", args=["bogus"], status=64, requests="", calls="", out="",
+        err="The following argument was not expected: bogus | Run with --help for more information."),
     row("RunPrintsItsRecord", args=["run", "--json"], check=lambda run, outcome: difference(
         "output", [outcome.out], [read(state(run))])),
-    row("RunIsInterrupted", {DEB: paced({3: interrupt})}, args=["run", "-q"], status=29,
-        calls=f"{QUERY} | {QUERY}", check=tells({"cause": "interrupted", "phase": "fetch", "to": "7.2.1.15",
+    row("RunIsInterrupted", {DEB: paced({3: interrupt})}, args=["run", "-q"], status=29, calls="{ask} | {ask}",
+        check=tells({"cause": "interrupted", "phase": "fetch", "to": "7.2.1.15",
                      "message": "interrupted; nothing was changed"})),
     row("RunIsInterruptedTooLate", args=["run", "-q"], check=tells({"outcome": "updated"}),
         commands=DATABASE | {"systemctl": "kill -INT $(cut -d' ' -f4 /proc/$PPID/stat)"},
@@ -192,26 +170,23 @@ RUN = [
         check=lambda run, outcome: difference("end", outcome.calls[-1:], ["finished"])),
     on_terminal("RunOnANarrowTerminal", 40, "{begun} | {whole}", no_colour="1"),
     on_terminal("TerminalBecomesNarrower", 80, "{begun} | {whole}",
-                script={DEB: paced({5: resize, 8: lambda run: run.later()})},
-                check=lambda run, _: difference("during the download", run.looks, [
-                    fill(fill(text, run.texts).replace(" | ", "\n"), {}) for text in (
-                        "{begun} | BAR  BYTES", "{begun} | BAR")])),
+                script={DEB: paced({5: sees("{begun} | BAR  BYTES"), 6: lambda run: run.terminal.resize(40),
+                                    8: sees("{begun} | BAR")})}),
     on_terminal("RunOnATerminalIsInterrupted", 80, status=29, script={DEB: paced({4: interrupt})},
                 out="{begun} | Deferred: interrupted; nothing was changed"),
 ]
 
 STATUS = [
-    row("StatusOfNoRun", args=["status"], commands={}, check=leaves_nothing(prints(
-        "No run has left a record in /var/lib/qd/update.{I}. | Agent       runs"))),
-    row("StatusOfARunThatDied", args=["status"], prepare=records(DIED),
-        commands={"systemctl": "exit 3"}, check=prints(
-            "Started     2026-03-02 14:05 | From        7.2.0.1 | To          7.2.1.15 | "
+    row("StatusOfNoRun", args=["status"], commands={}, check=leaves_nothing, err="",
+        out="No run has left a record in /var/lib/qd/update.{I}. | Agent       runs"),
+    row("StatusOfARunThatDied", args=["status"], prepare=records(DIED), commands={"systemctl": "exit 3"}, err="",
+        out="Started     2026-03-02 14:05 | From        7.2.0.1 | To          7.2.1.15 | "
             "Agent       does not run | Run         {zeros} | It died in phase install. See that "
-            "the agent is whole and starts: `qd-update run` tries again.")),
-    row("History", args=["history", "-n", "2"], prepare=records(None, FAILED, PAST, FAILED),
-        check=prints("Started           Outcome  Status  From     To        Message | "
-                     "2026-03-01 14:05  updated  0       7.2.0.1  7.2.1.15 | "
-                     "2026-03-01 14:05  failed   2       7.2.0.1  7.2.1.15  {why}")),
+            "the agent is whole and starts: `qd-update run` tries again."),
+    row("History", args=["history", "-n", "2"], prepare=records(None, FAILED, PAST, FAILED), err="",
+        out="Started           Outcome  Status  From     To        Message | "
+            "2026-03-01 14:05  updated  0       7.2.0.1  7.2.1.15 | "
+            "2026-03-01 14:05  failed   2       7.2.0.1  7.2.1.15  {why}"),
     on_terminal("HistoryOnANarrowTerminal", 40, "Started           Outcome  To | 2026-03-01 14:05  "
                 "updated  7.2.1.15 | 2026-03-01 14:05  failed   7.2.1.15", args=["history"],
                 prepare=records(None, PAST, FAILED)),

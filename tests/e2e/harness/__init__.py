@@ -14,13 +14,13 @@ namespaces, `strace`) that the process runs before it becomes the program. `Row.
 `Run.own` give the run an /etc and a /var/lib that are not the machine's.
 """
 
-from .run import NOBODY, Gate, Outcome, Run, Skip, lines, read, records, write
+from .run import NOBODY, STATE, Outcome, Run, Skip, lines, read, records, state, write
 from .server import Answer, Request, Server, redirect
 from .suite import Case, Place, Row, difference, logged, main
 from .texts import blocks, fill, items
 
 __all__ = [
-    "NOBODY", "Answer", "Case", "Gate", "Outcome", "Place", "Request", "Row", "Run", "Server",
-    "Skip", "blocks", "difference", "fill", "items", "lines", "logged", "main", "read", "records",
-    "redirect", "write",
+    "NOBODY", "STATE", "Answer", "Case", "Outcome", "Place", "Request", "Row", "Run", "Server", "Skip",
+    "blocks", "difference", "fill", "items", "lines", "logged", "main", "read", "records", "redirect",
+    "state", "write",
 ]

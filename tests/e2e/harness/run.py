@@ -1,6 +1,5 @@
 """One run of a program as a process, with stand-ins for the system's commands, and what it left."""
 
-import fcntl
 import functools
 import os
 import re
@@ -24,6 +23,7 @@ printf '%s\\n' "{name} $*" >>"$calls"
 {body}
 """
 OWN = ("/etc", "/var/lib")
+STATE = "/var/lib/qd/update.{I}"  # the folder of the records
 OVERLAY = "mount -t overlay -o lowerdir={top},upperdir={upper},workdir={scratch} overlay {top}"
 # Makes a user namespace where this user is root, when it is not already.
 MAPPED = ["--map-root-user"] * (os.geteuid() != 0)
@@ -72,6 +72,11 @@ def memory(pid: int) -> int:
     """MiB that a process has taken at most so far."""
     found = re.search(r"VmHWM:\s+(\d+) kB", read(f"/proc/{pid}/status"))
     return int(found[1]) >> 10 if found else 0
+
+
+def state(run: "Run", name: str = "status.json") -> str:
+    """Where a file among its records lies."""
+    return run.own(STATE.replace("{I}", run.env["QD_AGENT_INSTANCE"]) + "/" + name)
 
 
 class Skip(Exception):
@@ -155,6 +160,10 @@ class Run:
         os.makedirs(os.path.dirname(self.side(f"own{path}")), exist_ok=True)
         return self.side(f"own{path}")
 
+    def config(self) -> str:
+        """Where its update.toml lies."""
+        return self.own(f"/etc/qd/update.{self.env['QD_AGENT_INSTANCE']}.toml")
+
     def start(self, *args: str) -> None:
         self.starts += 1  # commands of an earlier run that was ended may still note their calls
         words = [self.program, *args]
@@ -204,38 +213,3 @@ class Run:
     def go(self, *args: str) -> Outcome:
         self.start(*args)
         return self.finish()
-
-
-class Gate:
-    """Standard output with room for one line, so that a run with "-D" never gets further ahead
-    than the line after the one that was read: a way to stop it at a place of its log."""
-
-    def __init__(self, run: Run):
-        # A pipe of packets with one place: one line a write, one write at a time.
-        self.read_end, self.write_end = os.pipe2(os.O_CLOEXEC | os.O_DIRECT)
-        fcntl.fcntl(self.write_end, fcntl.F_SETPIPE_SZ, os.sysconf("SC_PAGESIZE"))
-        self.run, self.read = run, 0
-        run.stdout = self.write_end
-
-    def hold_at(self, text: str) -> None:
-        """Lets the run go on until a line with the text is in its log, and holds it there, before
-        it does what follows the line."""
-        until = time.monotonic() + self.run.timeout
-        while time.monotonic() < until:
-            log = records(read(self.run.temp("agent_upd.log")))
-            # The line that was read, the line in the pipe, and that in the log whose echo waits.
-            if len(log) < self.read + 2:
-                time.sleep(0.002)
-            elif text in log[-1]:
-                return
-            else:
-                os.read(self.read_end, 4096)
-                self.read += 1
-        raise TimeoutError(f"no line with {text}")
-
-    def release(self) -> None:
-        """Lets the run go on to its end."""
-        os.close(self.write_end)
-        while os.read(self.read_end, 4096):
-            pass
-        os.close(self.read_end)

@@ -87,7 +87,7 @@ class Row:
     calls: str | None = None
     files: str | None = None
     has: str = ""  # records that are in the log
-    out: str | None = None  # standard output; {echo} is the log as it is
+    out: str | None = None  # lines of standard output; {echo} is the log as it is
     err: str | None = None
     check: Callable[[Run, Outcome], Iterable[str]] | None = None  # yields what else is wrong
     connections: int = 1  # at most
@@ -130,8 +130,7 @@ class Row:
             run.env |= {name: fill(value, run.texts) for name, value in self.env.items()}
             run.texts["I"] = run.env["QD_AGENT_INSTANCE"]
             if self.config is not None:
-                path = run.own(fill("/etc/qd/update.{I}.toml", run.texts))
-                write(path, fill(self.config, run.texts))
+                write(run.config(), fill(self.config, run.texts))
             if self.prepare:
                 self.prepare(run)
             usual = [*filter(None, [self.option]), "{H}", "{V}"]
@@ -154,7 +153,7 @@ class Row:
         for what, text, expected in (("output", outcome.out, self.out),
                                      ("errors", outcome.err, self.err)):
             if expected is not None:
-                yield from difference(what, text.split("\n"), fill(expected, texts).split("\n"))
+                yield from difference(what, text.split("\n"), [*items(expected, texts), ""])
         if missing := [record for record in items(self.has, run.texts) if record not in log]:
             yield from difference("log, of which one is missing", log, missing)
         if server.connections > self.connections:
