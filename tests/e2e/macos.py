@@ -80,7 +80,7 @@ def emulate(run) -> None:
 def terminal(run) -> None:
     """A shell leads session and foreground; the program's own group is in the background."""
     _, run.stdin = os.openpty()
-    run.timeout = 20
+    run.timeout = 60
     run.first = """exec setsid --ctty /bin/sh -c '"$@"; exit $?' sh "$@" """
 
 
@@ -127,9 +127,6 @@ IMAGES = [
         DEFINITION: f"[{entry('a.b.dmg', '/i', os=2)}]", "/i/v": "7.2.1.15", "/i/h": DIGEST + " ",
         "/i/a.b.dmg": PACKAGE}, "{until stop} | {devices} | DBG PKG path is {volume}/a.b.pkg | "
         "{installed}", texts=DEFINED | {"P": "a.b.dmg"}, commands={"hdiutil": ATTACH}, files="{kept}"),
-    mac("OnlyRestart", {}, "{until stop} | {attached} | {stopped} | {started} | {unlock}",
-        option="-S", commands={"hdiutil": ATTACH}, files="agent_upd.log | {P}",
-        calls="{attach} | {stop} | {detach} | {start}"),
     mac("NamesInTheImageRunNothing", {}, "{until stop} | DBG Mounted device is /dev/disk4;touch "
         "pwned | DBG PKG path is {volume}/TideKeeper.pkg | {installed}",
         commands={"hdiutil": HOSTILE, "installer": COUNT}, files="{kept}",

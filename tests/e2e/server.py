@@ -1,17 +1,16 @@
 #!/usr/bin/env python3
 """Servers that redirect, pace and secure their answers, and those that are faulty or hostile."""
 
-import os
 import re
 import sys
 import time
+from functools import partial
 from itertools import chain
 from urllib.parse import quote
 
-from harness import Answer, Row, Server, logged, main, read, records, redirect, write
+from harness import Answer, Row, Server, logged, main, read, records, redirect
 from harness.linux import DEB, DEFINITION, DIGEST, NAMES, PACKAGE, SUM, VERSION, entry
 
-FOLDER = VERSION.rpartition("/")[0].format(**NAMES)
 GET, HEAD = "GET " + DEB, "HEAD " + DEB
 ZEROS = "a981130cf2b7e09f4686dc273cf7187e"  # the MD5 of 2 GiB of them
 
@@ -80,87 +79,54 @@ def fault(name, script, status, record) -> Row:
                most=64, connections=9)
 
 
-def raw(headers: bytes, body: bytes = b"") -> Answer:
-    return Answer(raw=b"HTTP/1.1 200 OK\r\n" + headers + b"\r\n\r\n" + body)
-
-
-def sized(length: str | None) -> Answer:
-    return Answer(length=length)
-
-
 ENDLESS = Answer("7" * (1 << 20), length=None, endless=True)
 HEADERS = {f"X-{number}": "more" for number in range(1200)}
 FLOOD = Answer("".join(f"{name}: more\r\n" for name in HEADERS), endless=True,
                raw=b"HTTP/1.1 200 OK\r\n")
 SPLIT = "[" + entry("a.deb", path=r"/p HTTP/1.1\r\nX: y") + "]"
 REQUEST = "ERR Request {F}/"
-PARTIAL = " failed : [18] -> Transferred a partial file"
-WEIRD = " failed : [8] -> Weird server reply"
 SIZE = "NFY File size for {F}/setup.deb is "
 FAULTS = [
     fault("EndlessVersion", {VERSION: ENDLESS}, 2, REQUEST + "version_long.txt failed : [23] -> "
           "Failed writing received data to disk/application"),
     fault("EndlessDefinition", {DEFINITION: ENDLESS}, 0,
           "WRN Failed to get agent setup definition file - use legacy definition"),
-    fault("EndlessPackage", {HEAD: sized("20000"), GET: ENDLESS}, 2,
-          "ERR 'Fail to download setup file: [-1]"),
-    fault("PackageLargerThanTold", {GET: PACKAGE + b"!", HEAD: sized("20000")}, 6,
+    fault("EndlessPackage", {GET: ENDLESS}, 2, "ERR 'Fail to download setup file: [-1]"),
+    fault("PackageLargerThanTold", {GET: PACKAGE + b"!"}, 6,
           "WRN Downloaded size is 20001 bytes. Expected size is 20000 bytes - try again"),
-    fault("HeaderFlood", {VERSION: FLOOD}, 2, FAILED_VERSION),
-    fault("LengthBehindTooManyHeaders", {HEAD: Answer(headers=HEADERS, length="20000")}, 7,
-          "ERR Fail to determine file size"),
+    fault("PackageThatEndsWithItsConnection", {GET: Answer(PACKAGE, length=None)}, 0, "NFY Agent Update done"),
     fault("RedirectLoop", {VERSION: redirect(VERSION)}, 2, REQUEST + "version_long.txt failed : "
           "[47] -> Number of redirects hit maximum amount"),
-    fault("PackageCutOff", {GET: raw(b"Content-Length: 20000", PACKAGE[1:])}, 2,
-          REQUEST + "setup.deb" + PARTIAL),
-    fault("VersionCutOff", {VERSION: raw(b"Content-Length: 9", b"7.2.1.15")}, 2,
-          REQUEST + "version_long.txt" + PARTIAL),
-    fault("NotHttp", {VERSION: Answer(raw=b"7.2.1.15\n")}, 2, FAILED_VERSION),
-    fault("OtherSuccess", {VERSION: Answer("7.2.1.15", status=203)}, 2,
-          "ERR Failed to download version:  [203]"),
-    fault("PackageThatEndsWithItsConnection", {GET: Answer(PACKAGE, length=None)}, 0,
-          "NFY Agent Update done"),
-    fault("SizeIsNoNumber", {HEAD: sized("many")}, 2, REQUEST + "setup.deb" + WEIRD),
-    fault("SizeBeyondNumbers", {HEAD: sized("9" * 20)}, 11, "ERR Exception : stoull"),
-    fault("LargestSize", {HEAD: sized("9223372036854775807")}, 6,
-          SIZE + "9223372036854775807 bytes"),
-    fault("SizeOfARedirectCountsWhenTheLastAnswerHasNone",
-          {HEAD: Answer(status=302, headers={"Location": "/p"}, length="7"), "/p": sized(None)}, 6,
-          SIZE + "7 bytes"),
-    fault("TwoSizes", {HEAD: raw(b"Content-Length: 7\r\nContent-Length: 20000")}, 0,
-          SIZE + "20000 bytes"),
-    fault("SizesInAList", {HEAD: sized("5, 5")}, 6, SIZE + "5 bytes"),
-    fault("StatusOfZeros", {VERSION: Answer(raw=b"HTTP/1.1 000 OK\r\n\r\n7.2.1.15")}, 2,
-          FAILED_VERSION),
-    fault("PathThatBreaksTheRequest", {DEFINITION: SPLIT}, 2, FAILED_VERSION),
-    fault("VersionWithLineFeed", {VERSION: "bad\x1b[31m\nNFY forged"}, 5,
-          "ERR Invalid version_long.txt bad\x1b[31m"),
+    fault("OtherSuccess", {VERSION: Answer("7.2.1.15", status=203)}, 2, "ERR Failed to download version:  [203]"),
+    fault("VersionWithLineFeed", {VERSION: "bad\x1b[31m\nNFY forged"}, 5, "ERR Invalid version_long.txt bad\x1b[31m"),
+    *(fault(name, script, 2, FAILED_VERSION) for name, script in (
+        ("HeaderFlood", {VERSION: FLOOD}), ("NotHttp", {VERSION: Answer(raw=b"7.2.1.15\n")}),
+        ("StatusOfZeros", {VERSION: Answer(raw=b"HTTP/1.1 000 OK\r\n\r\n7.2.1.15")}),
+        ("PathThatBreaksTheRequest", {DEFINITION: SPLIT}))),
+    *(fault("Size:" + name, {HEAD: answer, "/p": Answer(length=None)}, status, record)
+      for name, answer, status, record in (
+        ("NoNumber", Answer(length="many"), 2, REQUEST + "setup.deb failed : [8] -> Weird server reply"),
+        ("BeyondNumbers", Answer(length="9" * 20), 11, "ERR Exception : stoull"),
+        ("Largest", Answer(length="9223372036854775807"), 6, SIZE + "9223372036854775807 bytes"),
+        ("BehindTooManyHeaders", Answer(headers=HEADERS, length="20000"), 7, "ERR Fail to determine file size"),
+        ("OfARedirectWhenTheLastAnswerHasNone", Answer(status=302, headers={"Location": "/p"}, length="7"), 6,
+         SIZE + "7 bytes"),
+        ("Twice", Answer(raw=b"HTTP/1.1 200 OK\r\nContent-Length: 7\r\nContent-Length: 20000\r\n\r\n"), 0,
+         SIZE + "20000 bytes"),
+        ("List", Answer(length="5, 5"), 6, SIZE + "5 bytes"))),
 ]
 
 
 # --- other schemes
 
-def served_file(run) -> None:
-    os.makedirs(run.side("served") + FOLDER)
-    write(run.side("served") + FOLDER + "/version_long.txt", "7.2.1.15")
-
-
-UNSUPPORTED = logged("failed : [1] -> Unsupported protocol")
-
-
 def schemes(scheme: str) -> list[Row]:
-    file = FOLDER + "/version_long.txt"
-
     def elsewhere(run) -> str:
-        place = run.side("served") if scheme == "file" else run.texts["S"].partition("//")[2]
-        return f"{scheme}://{place}"
+        return scheme + "://" + ("/nowhere" if scheme == "file" else run.texts["S"].partition("//")[2])
 
-    return [
-        Row(f"Scheme:{scheme}", prepare=served_file, status=2, check=UNSUPPORTED, connections=0,
-            drive=lambda run, _: run.go(elsewhere(run).encode().hex(), "7.2.0.1")),
-        Row(f"RedirectToScheme:{scheme}", {VERSION: lambda _, run: redirect(elsewhere(run) + file)},
-            prepare=served_file, status=2, check=UNSUPPORTED, calls=""),
-    ]
+    refused = partial(Row, status=2, check=logged("failed : [1] -> Unsupported protocol"), calls="")
+    return [refused(f"Scheme:{scheme}", connections=0,
+                    drive=lambda run, args: run.go(elsewhere(run).encode().hex(), args[1])),
+            refused(f"RedirectToScheme:{scheme}", {VERSION: lambda _, run: redirect(elsewhere(run) + "/nowhere")})]
 
 
 SCHEMES = ("file", "ftp", "scp", "smb", "gopher", "dict", "imap", "ldap", "telnet", "tftp")
