@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Whole updates with one thing going wrong in each: the program is ended at a system call, a system
-call fails, memory, descriptors or the disk run out, folders vanish, a signal comes. Whatever it is: the exit status is one of the program's, what went wrong is
-told, the lock is whole, the agent is not left stopped, and nothing but the verified package is
-installed. With --all every point is taken, else a sample."""
+call fails, memory, descriptors or the disk run out, folders vanish, a signal comes. Whatever it is:
+the exit status is one of the program's, what went wrong is told, the lock is whole, the agent is not
+left stopped, and nothing but the verified package is installed. With --all every point is taken,
+else a sample."""
 
 import os
 import re
@@ -11,6 +12,7 @@ import subprocess
 import sys
 from collections.abc import Callable, Iterable, Iterator
 from contextlib import contextmanager
+from functools import partial
 
 from harness import Case, Outcome, Place, Run, Server, lines, main, read, write
 from harness.linux import CONF, DEFINITION, DIGEST, NAMES, PACKAGE, entry
@@ -26,8 +28,7 @@ COUNT = """read -r _ _ _ _ group _ < /proc/$$/stat
 # What a call may say; the others say EIO. What cannot fail is left out.
 ERRORS = dict.fromkeys(["read", "write", "recvfrom", "poll", "wait4"], ["EIO", "EINTR"]) | {
     "flock": ["EAGAIN", "ENOLCK"], "openat": ["EACCES", "EMFILE"],
-} | dict.fromkeys("exit_group brk futex getpid gettid getuid geteuid umask uname rt_sigreturn".split(),
-                  [])
+} | dict.fromkeys("brk futex getpid gettid getuid geteuid umask uname rt_sigreturn".split(), [])
 Fault = Callable[[Run], Iterable[str]]  # one run or more; yields what must not be
 Point = tuple[str, int, bool]  # a system call, the how manieth of its name, while the agent is down
 
@@ -57,14 +58,14 @@ def case(fault: Fault, **script) -> Case:
     return tried
 
 
-def go(run: Run, first: str = "", **env: str) -> Outcome:
+def go(run: Run, first: str = "", *args: str, **env: str) -> Outcome:
     exports = "".join(f"export {name}={value}\n" for name, value in env.items())
     run.first = f"ulimit -c 0\n{exports}{first}"  # not in the environment of the shell itself
-    return run.go("-D", run.texts["H"], "7.2.0.1")
+    return run.go(*(args or ("-D", run.texts["H"], "7.2.0.1")))
 
 
-def traced(run: Run, options: str) -> Outcome:
-    return go(run, f'set -- strace -qq -o "$QD_CALLS.trace" {options} "$@"')
+def traced(run: Run, options: str, *args: str) -> Outcome:
+    return go(run, f'set -- strace -qq -o "$QD_CALLS.trace" {options} "$@"', *args)
 
 
 def trace(run: Run) -> str:
@@ -130,17 +131,16 @@ def good(place: Place, go: Callable[[Run], Outcome]) -> tuple[Run, Outcome]:
     return run, outcome
 
 
-def system_calls(place: Place) -> Iterator[Point]:
-    """The program's system calls in a good run, from main on."""
-    run, _ = good(place, lambda run: traced(run, "-s 200"))
+def system_calls(run: Run, begin: str) -> Iterator[Point]:
+    """The program's system calls in a run that was traced, from the line with the text on."""
     counts: dict[str, int] = {}
-    started = stopped = False
+    begun = stopped = False
     for line in lines(trace(run)):
         name = line.partition("(")[0]
-        if re.fullmatch(r"\w+", name):
+        begun = begun or begin in line
+        if re.fullmatch(r"\w+", name) and name != "exit_group":
             counts[name] = counts.get(name, 0) + 1
-            started = started or name == "setpgid"
-            if started:
+            if begun:
                 yield name, counts[name], stopped
         stopped = stopped or "Agent Stopping" in line
 
@@ -151,115 +151,102 @@ def injected(run: Run, call: str, number: int, what: str) -> Outcome:
 
 # --- kinds of faults, each yields names and cases
 
-def killed(points: list[Point]):
-    for call, number, _ in points:
-        def fault(run, call=call, number=number):
-            outcome = injected(run, call, number, "signal=KILL")
-            if len(re.findall(rf"^{call}\(", trace(run), re.MULTILINE)) < number:
-                return
-            yield from wrong(run, outcome, {"SIGKILL"})
-            last = ["", *lines(log(run))][-1]
-            down = outcome.calls and outcome.calls[-1] != START
-            if down and not re.search("Agent (Stopp|Inst)|Upgrading", last):
-                yield f"the agent is left stopped, and the log ends with {last}"
-            yield from an_hour_later(run)
-        yield f"{call} {number}", case(fault)
+def killed(call: str, number: int, run: Run):
+    outcome = injected(run, call, number, "signal=KILL")
+    if len(re.findall(rf"^{call}\(", trace(run), re.MULTILINE)) < number:
+        return
+    yield from wrong(run, outcome, {"SIGKILL"})
+    last = ["", *lines(log(run))][-1]
+    down = outcome.calls and outcome.calls[-1] != START
+    if down and not re.search("Agent (Stopp|Inst)|Upgrading", last):
+        yield f"the agent is left stopped, and the log ends with {last}"
+    yield from an_hour_later(run)
 
 
-def failing(points: list[Point]):
-    for call, number, _ in points:
-        for error in ERRORS.get(call, ["EIO"]):
-            def fault(run, call=call, number=number, error=error):
-                outcome = injected(run, call, number, f"error={error}")
-                # One that could not be closed; and without a group there is no finding its leader.
-                open_then = {"close": 6, "setpgid": 99}.get(call, 5)
-                yield from wrong(run, outcome, descriptors=open_then)
-            yield f"{call} {number} {error}", case(fault)
+def failing(call: str, number: int, error: str, run: Run):
+    # One that could not be closed; and without a group there is no finding its leader.
+    open_then = {"close": 6, "setpgid": 99}.get(call, 5)
+    yield from wrong(run, injected(run, call, number, f"error={error}"), descriptors=open_then)
 
 
-def signalled(points: list[Point]):
-    for name in ("TERM", "HUP", "INT", "QUIT", "PIPE", "USR1", "XFSZ"):
-        for call, number, _ in points:
-            def fault(run, call=call, number=number, name=name):
-                outcome = injected(run, call, number, f"signal={name}")
-                yield from wrong(run, outcome, {"SIG" + name})
-            yield f"{name} at {call} {number}", case(fault)
+def signalled(call: str, number: int, name: str, run: Run):
+    yield from wrong(run, injected(run, call, number, f"signal={name}"), {"SIG" + name})
 
 
-def without_memory(shim: str, allocations: int):
-    for number in range(1, allocations + 1):
-        for count in [1] + [1000000] * (number % 16 == 1):
-            def fault(run, what=f"memory:{number}:{count}"):
-                yield from wrong(run, go(run, LD_PRELOAD=shim, QD_FAULT=what))
-            yield f"{number}:{count}", case(fault)
+def without_memory(shim: str, number: int, count: int, run: Run):
+    yield from wrong(run, go(run, LD_PRELOAD=shim, QD_FAULT=f"memory:{number}:{count}"))
+
+
+def named(fault, *points: tuple):
+    """For each point the fault's case there, with a name."""
+    return [(" ".join(map(str, point)), case(partial(fault, *point))) for point in points]
 
 
 def mounted(run: Run, options: str) -> None:
     subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", run.temp()], check=True)
 
 
-def small_disks():
-    def larger_package(run):
-        mounted(run, "size=1m")
-        outcome = go(run)
-        yield from wrong(run, outcome)
-        room = os.statvfs(run.temp())
-        if outcome.status != 2 or room.f_bavail * 20 < room.f_blocks:
-            yield f"ended with {outcome.status}, {room.f_bavail} of {room.f_blocks} blocks free"
-
-    yield "a package larger than it", case(larger_package, **{DEB: bytes(2 << 20)})
-    sizes = [f"size={4 * pages}k" for pages in range(1, 14)]
-    for limit in ["ro"] + [f"nr_inodes={count}" for count in range(6, 0, -1)] + sizes[::-1]:
-        def fault(run, limit=limit):
-            mounted(run, limit)
-            yield from wrong(run, go(run))
-            mounted(run, "remount,rw,size=1m,nr_inodes=99")
-            yield from an_hour_later(run)
-        yield limit, case(fault)
+def small_disk(limit: str, run: Run):
+    mounted(run, limit)
+    yield from wrong(run, go(run))
+    mounted(run, "remount,rw,size=1m,nr_inodes=99")
+    yield from an_hour_later(run)
 
 
-def few_descriptors():
-    for most in range(4, 14):
-        yield str(most), case(lambda run, most=most: wrong(run, go(run, f"ulimit -n {most}")))
+def larger_package(run: Run):
+    mounted(run, "size=1m")
+    outcome = go(run)
+    yield from wrong(run, outcome)
+    room = os.statvfs(run.temp())
+    if outcome.status != 2 or room.f_bavail * 20 < room.f_blocks:
+        yield f"ended with {outcome.status}, {room.f_bavail} of {room.f_blocks} blocks free"
 
 
-def vanishing_folders():
-    def log_folder(run):
-        run.texts["goes"] = run.side("data/UpdLogs")
-        os.mkdir(run.side("data"))
-        write(run.own(f"{CONF}.x/dbdir.cfg"), run.side("data"))
-        yield from held(run, go(run, QD_AGENT_INSTANCE="x"))
+def few_descriptors(most: int, run: Run):
+    yield from wrong(run, go(run, f"ulimit -n {most}"))
 
-    def temporary_folder(run):
-        run.texts["goes"] = run.temp()
-        yield from wrong(run, go(run))
 
-    def vanish(request, run):
-        shutil.rmtree(run.texts["goes"], ignore_errors=True)
-        return GOOD[request.line.partition(" ")[2]]
+def vanish(request, run: Run):
+    shutil.rmtree(run.texts["goes"], ignore_errors=True)
+    return GOOD[request.line.partition(" ")[2]]
 
-    for path in (DEFINITION, DEB):
-        yield f"that of the log at {path}", case(log_folder, **{path: vanish})
-        yield f"the temporary one at {path}", case(temporary_folder, **{path: vanish})
+
+def vanished_log(run: Run):
+    run.texts["goes"] = run.side("data/UpdLogs")
+    os.mkdir(run.side("data"))
+    write(run.own(f"{CONF}.x/dbdir.cfg"), run.side("data"))
+    yield from held(run, go(run, QD_AGENT_INSTANCE="x"))
+
+
+def vanished(run: Run):
+    run.texts["goes"] = run.temp()
+    yield from wrong(run, go(run))
 
 
 def cases(place: Place, everything: bool) -> dict[str, Case]:
     shim = place.program("shim")
-    points = list(system_calls(place))
+    run, _ = good(place, lambda run: traced(run, "-s 200"))
+    points = list(system_calls(run, "setpgid("))
     _, outcome = good(place, lambda run: go(run, LD_PRELOAD=shim, QD_FAULT="count"))
-    memory = without_memory(shim, int(outcome.err))
-    window = [point for point in points if point[2]]
     kinds = {  # the cases, and which of them are the sample
-        "killed at a system call": (killed(points), 13),
-        "a system call fails": (failing(points), 17),
-        "memory runs out": (memory, 401),
-        "a signal comes": (signalled(points if everything else window), 15),
-        "the disk is full": (small_disks(), 5),
-        "descriptors run out": (few_descriptors(), 3),
-        "folders vanish": (vanishing_folders(), 1),
+        "killed at a system call": (named(killed, *(point[:2] for point in points)), 13),
+        "a system call fails": (named(failing, *(
+            (call, number, error) for call, number, _ in points for error in ERRORS.get(call, ["EIO"]))), 17),
+        "memory runs out": (named(partial(without_memory, shim), *(
+            (number, count) for number in range(1, int(outcome.err) + 1)
+            for count in [1] + [1000000] * (number % 16 == 1))), 401),
+        "a signal comes": (named(signalled, *(
+            (call, number, name) for name in ("TERM", "HUP", "INT", "QUIT", "PIPE", "USR1", "XFSZ")
+            for call, number, stopped in points if stopped or everything)), 15),
+        "the disk is full": ([("larger package", case(larger_package, **{DEB: bytes(2 << 20)})), *named(
+            small_disk, ("ro",), *((f"nr_inodes={count}",) for count in range(6, 0, -1)),
+            *((f"size={4 * pages}k",) for pages in range(13, 0, -1)))], 5),
+        "descriptors run out": (named(few_descriptors, *((most,) for most in range(4, 14))), 3),
+        "folders vanish": ([(f"{fault.__name__} at {path}", case(fault, **{path: vanish}))
+                            for fault in (vanished_log, vanished) for path in (DEFINITION, DEB)], 1),
     }
-    return {f"{kind}: {name}": case for kind, (named, step) in kinds.items()
-            for name, case in list(named)[:: 1 if everything else step]}
+    return {f"{kind}: {name}": case for kind, (found, step) in kinds.items()
+            for name, case in list(found)[:: 1 if everything else step]}
 
 
 def inside() -> int:
