@@ -60,19 +60,4 @@ TEST_F(OwnFile, NeverTouchesWhatSomebodyPutInTheWay) {
   }
 }
 
-TEST_F(OwnFile, LinksAreFollowedOnlyInFoldersThatNobodyShares) {
-  fs::create_symlink(folder / "target", path);
-  constexpr std::pair<unsigned int, bool> kCases[] = {
-      {0700, false}, {0755, false}, {0775, true}, {01777, true}};
-  for (const auto& [mode, shared] : kCases) {
-    fs::permissions(folder.path(), fs::perms(mode));
-    EXPECT_EQ(osal_folderIsShared(root().c_str()), shared) << mode;
-    ScopedFd fd;
-    EXPECT_EQ(osal_openFixedFile(path.c_str(), OwnFileUse::Append, 0600, fd), 0);
-    EXPECT_EQ(fs::is_symlink(fs::symlink_status(path)), !shared);
-    EXPECT_TRUE(fs::exists(folder / "target"));
-  }
-  EXPECT_TRUE(osal_folderIsShared("/nowhere"));
-}
-
 }  // namespace

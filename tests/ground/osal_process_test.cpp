@@ -1,7 +1,6 @@
 #include "ground/osal_process.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <thread>
@@ -25,11 +24,7 @@ TEST(OsalProcess, ThreadsAndForkedChildrenHaveIdsAndNamesOfTheirOwn) {
   EXPECT_EQ(parent, static_cast<unsigned long long>(::getpid()));  // this is the first thread
 #endif
   EXPECT_TRUE(hasIdsOfItsOwn(0));
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(hasIdsOfItsOwn(parent) ? 0 : 1);
-  int status = -1;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EXIT(::_exit(hasIdsOfItsOwn(parent) ? 0 : 1), testing::ExitedWithCode(0), "");
   std::thread([parent] {
     EXPECT_TRUE(hasIdsOfItsOwn(parent));
     char name[64] = {};

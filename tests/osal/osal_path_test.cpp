@@ -46,8 +46,7 @@ TEST_F(OsalPathTest, TimesAreSetToTheMicrosecond) {
 }
 
 TEST_F(OsalPathTest, UnmountsAPathWithAnyCharacterInIt) {
-  writeFile(folder / "umount", "#!/bin/sh\nprintf '%s:%s' $# \"$1\" >'" + path + "'\n");
-  fs::permissions(folder / "umount", fs::perms(0700));
+  writeProgram(folder / "umount", "printf '%s:%s' $# \"$1\" >'" + path + "'");
   const std::string former = std::getenv("PATH");
   ::setenv("PATH", (root() + ":" + former).c_str(), 1);
   EXPECT_EQ(osal_umount("/mnt/it's  $(two)"), 0);

@@ -4,9 +4,11 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include "ground/QDMarkers.h"
+
 /// Lowers a resource limit (RLIMIT_...), for the object's life. Beyond a file size calls fail
 /// instead of ending the process.
-class Limit {
+class Limit : private qd_no_duplic {
  public:
   Limit(int resource, rlim_t most) : resource_(resource) {
     ::getrlimit(resource_, &former_);
@@ -14,8 +16,6 @@ class Limit {
     const rlimit limit{most, former_.rlim_max};
     ::setrlimit(resource_, &limit);
   }
-  Limit(const Limit&) = delete;
-  Limit& operator=(const Limit&) = delete;
   ~Limit() {
     ::setrlimit(resource_, &former_);
     ::signal(SIGXFSZ, SIG_DFL);
@@ -27,7 +27,7 @@ class Limit {
 };
 
 /// A signal every millisecond, for the object's life, which interrupts what waits.
-class Alarms {
+class Alarms : private qd_no_duplic {
  public:
   Alarms() {
     struct sigaction ignore {};
@@ -35,8 +35,6 @@ class Alarms {
     ::sigaction(SIGALRM, &ignore, &former_);
     ::ualarm(1000, 1000);
   }
-  Alarms(const Alarms&) = delete;
-  Alarms& operator=(const Alarms&) = delete;
   ~Alarms() {
     ::ualarm(0, 0);
     ::sigaction(SIGALRM, &former_, nullptr);

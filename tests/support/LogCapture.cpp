@@ -1,10 +1,10 @@
 #include "LogCapture.h"
 
 #include <boost/algorithm/string/replace.hpp>
-#include <regex>
 
-LogCapture::LogCapture(const char* levels) : former_(QDLog::getLogger()->logCb()) {
-  QDLog::getLogger()->setLevels(levels);
+LogCapture::LogCapture(const std::string& levels)
+    : former_(QDLog::getLogger()->logCb()), module_(levels.substr(0, levels.find(':') + 1)) {
+  QDLog::getLogger()->setLevels(levels.c_str());
   QDLog::getLogger()->setLogCb(this);
 }
 
@@ -30,19 +30,18 @@ void LogCapture::log(unsigned int /*pid*/, unsigned long long /*threadId*/, cons
   lines_.push_back(std::string(module) + ":" + level + " " + message);
 }
 
-std::string Said::operator()() {
-  static const std::regex address("@0x[0-9a-f]*");
+std::string LogCapture::operator()() {
   std::string all;
-  for (std::string line : log_.lines()) {
+  for (std::string line : lines()) {
     if (line.starts_with(module_)) line.erase(0, module_.size());
     for (const auto& [text, name] : names_) boost::replace_all(line, text, name);
-    all += (all.empty() ? "" : " | ") + std::regex_replace(line, address, "@");
+    all += (all.empty() ? "" : " | ") + line;
   }
-  log_.clear();
+  clear();
   return all;
 }
 
-std::string Said::operator()(int result) {
+std::string LogCapture::operator()(int result) {
   const std::string records = (*this)();
   return std::to_string(result) + (records.empty() ? "" : " ") + records;
 }

@@ -6,19 +6,16 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <type_traits>
 
 namespace {
 
 thread_local SystemHooks* hooks = nullptr;
 
-/// Whether the call has to fail; errno tells with what.
-template <typename... Arguments>
-bool fails(std::function<int(Arguments...)> SystemHooks::*hook,
-           const std::type_identity_t<Arguments>&... arguments) {
-  if (hooks == nullptr || !(hooks->*hook)) return false;
-  const auto called = hooks->*hook;  // a copy, since a hook may take itself away
-  const int error = called(arguments...);
+/// Whether the call has to fail; errno says with what.
+bool fails(const char* call, const char* name = "") {
+  if (hooks == nullptr || !hooks->before) return false;
+  const auto before = hooks->before;  // a copy, since a hook may take itself away
+  const int error = before(call, name);
   if (error != 0) errno = error;
   return error != 0;
 }
@@ -34,7 +31,7 @@ extern "C" {
 
 int __real_openat64(int folder, const char* name, int flags, ...);
 int __wrap_openat64(int folder, const char* name, int flags, ...) {
-  if (fails(&SystemHooks::opening, name)) return -1;
+  if (fails("openat", name)) return -1;
   std::va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
@@ -44,17 +41,15 @@ int __wrap_openat64(int folder, const char* name, int flags, ...) {
 
 int __real_unlinkat(int folder, const char* name, int flags);
 int __wrap_unlinkat(int folder, const char* name, int flags) {
-  return fails(&SystemHooks::removing, name) ? -1 : __real_unlinkat(folder, name, flags);
+  return fails("unlinkat", name) ? -1 : __real_unlinkat(folder, name, flags);
 }
 
 dirent64* __real_readdir64(DIR* dir);
-dirent64* __wrap_readdir64(DIR* dir) {
-  return fails(&SystemHooks::reading) ? nullptr : __real_readdir64(dir);
-}
+dirent64* __wrap_readdir64(DIR* dir) { return fails("readdir") ? nullptr : __real_readdir64(dir); }
 
 int __real_flock(int fd, int operation);
 int __wrap_flock(int fd, int operation) {
-  return fails(&SystemHooks::locking) ? -1 : __real_flock(fd, operation);
+  return fails("flock") ? -1 : __real_flock(fd, operation);
 }
 
 int __real_nanosleep(const timespec* time, timespec* left);

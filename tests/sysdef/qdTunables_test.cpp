@@ -41,70 +41,47 @@ struct Table {
 
 /// What applying `text` logs at `level` with "T:" for "Tunables -", and changes.
 std::pair<std::string, std::string> outcome(const std::string& text, int level) {
-  Said said("PRFS:" + std::to_string(level) + ";EXCP:5;");
+  LogCapture said("PRFS:" + std::to_string(level) + ";EXCP:5;");
   said.rename("Tunables -", "T:");
   Table table;
   QDTunables::tunablesUpdate(bytes(text), table.records, Table::kCount);
   return {said(), table.changes()};
 }
 
-TEST(QDTunables, ReadsAPairFromEachLine) {
+TEST(QDTunables, ReadsAPairFromEachLineAndAppliesIt) {
   const std::string found = "DBG T: value found for key = ";
-  const std::string comment = "INF T: // comment found -> skip line";
   const std::string badName = "ERR T: bad read name -> skip line : ";
-  const std::string noEquals = "ERR T: cannot find '=' ('0x";
-  const std::string longest(8192, 'v');
-  const std::pair<std::string, std::string> kCases[] = {
-      {"KEY=1\r\n\r\n\n", found + R"("KEY" -> "1")"},
-      {"  KEY  =  a b  ", found + R"("KEY" -> "a b  ")"},
-      {std::string(64, 'K') + "=1", found + "\"" + std::string(64, 'K') + "\" -> \"1\""},
-      {"KEY=" + longest, found + "\"KEY\" -> \"" + longest + "\""},
-      {"  //\n", comment},
-      {"qd_http_port=1", badName + "UNDEF"},
-      {"KEY", noEquals + "0') for key = \"KEY\" -> skip line"},
-  };
-  for (const auto& [text, said] : kCases) {
-    SCOPED_TRACE(text.substr(0, 80));
-    EXPECT_EQ(outcome(text, 5).first, said);
-  }
-  EXPECT_TRUE(outcome(std::string(65, 'K') + "=1", 5).first.starts_with(badName + "\n0000   4B"));
-  const auto [said, changes] = outcome("QD_FESERVER=" + longest + "v\nQD_FLAG=true", 3);
-  EXPECT_TRUE(said.starts_with("ERR T: read value too long -> skip line : \n0000   76 76"));
-  EXPECT_EQ(changes, "flag 1 ") << "the next line counts";
-}
-
-TEST(QDTunables, AppliesValues) {
-  const std::string u32 = "-> Value (U32) updated to : ";
-  const std::string u64 = "-> Value (U64) updated to : ";
   const std::string str = "INF T: \"QD_FESERVER\" -> Value (STR) updated to : ";
   const std::string low =
       R"(WRN T: "QD_HTTP_PORT" -> Value too low for min = 1 (0) ; set to min value | )";
-  const auto big = [](const char* max, const char* value) {
-    return std::string("-> Value too big for max = ") + max + " (" + value + ") ; set to max value";
-  };
-  const std::string port = "INF T: \"QD_HTTP_PORT\" " + u32;
-  const std::string large = "INF T: \"QD_BIG\" " + u64;
+  const std::string high = R"(WRN T: "QD_HTTP_PORT" -> Value too big for max = 65535 (4294967297) )"
+                           "; set to max value | ";
+  const std::string port = "INF T: \"QD_HTTP_PORT\" -> Value (U32) updated to : ";
   const std::string noFlag = R"(ERR T: "QD_FLAG" -> Value (BOOL) cannot be updated (bad value) : )";
-  const std::string noU64 = R"(ERR T: "QD_BIG" -> Value too big for u64 (")";
   const std::string longest(8192, 'v');
+  const std::string longestKey(64, 'K');
   const struct {
     std::string text;
     std::string said;
-    std::string changes;
+    std::string changes = {};
+    int level = 4;
   } kCases[] = {
+      {"KEY=1\r\n\r\n\n", found + R"("KEY" -> "1")", "", 5},
+      {"  KEY  =  a b  ", found + R"("KEY" -> "a b  ")", "", 5},
+      {longestKey + "=1", found + '"' + longestKey + R"(" -> "1")", "", 5},
+      {"  //\n", "INF T: // comment found -> skip line"},
+      {"qd_http_port=1", badName + "UNDEF"},
+      {"KEY", R"(ERR T: cannot find '=' ('0x0') for key = "KEY" -> skip line)"},
       {"QD_HTTP_PORT=0", low + port + "1", "port 1 "},
-      {"QD_HTTP_PORT=4294967297",
-       "WRN T: \"QD_HTTP_PORT\" " + big("65535", "4294967297") + " | " + port + "65535",
-       "port 65535 "},
+      {"QD_HTTP_PORT=4294967297", high + port + "65535", "port 65535 "},
       {"QD_SERVER_MODE=4294967296",
-       "ERR T: \"QD_SERVER_MODE\" -> Value too big for u32 (4294967296) ; set to max u32 | "
-       "INF T: \"QD_SERVER_MODE\" " +
-           u32 + "4294967295",
+       R"(ERR T: "QD_SERVER_MODE" -> Value too big for u32 (4294967296) ; set to max u32 | )"
+       R"(INF T: "QD_SERVER_MODE" -> Value (U32) updated to : 4294967295)",
        "mode 4294967295 "},
       // One digit more fits as long as the number before it is below 2^60.
       {"QD_BIG=11529215046068469760",
-       noU64 + "11529215046068469760\") ; truncate to 1152921504606846976 | " + large +
-           "1152921504606846976",
+       R"(ERR T: "QD_BIG" -> Value too big for u64 ("11529215046068469760") ; truncate to )"
+       R"(1152921504606846976 | INF T: "QD_BIG" -> Value (U64) updated to : 1152921504606846976)",
        "big 1152921504606846976 "},
       {"QD_FESERVER=" + longest, str + "\"" + longest + "\"", "server " + longest},
       // In table order; the first occurrence of a key counts, and unknown keys do not.
@@ -113,10 +90,12 @@ TEST(QDTunables, AppliesValues) {
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.text.substr(0, 80));
-    const auto [said, changes] = outcome(c.text, 4);
-    EXPECT_EQ(said, c.said);
-    EXPECT_EQ(changes, c.changes);
+    EXPECT_EQ(outcome(c.text, c.level), std::pair(c.said, c.changes));
   }
+  EXPECT_TRUE(outcome("K" + longestKey + "=1", 5).first.starts_with(badName + "\n0000   4B"));
+  const auto [said, changes] = outcome("QD_FESERVER=" + longest + "v\nQD_FLAG=true", 3);
+  EXPECT_TRUE(said.starts_with("ERR T: read value too long -> skip line : \n0000   76 76"));
+  EXPECT_EQ(changes, "flag 1 ") << "the next line counts";
 }
 
 }  // namespace

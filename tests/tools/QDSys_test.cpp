@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "FolderTest.h"
 #include "SystemHooks.h"
-#include "ToolsTest.h"
 #include "osal/osal_time.h"
 #include "tools/QDHash.h"
 #include "tools/QDSys.h"

@@ -6,7 +6,6 @@
 #include <ctime>
 
 #include "Files.h"
-#include "TempFolder.h"
 #include "tuf/Client.h"
 #include "tuf/Error.h"
 #include "tuf/signer.h"

@@ -22,17 +22,21 @@ Settings settingsOf(const std::string& text) {
   return std::get<Settings>(parsed);
 }
 
-TEST(Settings, TellWhatIsWrongAndWhatToDo) {
-  constexpr const char* kAddress = "an address such as \"https://updates.example.com/agent\"";
-  constexpr const char* kTime = "a duration with a unit (s, m, h, d), such as \"30m\"";
-  constexpr const char* kSize = "a size such as \"64MiB\" (KiB, MiB, GiB, or bytes without a unit)";
+/// What is said of a key with a value that it does not take.
+std::string takes(const std::string& place, const std::string& key, const std::string& what,
+                  const std::string& here) {
+  return "f:" + place + ": \"" + key + "\" takes " + what + "; here is " + here;
+}
+
+TEST(Settings, SayWhatIsWrongAndWhatToDo) {
+  const std::string address = "an address such as \"https://updates.example.com/agent\"";
+  const std::string time = "a duration with a unit (s, m, h, d), such as \"30m\"";
+  const std::string someTime = "a duration of at least \"1s\" (s, m, h, d), such as \"30m\"";
+  const std::string size = "a size such as \"64MiB\" (KiB, MiB, GiB, or bytes without a unit)";
+  const std::string path = "a path that begins with \"/\"";
   const std::string windows =
-      "\"rollout.window\" takes a list of times such as "
-      "[\"Mon-Fri 01:00-04:00\", \"Sun 22:00-02:00\"]; here is ";
-  const struct {
-    const char* text;
-    std::string expected;
-  } kCases[] = {
+      "a list of times such as [\"Mon-Fri 01:00-04:00\", \"Sun 22:00-02:00\"]";
+  const std::pair<const char*, std::string> kCases[] = {
       {"server = \n", "f:1:10: Error while parsing key-value pair: expected value, saw '\\n'"},
       {"\n[fetch]\nproxi = 'x'",
        "f:3:1: unknown key \"fetch.proxi\"; did you mean \"fetch.proxy\"?"},
@@ -41,50 +45,43 @@ TEST(Settings, TellWhatIsWrongAndWhatToDo) {
       {"[[fetch]]\n",
        "f:1:3: \"fetch\" is a section: write [fetch] once, on a line of its own, with its keys "
        "below it"},
-      {"server = 'ftp://a.example'",
-       std::string("f:1:10: \"server\" takes ") + kAddress + "; here is \"ftp://a.example\""},
-      {"server = 'http://a.example/x?y=1'", std::string("f:1:10: \"server\" takes ") + kAddress +
-                                                "; here is \"http://a.example/x?y=1\""},
-      {"server = 7", std::string("f:1:10: \"server\" takes ") + kAddress + "; here is 7"},
+      {"server = 'ftp://a.example'", takes("1:10", "server", address, "\"ftp://a.example\"")},
+      {"server = 'http://a.example/?y=1'",
+       takes("1:10", "server", address, "\"http://a.example/?y=1\"")},
+      {"server = 7", takes("1:10", "server", address, "7")},
       {"mirrors = ['https://m.example']",
        "f:1:11: \"mirrors\" are used only with [trust], which tells a mirror's packages from "
-       "forged "
-       "ones: add that section or remove this key"},
+       "forged ones: add that section or remove this key"},
       {"[trust]\nchannel = 'a b'",
-       "f:2:11: \"trust.channel\" takes a name of letters, digits, \".\", \"_\" and \"-\"; here is "
-       "\"a b\""},
+       takes("2:11", "trust.channel", "a name of letters, digits, \".\", \"_\" and \"-\"",
+             "\"a b\"")},
       {"[trust]\n",
        "f:1:1: [trust] needs \"root\": the path of the first trusted root, which the publisher of "
        "the packages gives out"},
-      {"[trust]\nroot = 'root.json'",
-       "f:2:8: \"trust.root\" takes a path that begins with \"/\"; here is \"root.json\""},
+      {"[trust]\nroot = 'root.json'", takes("2:8", "trust.root", path, "\"root.json\"")},
       {"[fetch]\nclient_cert = '/c.pem'",
        "f:1:1: \"fetch.client_cert\" and \"fetch.client_key\" belong together: set both or none"},
-      {"[fetch]\ndeadline = '0s'",
-       "f:2:12: \"fetch.deadline\" takes a duration of at least \"1s\" (s, m, h, d), such as "
-       "\"30m\"; here is \"0s\""},
-      {"[install]\nlock_wait = '2 h'",
-       std::string("f:2:13: \"install.lock_wait\" takes ") + kTime + "; here is \"2 h\""},
-      {"[install]\nreserve = '64MB'",
-       std::string("f:2:11: \"install.reserve\" takes ") + kSize + "; here is \"64MB\""},
+      {"[fetch]\ndeadline = '0s'", takes("2:12", "fetch.deadline", someTime, "\"0s\"")},
+      {"[install]\nlock_wait = '2 h'", takes("2:13", "install.lock_wait", time, "\"2 h\"")},
+      {"[install]\nreserve = '64MB'", takes("2:11", "install.reserve", size, "\"64MB\"")},
       {"[install]\nrehearse = 'yes'",
-       "f:2:12: \"install.rehearse\" takes true or false, without quotes; here is \"yes\""},
+       takes("2:12", "install.rehearse", "true or false, without quotes", "\"yes\"")},
       {"[install]\nconffiles = true",
-       "f:2:13: \"install.conffiles\" takes \"keep\" or \"replace\"; here is true"},
+       takes("2:13", "install.conffiles", "\"keep\" or \"replace\"", "true")},
       {"[health]\nkeep = 1.5",
-       "f:2:8: \"health.keep\" takes a number from 0 to 9, without quotes; here is a fraction"},
+       takes("2:8", "health.keep", "a number from 0 to 9, without quotes", "a fraction")},
       {"[rollout]\nwindow = ['Mon 01:00-02:00', 'Mon-Fry 01:00-04:00']",
-       "f:2:30: " + windows + "\"Mon-Fry 01:00-04:00\""},
-      {"[rollout]\nwindow = 'Mon 01:00-02:00'", "f:2:10: " + windows + "\"Mon 01:00-02:00\""},
+       takes("2:30", "rollout.window", windows, "\"Mon-Fry 01:00-04:00\"")},
+      {"[rollout]\nwindow = 'Mon 01:00-02:00'",
+       takes("2:10", "rollout.window", windows, "\"Mon 01:00-02:00\"")},
       {"[rollout]\npin = '7.*.1'",
-       "f:2:7: \"rollout.pin\" takes a version such as \"7.2.1.15\", or its beginning and a \"*\", "
-       "such "
-       "as \"7.2.*\"; here is \"7.*.1\""},
+       takes("2:7", "rollout.pin",
+             "a version such as \"7.2.1.15\", or its beginning and a \"*\", such as \"7.2.*\"",
+             "\"7.*.1\"")},
       {"[report]\nhistory = 2006-01-02",
-       "f:2:11: \"report.history\" takes a size of at least \"4KiB\", such as \"1MiB\"; here is a "
-       "date or time"},
-      {"[report]\ntextfile = '/a\tb'",
-       "f:2:12: \"report.textfile\" takes a path that begins with \"/\"; here is \"/a?b\""},
+       takes("2:11", "report.history", "a size of at least \"4KiB\", such as \"1MiB\"",
+             "a date or time")},
+      {"[report]\ntextfile = '/a\tb'", takes("2:12", "report.textfile", path, "\"/a?b\"")},
   };
   for (const auto& [text, expected] : kCases) {
     const auto parsed = parseSettings(text);
@@ -114,12 +111,10 @@ TEST(Settings, AreThoseOfTheExampleWithEveryKeySet) {
   EXPECT_FALSE(s.hasPassword);
 }
 
-TEST(Settings, KnowAPasswordAndHideIt) {
-  EXPECT_TRUE(settingsOf("fetch.proxy = 'u:p@proxy:3128'").hasPassword);
+TEST(Settings, HideAPassword) {
   const Settings s = settingsOf("server = 'https://u:p@a.example/x/'");
   EXPECT_TRUE(s.hasPassword);
   EXPECT_EQ(withoutPassword(s.server), "https://a.example/x");
-  EXPECT_EQ(withoutPassword("https://a.example/x"), "https://a.example/x");
 }
 
 TEST(Settings, OpenAWindowOnTheDaysNamed) {

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "Files.h"
-#include "TempFolder.h"
 #include "Updater/procedure/lockFile.h"
 #include "Updater/procedure/updateRules.h"
 

@@ -59,82 +59,78 @@ TEST(Rollout, WindowsAreLocalTime) {
   ::unsetenv("TZ");
 }
 
+/// A release for all machines of its channel from a day on; `more` are further or other members.
+nlohmann::json json(const char* version, const std::string& day, const nlohmann::json& more = {}) {
+  nlohmann::json qd = {
+      {"version", version},
+      {"os", 3},
+      {"arch", 1},
+      {"kind", "deb"},
+      {"unknown", 1},
+      {"channels", {{"stable", {{"percent", 100}, {"start", day + "T00:00:00Z"}, {"hours", 0}}}}}};
+  if (!more.is_null()) qd.merge_patch(more);
+  return qd;
+}
+
 // Faults: any gate left out, asked in another order, or a lower version taken where none is due.
 TEST(Rollout, ChoosesTheHighestVersionThatTheGatesLetThrough) {
-  const char* const kReleases[] = {
-      R"({"version": "7.3.0.0", "channels": {"stable": {"percent": 100, "start": "2026-03-10T00:00:00Z", "hours": 10}}})",
-      R"({"version": "7.2.9.0", "halted": true, "channels": {"stable": {"percent": 100, "start": "2026-03-01T00:00:00Z", "hours": 0}}})",
-      R"({"version": "7.2.5.0", "min_from": "7.1.0.0", "channels": {"stable": {"percent": 100, "start": "2026-03-05T00:00:00Z", "hours": 0}}})",
-      R"({"version": "7.1.0.0", "min_from": "6.9.0.0", "channels": {"stable": {"percent": 100, "start": "2026-01-01T00:00:00Z", "hours": 0}, "beta": {"percent": 0, "start": "2026-01-01T00:00:00Z", "hours": 0}}})",
-  };
+  const nlohmann::json beta = {{"percent", 0}, {"start", "2026-01-01T00:00:00Z"}, {"hours", 0}};
   std::vector<Release> releases;
-  for (const char* const text : kReleases) {
-    nlohmann::json qd = nlohmann::json::parse(text);
-    qd.update({{"os", 3}, {"arch", 1}, {"kind", "deb"}, {"unknown", 1}});
+  for (const nlohmann::json& qd :
+       {json("7.3.0.0", "2026-03-10", {{"channels", {{"stable", {{"hours", 10}}}}}}),
+        json("7.2.9.0", "2026-03-01", {{"halted", true}}),
+        json("7.2.5.0", "2026-03-05", {{"min_from", "7.1.0.0"}}),
+        json("7.1.0.0", "2026-01-01", {{"min_from", "6.9.0.0"}, {"channels", {{"beta", beta}}}})}) {
     releases.push_back(releaseFromJson(toJson(releaseFromJson(qd))));
   }
   std::vector<const Release*> all;
   for (const Release& release : releases) all.push_back(&release);
   const double slot = slotOf(kMachine, Version("7.3.0.0"));
-  const UnixTime turn =
-      at("2026-03-10T00:00:00Z") + 1s + std::chrono::seconds(static_cast<long>(slot * 36000));
-  const std::string turnText = utcText(turn);
+  const std::string turn = utcText(at("2026-03-10T00:00:00Z") + 1s +
+                                   std::chrono::seconds(static_cast<long>(slot * 36000)));
 
   const struct {
     const char* installed;
-    const char* now;
+    std::string now;
     const char* channel;
     const char* pin;
     const char* ages;
-    const char* inhibition;
     const char* release;
     Gate gate;
     std::string until;
   } kCases[] = {
-      {"7.2.1.4", "2026-03-11T00:00:00Z", "stable", "", "0s", "", "7.3.0.0", Gate::None, ""},
-      {"7.2.1.4", "2026-03-10T00:00:00Z", "stable", "", "0s", "", "7.2.5.0", Gate::None, ""},
-      {"7.2.5.0", "2026-03-10T00:00:00Z", "stable", "", "0s", "", "7.3.0.0", Gate::Share, turnText},
-      {"7.2.5.0", turnText.c_str(), "stable", "", "0s", "", "7.3.0.0", Gate::None, ""},
-      {"7.3.0.0", "2026-03-11T00:00:00Z", "stable", "", "0s", "", "", Gate::None, ""},
-      {"7.0.0.0", "2026-03-06T00:00:00Z", "stable", "", "0s", "", "7.1.0.0", Gate::None, ""},
-      {"7.2.1.4", "2026-03-06T00:00:00Z", "stable", "", "3d", "", "7.3.0.0", Gate::Share, turnText},
-      {"7.2.1.4", "2026-03-11T00:00:00Z", "stable", "7.2.*", "8d", "", "7.3.0.0", Gate::Pin, ""},
-      {"7.2.1.4", "2026-03-11T00:00:00Z", "stable", "7.3.*", "3d", "", "7.3.0.0", Gate::Age,
+      {"7.2.1.4", "2026-03-11", "stable", "", "0s", "7.3.0.0", Gate::None, ""},
+      {"7.2.1.4", "2026-03-10", "stable", "", "0s", "7.2.5.0", Gate::None, ""},
+      {"7.2.5.0", "2026-03-10", "stable", "", "0s", "7.3.0.0", Gate::Share, turn},
+      {"7.2.5.0", turn, "stable", "", "0s", "7.3.0.0", Gate::None, ""},
+      {"7.3.0.0", "2026-03-11", "stable", "", "0s", "", Gate::None, ""},
+      {"7.0.0.0", "2026-03-06", "stable", "", "0s", "7.1.0.0", Gate::None, ""},
+      {"7.2.1.4", "2026-03-06", "stable", "", "3d", "7.3.0.0", Gate::Share, turn},
+      {"7.2.1.4", "2026-03-11", "stable", "7.2.*", "8d", "7.3.0.0", Gate::Pin, ""},
+      {"7.2.1.4", "2026-03-11", "stable", "7.3.*", "3d", "7.3.0.0", Gate::Age,
        "2026-03-13T00:00:00Z"},
-      {"7.2.1.4", "2026-03-11T00:00:00Z", "stable", "", "0s", "backup", "7.3.0.0", Gate::Inhibited,
-       ""},
-      {"7.0.0.0", "2026-03-11T00:00:00Z", "beta", "", "0s", "", "7.1.0.0", Gate::Share, ""},
-      {"6.8.0.0", "2026-03-11T00:00:00Z", "beta", "", "0s", "", "7.1.0.0", Gate::TooOld, ""},
-      {"7.0.0.0", "2026-03-11T00:00:00Z", "other", "", "0s", "", "", Gate::None, ""},
+      {"7.0.0.0", "2026-03-11", "beta", "", "0s", "7.1.0.0", Gate::Share, ""},
+      {"6.8.0.0", "2026-03-11", "beta", "", "0s", "7.1.0.0", Gate::TooOld, ""},
+      {"7.0.0.0", "2026-03-11", "other", "", "0s", "", Gate::None, ""},
   };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(std::string(test.installed) + " at " + test.now + " " + test.channel);
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(std::string(c.installed) + " at " + c.now + " " + c.channel);
     const RolloutMachine machine{utils::OsLinux,    utils::ArchAmd64,
-                                 utils::DistribDeb, Version(std::string(test.installed)),
-                                 kMachine,          test.channel};
+                                 utils::DistribDeb, Version(std::string(c.installed)),
+                                 kMachine,          c.channel};
     RolloutSettings settings;
-    if (*test.pin != '\0') settings.pin = VersionPin::parse(test.pin);
-    settings.minAge = parseDuration(test.ages).value();
-    const std::vector<std::string> inhibitions(*test.inhibition != '\0' ? 1 : 0, test.inhibition);
-    const RolloutDecision decision =
-        decideRollout(all, machine, settings, inhibitions, at(test.now));
-    EXPECT_EQ(decision.release != nullptr ? versionText(decision.release->version) : "",
-              test.release);
-    EXPECT_EQ(decision.gate, test.gate) << decision.why;
-    EXPECT_EQ(decision.until ? utcText(*decision.until) : "", test.until);
+    settings.pin = VersionPin::parse(c.pin);
+    settings.minAge = parseDuration(c.ages).value();
+    const std::string now = c.now + (c.now == turn ? "" : "T00:00:00Z");
+    const RolloutDecision decision = decideRollout(all, machine, settings, {}, at(now.c_str()));
+    EXPECT_EQ(decision.release != nullptr ? versionText(decision.release->version) : "", c.release);
+    EXPECT_EQ(decision.gate, c.gate) << decision.why;
+    EXPECT_EQ(decision.until ? utcText(*decision.until) : "", c.until);
   }
 }
 
 // Faults: a member that is missing or of another type read as something else.
 TEST(Rollout, RefusesFaultyReleases) {
-  const nlohmann::json good = {
-      {"version", "7.2.1.15"},
-      {"os", 3},
-      {"arch", 1},
-      {"kind", "deb"},
-      {"channels",
-       {{"stable", {{"percent", 25}, {"start", "2026-03-01T00:00:00Z"}, {"hours", 24}}}}}};
-  EXPECT_NO_THROW(releaseFromJson(good));
   for (const auto& [name, value] : std::initializer_list<std::pair<const char*, nlohmann::json>>{
            {"/version", "7.2.1"},
            {"/version", 7},
@@ -148,7 +144,7 @@ TEST(Rollout, RefusesFaultyReleases) {
            {"/channels/stable/start", "2026-02-30T00:00:00Z"},
            {"/min_from", "x"},
            {"/halted", 0}}) {
-    nlohmann::json faulty = good;
+    nlohmann::json faulty = json("7.2.1.15", "2026-03-01");
     faulty[nlohmann::json::json_pointer(name)] = value;
     EXPECT_THROW(releaseFromJson(faulty), std::runtime_error) << name << value;
   }

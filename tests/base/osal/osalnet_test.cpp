@@ -83,15 +83,6 @@ TEST(RouteMessage, FindsGatewayAndInterfaceOrTellsWhatIsWrongAndWhoseAnswerItIs)
   }
 }
 
-TEST(RouteMessage, AnInterfacesNameLiesWithinItsAddress) {
-  for (const char length : {'\x0C', '\x0D'}) {
-    std::string link = kEn0;
-    link[5] = length;
-    const std::string message = reply(16, link, [](routemsg::Header&) {});
-    EXPECT_EQ(routemsg::parseReply(span(message)).interface.has_value(), length == '\x0C');
-  }
-}
-
 TEST(OsalNet, KnowsAddressesAndNamesOfThisMachine) {
   EXPECT_TRUE(isIPlocal(0x7F000001) && isIPlocal(0x7FFFFFFF));
   EXPECT_FALSE(isIPlocal(0x80000000) || isIPlocal(0x0100007F));

@@ -15,7 +15,7 @@ namespace {
 class TunablesTest : public FolderTest {};
 
 TEST_F(TunablesTest, FilesReachBothTablesOrAreToldAbout) {
-  Said said("PRFS:5;OSAL:2;EXCP:5;");
+  LogCapture said("PRFS:5;OSAL:2;EXCP:5;");
   said.rename(root(), "~");
   writeFile(path, "QD_AGENT_PORT=1234\nBASE_MAX_SOAP_THREAD=7");
   tunablesUpdate(bytes(path));
@@ -34,7 +34,7 @@ TEST_F(TunablesTest, AFileIsCutBehindItsLimit) {
   const std::string last = "\nQD_SERVER_MODE=42\nBASE_MAX_SOAP_THREAD=42";
   for (const std::size_t excess : {0U, 1U}) {
     writeFile(path, std::string(4194304 + excess - last.size(), '/') + last);
-    Said said("PRFS:2;");
+    LogCapture said("PRFS:2;");
     tunablesUpdate(bytes(path));
     EXPECT_EQ(BASE_MAX_SOAP_THREAD, excess == 0 ? 42U : 4U);
     EXPECT_EQ(said(),

@@ -9,13 +9,12 @@
 
 #include <atomic>
 #include <cerrno>
+#include <future>
 #include <thread>
 
 #include "Files.h"
 #include "Limits.h"
-#include "TempFolder.h"
 #include "base/osal/Linux/keyfile.h"
-#include "ground/osal_process.h"
 #include "osal/osal_host.h"
 #include "osal/osal_hostnet.h"
 
@@ -44,21 +43,16 @@ TEST(HostSetNice, ReachesEveryThread) {
   const int former = ::getpriority(PRIO_PROCESS, 0);
   const int nice = former < 19 ? former + 1 : former - 1;
   if (nice < former && ::geteuid() != 0) GTEST_SKIP() << "runs as nicely as it can already";
-  std::atomic<id_t> other = 0;
-  std::thread thread([&other] {
-    unsigned long long id = 0;
-    osal_getThreadID(&id);
-    other = static_cast<id_t>(id);
-    other.wait(static_cast<id_t>(id));
+  std::promise<void> set;
+  std::thread other([&] {
+    set.get_future().wait();
+    EXPECT_EQ(::getpriority(PRIO_PROCESS, 0), nice);  // of this thread
   });
-  while (other == 0) std::this_thread::yield();
   EXPECT_EQ(host_setNice(nice), 0);
   EXPECT_EQ(::getpriority(PRIO_PROCESS, 0), nice);
-  EXPECT_EQ(::getpriority(PRIO_PROCESS, other), nice);
+  set.set_value();
+  other.join();
   host_setNice(former);
-  other = 0;
-  other.notify_all();
-  thread.join();
 }
 
 // Nothing is sent; or for ever what another process says, or what the kernel has more of.

@@ -11,7 +11,6 @@
 
 #include "Files.h"
 #include "LogCapture.h"
-#include "TempFolder.h"
 #include "base/osal/osalnet.h"
 
 namespace {
@@ -53,7 +52,7 @@ std::string makeNetwork() {
 TEST(OnAnOwnNetwork, TellsThePathsToHosts) {
   const std::string reason = makeNetwork();
   if (!reason.empty()) GTEST_SKIP() << reason;
-  Said said("OSAL:5;");
+  LogCapture said("OSAL:5;");
   const std::string through = "|gateway.test|192.0.2.1|";
   const std::string name = kInterface;
   EXPECT_EQ(pathTo("203.0.113.5"), "0|203.0.113.5" + through + "Ethernet||" + name);
