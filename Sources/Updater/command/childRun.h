@@ -32,7 +32,7 @@ struct ChildEnd {
 /// writes is not waited for. Logs nothing.
 ChildEnd runChild(const ChildRun& run);
 
-/// What a person is told of `what` ("hook before-1"), which was given `limit`, after it ended so;
+/// A text for people on how `what` ("hook before-1") ended, which had the time `limit`;
 /// empty when it ended with 0.
 std::string faultText(const std::string& what, const ChildEnd& end, std::chrono::seconds limit);
 

@@ -47,7 +47,7 @@ std::optional<ContentRange> parseContentRange(const std::string& text) {
 }
 
 std::string validatorOf(const fetch::Headers& headers) {
-  constexpr std::time_t kApart = 1;  // second, what the date is told in
+  constexpr std::time_t kApart = 1;  // second, the unit of a date
   std::string tag = valueOf(headers, "etag");
   if (tag.starts_with('"')) return tag;
   const std::string modified = valueOf(headers, "last-modified");

@@ -9,7 +9,7 @@
 /// One of the administrator's checks of the agent that did not end with 0.
 struct FailedCheck {
   std::string file;
-  std::string fault;  ///< what a person is told of it
+  std::string fault;  ///< a text about it, for people
 };
 
 /// Runs all of `files`, paths in their order, each for at most `limit`, after which it is ended
@@ -22,5 +22,5 @@ std::vector<FailedCheck> runChecks(
     const std::function<bool()>& cancelled);
 
 /// The first of `now` that counts against a new version, which none does that had failed `before`
-/// it came: what ails there is something else. Returns what a person is told; empty: none counts.
+/// it came: what ails there is something else. Returns its text; empty: none counts.
 std::string newFault(const std::vector<FailedCheck>& before, const std::vector<FailedCheck>& now);

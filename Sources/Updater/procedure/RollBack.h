@@ -43,7 +43,7 @@ FileDigests digestsOf(int fd);
 /// Why the kept package is not what it was when it was kept; empty when it is.
 std::string faultOf(const KeepFolder& folder, const KeptPackage& package);
 
-/// What is told of an agent that ails and was not put back, and `why` not: with what there is now.
+/// The message on an agent that ails and was not put back, and `why` not: with what there is now.
 std::string notPutBackText(const std::string& ailment, const std::string& why,
                            utils::AgentDistrib kind);
 

@@ -15,7 +15,7 @@ AgentCare careOf(const UpdateRun& run) {
 
 }  // namespace
 
-/// Its digest tells a bad version, so where there are any it is fetched before its turn.
+/// Its digest is how a bad version is known, so where there are any it is fetched before its turn.
 Updater::Stop Updater::checkKnownBad(UpdateRun& run) {
   if (run.bad.empty()) return std::nullopt;
   if (const Stop stop = fetchDigest(run)) return stop;
@@ -62,7 +62,7 @@ Updater::Stop Updater::openWindow(UpdateRun& run) {
   return std::nullopt;
 }
 
-/// `replaced`: what came of the replacement itself, which `run.message` tells.
+/// `replaced`: what came of the replacement itself, which `run.message` describes.
 UpdateResult Updater::judgeHealth(UpdateRun& run, const AgentService& service,
                                   UpdateResult replaced, std::time_t stopped) {
   if (replaced == UpdateResult::Done) {
