@@ -42,66 +42,43 @@ WantedBy=multi-user.target
 END
 }
 
-# make_agent_deb VERSION FILE [broken|configured]: a Debian package of the agent; a broken one refuses to be installed,
-# a configured one has a configuration file, /etc/qdagent/qdagent.conf, that names the version.
+# make_deb NAME VERSION TREE FILE [FIELD...]: a Debian package of the files below TREE, with these fields besides. The
+# files below etc are its configuration; what TREE has in DEBIAN is the package's own.
+make_deb() {
+  mkdir -p "$3/DEBIAN"
+  printf '%s\n' "Package: $1" "Version: $2" "Architecture: ${architecture:-all}" \
+    "Maintainer: nobody <nobody@localhost>" "Description: sample" "${@:5}" >"$3/DEBIAN/control"
+  (cd "$3" && find . -path './etc/*' -type f -printf '/%P\n') >"$3/DEBIAN/conffiles"
+  dpkg-deb --build -Znone --root-owner-group "$3" "$4" >/dev/null
+}
+
+# make_agent_deb VERSION FILE: a Debian package of the agent.
 make_agent_deb() {
-  local tree=$2.tree
-  agent_tree "$1" "$tree"
-  mkdir -p "$tree/DEBIAN"
-  cat >"$tree/DEBIAN/control" <<END
-Package: qdagent
-Version: $1
-Architecture: all
-Maintainer: nobody <nobody@localhost>
-Description: sample agent
-END
-  cat >"$tree/DEBIAN/postinst" <<'END'
+  agent_tree "$1" "$2.tree"
+  mkdir "$2.tree/DEBIAN"
+  cat >"$2.tree/DEBIAN/postinst" <<'END'
 #!/bin/sh
 [ -n "${DPKG_ROOT:-}" ] || systemctl daemon-reload
 END
-  chmod 755 "$tree/DEBIAN/postinst"
-  if [ "${3:-}" = broken ]; then
-    printf '#!/bin/sh\necho "this package refuses" >&2\nexit 1\n' >"$tree/DEBIAN/preinst"
-    chmod 755 "$tree/DEBIAN/preinst"
-  fi
-  if [ "${3:-}" = configured ]; then
-    mkdir -p "$tree/etc/qdagent"
-    say "version = $1" >"$tree/etc/qdagent/qdagent.conf"
-    say /etc/qdagent/qdagent.conf >"$tree/DEBIAN/conffiles"
-  fi
-  dpkg-deb --build -Znone --root-owner-group "$tree" "$2" >/dev/null
-  rm -rf "$tree"
+  chmod 755 "$2.tree/DEBIAN/postinst"
+  make_deb qdagent "$1" "$2.tree" "$2"
+  rm -rf "$2.tree"
 }
 
-# make_rpm NAME VERSION TREE FILE: an RPM package of the files below TREE.
+# make_rpm NAME VERSION TREE FILE [LINE...]: an RPM package of the files below TREE, with these lines in its spec file
+# besides. The files below etc are its configuration.
 make_rpm() {
   local top=$4.top
   mkdir -p "$top"
-  cat >"$top/$1.spec" <<END
-Name: $1
-Version: $2
-Release: 1
-Summary: sample
-License: none
-BuildArch: noarch
-AutoReqProv: no
-%description
-Sample.
-%install
-cp -a $3/. %{buildroot}
-%files
-/*
-END
-  rpmbuild -bb --quiet --define "_topdir $top" --define "_rpmfilename package.rpm" "$top/$1.spec" >/dev/null
+  {
+    printf '%s\n' "Name: $1" "Version: $2" "Release: 1" "Summary: sample" "License: none" "AutoReqProv: no" "${@:5}" \
+      %description Sample. %install "cp -a $3/. %{buildroot}" %files
+    (cd "$3" && find . -type f -printf '/%P\n') | sed 's,^/etc/,%config &,'
+  } >"$top/$1.spec"
+  rpmbuild -bb --quiet --target "${architecture:-noarch}" --define "_topdir $top" --define "_rpmfilename package.rpm" \
+    "$top/$1.spec" >/dev/null
   mv "$top/RPMS/package.rpm" "$4"
   rm -rf "$top"
-}
-
-# make_agent_rpm VERSION FILE: an RPM package of the agent.
-make_agent_rpm() {
-  agent_tree "$1" "$2.tree"
-  make_rpm qdagent "$1" "$2.tree" "$2"
-  rm -rf "$2.tree"
 }
 
 # The version that the running agent states, or nothing.

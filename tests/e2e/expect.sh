@@ -8,7 +8,12 @@
 # shellcheck source=scripts/lib/server.sh
 . /qd/lib/server.sh
 
+kind=${1:-deb} # of package
+# shellcheck source=tests/e2e/kinds.sh
+. /qd/kinds.sh
+
 server=/qd/server
+state=/var/lib/qd/update
 log=/tmp/agent_upd.log
 failed=0
 
@@ -33,6 +38,27 @@ expect() {
   failed=1
   say "FAILED: $1" "(- expected, + found)"
   diff --unified=100 <(say "$3") <(say "$2") | tail -n +4 || true
+}
+
+# installed FILE [VERSION]: the agent of this package runs.
+installed() {
+  # shellcheck disable=SC2086
+  quiet $force "$1"
+  systemctl daemon-reload
+  systemctl restart qdagent
+  expect_agent active "${2:-7.2.1.4}"
+}
+
+# keep_package FILE: the package of version 7.2.1.4 lies where the way back looks for it.
+keep_package() {
+  local name=7.2.1.4.$kind
+  rm -rf "$state"
+  mkdir -p "$state"
+  mkdir -m 700 "$state/keep"
+  install -m 600 "$1" "$state/keep/$name"
+  printf '[{"version": "7.2.1.4", "file": "%s", "sha256": "%s", "md5": "", "rollback": true, "since": ""}]' \
+    "$name" "$(sha256sum <"$1" | cut -d' ' -f1)" >"$state/keep/kept.json"
+  chmod 600 "$state/keep/kept.json"
 }
 
 # Ends the scenario with its status.
@@ -68,3 +94,35 @@ NFY Agent Installed
 NFY Agent Started
 NFY Agent Update done"
 }
+
+# scene NAME OLD NEW [SETTING...]: OLD is installed and runs, the server offers NEW, and there is an update.toml.
+scene() {
+  begin "$1"
+  installed "$2"
+  offer 7.2.1.15 "$3"
+  mkdir -p /etc/qd
+  printf '%s\n' "${@:4}" >/etc/qd/update.toml
+  before=$(agent_process)
+}
+
+agent_process() { systemctl show --value --property MainPID qdagent; }
+
+# has RECORD: the log has it.
+has() { log_records | grep -xF "$1" >/dev/null || expect "record" "$(log_records)" "$1"; }
+
+# told FIELD: of the latest run's record.
+told() { python3 -c "import json; print(json.load(open('$state/status.json'))['$1'])"; }
+
+# expect_end "STATUS MESSAGE" PACKAGE PROCESS: what the run ended with, what is installed now, and whether the
+# agent is the same process as before or has changed.
+expect_end() {
+  local now=same
+  expect "status and message" "$status $(told message)" "$1"
+  expect "package" "$(there)" "$2"
+  if [ "$(agent_process)" != "$before" ]; then now=changed; fi
+  expect "agent" "$(agent_state) $now" "active $3"
+  show_records
+}
+
+# show_records: for who looks for the reason.
+show_records() { if [ "$failed" = 1 ]; then log_records | tail -n 40; fi; }

@@ -1,34 +1,167 @@
-# shellcheck shell=bash disable=SC2154
-# What the scenes of fits_debian.sh and fits_rpm.sh share. Sourced, not run.
+#!/usr/bin/env bash
+# Nothing is stopped before everything fits: with an update.toml, with the system's own package manager and systemctl.
 
-# scene NAME OLD NEW [SETTING...]: OLD is installed and runs, the server offers NEW, and there is an update.toml.
-scene() {
-  begin "$1"
-  installed "$2"
-  offer 7.2.1.15 "$3"
-  mkdir -p /etc/qd
-  printf '%s\n' "${@:4}" >/etc/qd/update.toml
-  before=$(agent_process)
+# shellcheck source=tests/e2e/expect.sh
+. /qd/expect.sh || exit
+
+old=/qd/old.$kind
+good=/qd/good.$kind
+other=/qd/other.$kind
+case $kind in
+  deb)
+    install_other() { apt-get -y -o DPkg::Lock::Timeout=60 install "$other"; }
+    needs="Depends: qd-nowhere (>= 2)"
+    unmet="qdagent : Depends: qd-nowhere (>= 2) but it is not installable"
+    foreign="package architecture (s390x) does not match system (amd64)"
+    conflicting="qdagent conflicts with qd-other"
+    refusal="new qdagent package pre-installation script subprocess returned error exit status 1"
+    ;;
+  rpm)
+    install_other() { until rpm -U --force "$other"; do sleep 0.1; done; }
+    needs="Requires: qd-nowhere >= 2"
+    unmet="qd-nowhere >= 2 is needed by qdagent-7.2.1.15-1.noarch"
+    foreign="package qdagent-7.2.1.15-1.s390x is intended for a different architecture"
+    conflicting="qd-other conflicts with qdagent-7.2.1.15-1.noarch"
+    refusal="error: qdagent-7.2.1.4-1.noarch: erase skipped"
+    ;;
+esac
+
+make_packages() {
+  make_agent 7.2.1.4 "$old"
+  make_agent 7.2.1.15 "$good"
+  make_agent 7.2.1.15 "/qd/depends.$kind" "$needs"
+  make_agent 7.2.1.15 "/qd/conflict.$kind" "Conflicts: qd-other"
+  architecture=s390x make_agent 7.2.1.15 "/qd/foreign.$kind"
+  pre="exit 1" make_agent 7.2.1.15 "/qd/refusing.$kind"
+  mkdir -p /qd/other/usr/share/qd-other
+  : >/qd/other/usr/share/qd-other/file
+  pack qd-other 1 /qd/other "$other"
 }
 
-agent_process() { systemctl show --value --property MainPID qdagent; }
+cat >/qd/hold-lock <<END
+#!/usr/bin/python3
+# Holds the lock as a package manager does, and says so.
+import fcntl, os, sys, time
+fd = os.open("$lock_file", os.O_RDWR | os.O_CREAT, 0o640)
+fcntl.lockf(fd, fcntl.LOCK_EX)
+open("/qd/held", "w").close()
+time.sleep(float(sys.argv[1]))
+END
+chmod 755 /qd/hold-lock
 
-# has RECORD: the log has it.
-has() { log_records | grep -xF "$1" >/dev/null || expect "record" "$(log_records)" "$1"; }
+hold_lock() {
+  /qd/hold-lock "$1" &
+  holder=$!
+  until [ -e /qd/held ]; do sleep 0.1; done
+  rm /qd/held
+}
 
-# expect_end "STATUS MESSAGE" PACKAGE PROCESS: what the run ended with, what is installed now, and whether the
-# agent is the same process as before or has changed.
-expect_end() {
-  expect "status and message" "$status $(message)" "$1"
-  expect_kept "$2" "$3"
+lock_is_held() {
+  scene "somebody holds the lock for 20 s, and a second installation wants its turn" "$old" "$good"
+  hold_lock 20
+  (until grep -q 'Waiting for' $log 2>/dev/null; do sleep 0.2; done
+    install_other >/qd/other.out 2>&1) &
+  local second=$!
+  update 7.2.1.4
+  wait $second || expect "the second installation" "$(cat /qd/other.out)" "a success"
+  has "NFY Waiting for the package manager : hold-lock ($holder) holds $lock_file"
+  expect_end "0 " "$(whole 7.2.1.15)" changed
 }
-expect_kept() {
-  expect "package" "$(there)" "$1"
-  local now=same
-  if [ "$(agent_process)" != "$before" ]; then now=changed; fi
-  expect "agent" "$(agent_state) $now" "active $2"
-  if [ "$failed" = 1 ]; then log_records | tail -n 30; fi
+
+lock_stays() {
+  scene "the lock is held to the end of the wait" "$old" "$good" 'install.lock_wait = "2s"'
+  hold_lock 60
+  update 7.2.1.4
+  kill $holder
+  expect_end "23 hold-lock ($holder) holds $lock_file, still after 2 s" "$(whole 7.2.1.4)" same
 }
-message() {
-  python3 -c 'import json; print(json.load(open("/var/lib/qd/update/status.json"))["message"])'
+
+# refused NAME PACKAGE REASON: the rehearsal sees it.
+refused() {
+  scene "$1" "$old" "/qd/$2.$kind"
+  update 7.2.1.4
+  expect_end "13 the installation would fail, so nothing was stopped: $3; there is now: 7.2.1.4" \
+    "$(whole 7.2.1.4)" same
 }
+
+# script_fails NAME PACKAGE REASON VERSION: nobody can foresee it.
+script_fails() {
+  scene "$1" "$old" "/qd/$2.$kind"
+  update 7.2.1.4
+  expect_end "13 the installation failed: $3; there is now: $4" "$(whole "$4")" changed
+}
+
+# conffiles SETTING CONTENT: the administrator has changed a configuration file, which the package brings anew.
+conffiles() {
+  scene "a changed configuration file: $1" /qd/oldconf.deb /qd/conf.deb "install.conffiles = '$1'"
+  echo mine >/etc/qdagent.conf
+  update 7.2.1.4
+  expect_end "0 " "ii 7.2.1.15" changed
+  expect "configuration file" "$(cat /etc/qdagent.conf)" "$2"
+}
+
+on_hold() {
+  scene "a package on hold" "$old" "$good"
+  quiet apt-mark hold qdagent
+  update 7.2.1.4
+  expect_end "21 the package qdagent is on hold; apt-mark unhold qdagent ends that" "hi 7.2.1.4" same
+  quiet apt-mark unhold qdagent
+}
+
+no_room() {
+  scene "no room for what is in the package" "$old" /qd/big.deb
+  update 7.2.1.4
+  expect_end "22 $(told message)" "ii 7.2.1.4" same # what is free differs
+}
+
+half_done() {
+  scene "dpkg has left another package half done" "$old" "$good"
+  quiet dpkg --unpack "$other"
+  update 7.2.1.4
+  expect_end "0 " "ii 7.2.1.15" changed
+  expect "the other package" "$(dpkg-query --show --showformat='${db:Status-Abbrev}' qd-other)" "ii "
+}
+
+# Taken while the agent is being stopped: it is tried again.
+lock_is_lost() {
+  scene "the lock is lost between the wait and the installation" "$old" "$good"
+  mkdir -p /run/systemd/system/qdagent.service.d
+  printf '[Service]\nExecStop=/bin/sh -c "systemd-run --quiet /qd/hold-lock 5; until [ -e /qd/held ]; do sleep 0.1; done"\n' \
+    >/run/systemd/system/qdagent.service.d/lock.conf
+  systemctl daemon-reload
+  update 7.2.1.4
+  expect_end "0 " "$(whole 7.2.1.15)" changed
+  rm -r /run/systemd/system/qdagent.service.d /qd/held
+  systemctl daemon-reload
+}
+
+only_deb() {
+  make_agent 7.2.1.15 /qd/big.deb "Installed-Size: 99999999999"
+  furnish() { install -D <(say "of $2") "$1/etc/qdagent.conf"; }
+  make_agent 7.2.1.4 /qd/oldconf.deb
+  make_agent 7.2.1.15 /qd/conf.deb
+  conffiles keep mine
+  conffiles replace "of 7.2.1.15"
+  on_hold
+  no_room
+  half_done
+  mv /usr/bin/apt-get /usr/bin/apt-get.away
+  refused "an unmet dependency, without apt" depends "Depends: qd-nowhere (>= 2), which is not installed"
+}
+
+only_rpm() {
+  lua="error('no')" make_agent 7.2.1.15 /qd/ailing.rpm
+  lock_is_lost
+  script_fails "a script fails after the installation" ailing \
+    'error: lua script failed: [string "%post(qdagent-7.2.1.15-1.noarch)"]:1: no' 7.2.1.15
+}
+
+make_packages
+lock_is_held
+lock_stays
+refused "an unmet dependency" depends "$unmet"
+refused "another architecture" foreign "$foreign"
+refused "a conflict" conflict "$conflicting"
+script_fails "a script refuses" refusing "$refusal" 7.2.1.4
+if [ "$kind" = deb ]; then only_deb; else only_rpm; fi
+finish

@@ -1,11 +1,9 @@
 #!/usr/bin/env bash
-# The packages, deb and then rpm: installed, upgraded while an update runs, removed and purged.
+# The packages: installed, upgraded while an update runs, removed and purged: packaged.sh KIND.
 # shellcheck disable=SC2086,SC2317 # commands of several words; functions that await calls
 
 # shellcheck source=tests/e2e/expect.sh
 . /qd/expect.sh || exit
-
-declare -A install=([deb]="dpkg -i" [rpm]="rpm -U") remove=([deb]="dpkg -r" [rpm]="rpm -e")
 
 # package COMMAND...: by the package manager, which must not wait for a run.
 package() { quiet timeout 60 "$@"; }
@@ -30,37 +28,25 @@ await() {
   expect "$1" "$(journalctl --unit qd-update)" "within a minute"
 }
 
-record() { sed -n "s/.*\"$1\": *\"\([^\"]*\)\".*/\1/p" /var/lib/qd/update/status.json; }
-fetches() { [ "$(record phase 2>/dev/null)" = fetch ]; }
+fetches() { [ "$(told phase 2>/dev/null)" = fetch ]; }
 has_ended() { [ "$(unit qd-update ActiveState)" != activating ]; }
 
-# Agents that come slowly, and what rpm wants to know of a system that it did not install.
-make_packages() {
-  local version folder
-  for version in 7.2.1.4 7.2.1.15; do
-    agent_tree $version /qd/tree
-    head -c 600K /dev/urandom >/qd/tree/usr/sbin/qdagent.data
-    make_rpm qdagent $version /qd/tree /qd/agent-$version.rpm
-    mkdir /qd/tree/DEBIAN
-    printf '%s\n' "Package: qdagent" "Version: $version" "Architecture: all" "Description: sample agent" \
-      "Maintainer: nobody <nobody@localhost>" >/qd/tree/DEBIAN/control
-    quiet dpkg-deb --build -Znone /qd/tree /qd/agent-$version.deb
-    rm -r /qd/tree
-  done
-  folder=/qd/base
-  mkdir -p $folder
-  {
-    printf '%s\n' "Name: base" "Version: 1" "Release: 1" "Summary: sample" "License: none" "BuildArch: noarch"
-    rpm -qp --requires /qd/packages/qd-update-*.rpm | grep -v '^rpmlib' | sort -u | sed 's/^/Provides: /'
-    printf '%s\n' "%description" "Sample." "%files"
-  } >$folder/base.spec
-  quiet rpmbuild -bb --quiet --define "_topdir $folder" --define "_rpmfilename base.rpm" $folder/base.spec
+# Agents come slowly.
+furnish() { head -c 600K /dev/urandom >"$1/usr/sbin/qdagent.data"; }
+
+# What rpm wants to know of a system that it did not install.
+provide_base() {
+  local provided
+  mapfile -t provided < <(rpm -qp --requires /qd/packages/qd-update-*.rpm | grep -v '^rpmlib' | sort -u)
+  mkdir -p /qd/base
+  make_rpm base 1 /qd/base /qd/base.rpm "${provided[@]/#/Provides: }"
+  quiet rpm -U /qd/base.rpm
 }
 
 install_package() {
-  begin "$kind: installed, it does nothing by itself"
+  begin "installed, it does nothing by itself"
   before=$(files)
-  package ${install[$kind]} /qd/packages/qd-update[-_]*."$kind"
+  package $install /qd/packages/qd-update[-_]*."$kind"
   expect "timer" "$(systemctl is-enabled qd-update.timer) $(unit qd-update.timer ActiveState)" "disabled inactive"
   expect "recovery" "$(systemctl list-dependencies --plain multi-user.target | grep -o 'qd-update.*')" \
     qd-update-recover.service
@@ -71,8 +57,8 @@ install_package() {
 
 # The timer is enabled; a run of the service downloads when the package is upgraded.
 upgrade_during_update() {
-  begin "$kind: an update survives the upgrade of its program"
-  package ${install[$kind]} /qd/agent-7.2.1.4."$kind"
+  begin "an update survives the upgrade of its program"
+  package $install /qd/agent-7.2.1.4."$kind"
   systemctl daemon-reload
   systemctl restart qdagent
   offer 7.2.1.15 /qd/agent-7.2.1.15."$kind"
@@ -83,23 +69,23 @@ upgrade_during_update() {
   await "a download" fetches
   local process
   process=$(unit qd-update MainPID)
-  package ${install[$kind]} /qd/packages/next/qd-update[-_]*."$kind"
+  package $install /qd/packages/next/qd-update[-_]*."$kind"
   expect "the run" "$(unit qd-update MainPID) $(readlink "/proc/$process/exe")" \
     "$process /usr/sbin/qd-update (deleted)"
   await "the end of the run" has_ended
-  expect "outcome" "$(record outcome) $(record to) $(unit qd-update Result)" "updated 7.2.1.15 success"
+  expect "outcome" "$(told outcome) $(told to) $(unit qd-update Result)" "updated 7.2.1.15 success"
   expect_agent active 7.2.1.15
   expect "timer" "$(systemctl is-enabled qd-update.timer) $(unit qd-update.timer ActiveState)" "enabled active"
 }
 
 remove_package() {
-  say "- $kind: removed, it leaves logs and records"
-  package ${remove[$kind]} qd-update
+  say "- removed, it leaves logs and records"
+  package $remove qd-update
   expect "timer" "$(unit qd-update.timer ActiveState)" inactive
-  package ${remove[$kind]} qdagent
+  package $remove qdagent
   rm -r /etc/qd
-  expect "files" "$(left_since "$before" | grep -v '^> /var/lib/qd/update/')" "> $log"
-  [ "$(record outcome)" = updated ] || expect "record" "$(record outcome)" updated
+  expect "files" "$(left_since "$before" | grep -v "^> $state/")" "> $log"
+  [ "$(told outcome)" = updated ] || expect "record" "$(told outcome)" updated
 }
 
 purge_package() {
@@ -116,16 +102,11 @@ purge_package() {
 }
 
 rm -f /usr/sbin/policy-rc.d # a container's, which keeps units from being stopped
-make_packages
-kind=deb
+make_agent 7.2.1.4 "/qd/agent-7.2.1.4.$kind"
+make_agent 7.2.1.15 "/qd/agent-7.2.1.15.$kind"
+[ "$kind" = deb ] || provide_base
 install_package
 upgrade_during_update
 remove_package
-purge_package
-kind=rpm
-rm /usr/bin/dpkg
-quiet rpm -U /qd/base/RPMS/base.rpm
-install_package
-upgrade_during_update
-remove_package
+[ "$kind" = rpm ] || purge_package
 finish

@@ -1,17 +1,13 @@
 #!/usr/bin/env bash
-# An update with [health] on a Debian machine that starts its agent, and ends interrupted updates, at boot.
+# An update with [health] on a machine that starts its agent, and ends interrupted updates, at boot.
 
-# shellcheck source=tests/e2e/recover.sh
-. /qd/recover.sh || exit
+# shellcheck source=tests/e2e/expect.sh
+. /qd/expect.sh || exit
 
-# make_large_deb VERSION FILE: an agent with many files, so that installing it takes its time.
-make_large_deb() {
-  make_agent_deb "$1" "$2"
-  dpkg-deb --raw-extract "$2" /qd/tree
-  mkdir -p /qd/tree/usr/share/qdagent
-  for number in {1..900}; do echo "$1 $number" >"/qd/tree/usr/share/qdagent/$number"; done
-  dpkg-deb --build -Znone --root-owner-group /qd/tree "$2" >/dev/null
-  rm -r /qd/tree
+# Many files, so that installing them takes its time; half of them no other version has.
+furnish() {
+  mkdir -p "$1/usr/share/qdagent"
+  for name in {all,"$2"}-{1..450}; do echo "$2" >"$1/usr/share/qdagent/$name"; done
 }
 
 rm -f /etc/dpkg/dpkg.cfg.d/* # "unsafe" input and output, for one, which no machine has that may lose its power
@@ -19,12 +15,12 @@ install -m 755 /qd/qd-update /qd/update /usr/sbin
 install -m 644 /qd/qd-update-recover.service /etc/systemd/system
 systemctl daemon-reload
 quiet systemctl enable qd-update-recover
-make_large_deb 7.2.1.4 /qd/old.deb
-make_large_deb 7.2.1.15 /qd/new.deb
-quiet dpkg -i /qd/old.deb
-quiet systemctl enable --now qdagent
-kept /qd/old.deb 7.2.1.4.deb
-offer 7.2.1.15 /qd/new.deb
+make_agent 7.2.1.4 "/qd/old.$kind"
+make_agent 7.2.1.15 "/qd/new.$kind"
+installed "/qd/old.$kind"
+quiet systemctl enable qdagent
+keep_package "/qd/old.$kind"
+offer 7.2.1.15 "/qd/new.$kind"
 mkdir -p /etc/qd
 echo 'health.settle = "3s"' >/etc/qd/update.toml
 sync

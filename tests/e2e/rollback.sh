@@ -1,31 +1,41 @@
-# shellcheck shell=bash disable=SC2154
-# What the scenes of rollback_debian.sh and rollback_rpm.sh share. Sourced, not run.
+#!/usr/bin/env bash
+# A version that ails is rolled back, with the system's own package manager and systemctl: rollback.sh KIND.
 #
 # Version 7.2.1.4 runs and is kept; the server offers one 7.2.1.15 after the other, each of which ails in its own way.
 
 # shellcheck source=tests/e2e/expect.sh
 . /qd/expect.sh || exit
-# shellcheck source=tests/e2e/fits.sh
-. /qd/fits.sh || exit
 
-# ailing_tree VERSION FOLDER [CODE [UNIT-LINE]]: the agent, which runs this Python code first, with two configuration
-# files that name the version, and this line among its unit's settings.
-ailing_tree() {
-  agent_tree "$1" "$2"
-  printf 'if os.path.exists("/qd/stay-away"):\n    raise SystemExit(1)\n%s\n' "${3:-}" >/qd/code
-  sed -i '/^import socket/r /qd/code' "$2/usr/sbin/qdagent"
-  if [ -n "${4:-}" ]; then sed -i "/^.Service/a $4" "$2/usr/lib/systemd/system/qdagent.service"; fi
-  mkdir -p "$2/etc/qdagent"
-  say "of $1" | tee "$2/etc/qdagent/ours" >"$2/etc/qdagent/theirs"
+old=$(whole 7.2.1.4)
+ailing=/qd/ailing.$kind
+case $kind in
+  deb)
+    refusal="installed qdagent package post-installation script subprocess returned error exit status 1"
+    cached=/var/cache/apt/archives/qdagent_7.2.1.4
+    ;;
+  rpm)
+    refusal="warning: %post(qdagent-7.2.1.15-1.noarch) scriptlet failed, exit status 1"
+    cached=/var/cache/dnf/qd/packages/qdagent-7.2.1.4
+    ;;
+esac
+
+# The agent runs `code`, Python, first, has `unit`, a line, among its unit's settings, and two configuration files that
+# name the version.
+furnish() {
+  printf 'if os.path.exists("/qd/stay-away"):\n    raise SystemExit(1)\n%s\n' "${code:-}" >/qd/code
+  sed -i '/^import socket/r /qd/code' "$1/usr/sbin/qdagent"
+  sed -i "/^.Service/a ${unit:-# as it was}" "$1/usr/lib/systemd/system/qdagent.service"
+  mkdir -p "$1/etc/qdagent"
+  say "of $2" | tee "$1/etc/qdagent/ours" >"$1/etc/qdagent/theirs"
 }
 
-# small_disk DATABASE: the records and the package database lie on a disk of their own, with little room.
+# The records and the package database lie on a disk of their own, with little room.
 small_disk() {
   mkdir -p /qd/disk /var/lib/qd
-  mount -t tmpfs -o size=$(($(du -sm "$1" | cut -f1) + 90))m tmpfs /qd/disk
-  cp -a "$1" /qd/disk/database
+  mount -t tmpfs -o size=$(($(du -sm "$database" | cut -f1) + 90))m tmpfs /qd/disk
+  cp -a "$database" /qd/disk/database
   mkdir /qd/disk/qd
-  mount --bind /qd/disk/database "$1"
+  mount --bind /qd/disk/database "$database"
   mount --bind /qd/disk/qd /var/lib/qd
 }
 
@@ -37,22 +47,21 @@ settings() {
   chmod 755 /etc/qd/update.d/health/version
 }
 
-# first_update OLDER PACKAGE: 7.2.1.4 comes as an update, and is kept for that.
 first_update() {
   begin "a good update, whose package is kept"
   settings 2s
-  offer 7.2.1.4 "$2"
-  update "$1"
-  expect "status and message" "$status $(message)" "0 "
+  offer 7.2.1.4 "/qd/old.$kind"
+  update 7.2.1.3
+  expect "status and message" "$status $(told message)" "0 "
   say "the administrator's" >/etc/qdagent/ours
   expect_old
 }
 
-# ails NAME SETTLE CHECK PACKAGE-ARGUMENT...: one run to what make_ailing makes of the arguments.
+# ails NAME SETTLE CHECK [CODE [UNIT-LINE [SCRIPT]]]: one run to what is made of that.
 ails() {
   begin "$1"
   settings "$2" "$3"
-  make_ailing "${@:4}"
+  code=${4:-} unit=${5:-} post=${6:-} make_agent 7.2.1.15 "$ailing"
   offer 7.2.1.15 "$ailing"
   update 7.2.1.4
 }
@@ -62,15 +71,15 @@ expect_old() {
   expect_agent active 7.2.1.4
   expect "configuration files" "$(cat /etc/qdagent/{ours,theirs})" "the administrator's
 of 7.2.1.4"
-  if [ "$failed" = 1 ]; then log_records | tail -n 40; fi
+  show_records
 }
 
-# rolled_back NAME AILMENT SETTLE CHECK PACKAGE-ARGUMENT...: the run ends with 26, the next one with 25.
+# rolled_back NAME AILMENT SETTLE CHECK [CODE ...]: the run ends with 26, the next one with 25.
 rolled_back() {
   ails "$1" "${@:3}"
-  expect "status and message" "$status $(message)" "26 7.2.1.15 ails: $2; 7.2.1.4 was put back, and is healthy"
+  expect "status and message" "$status $(told message)" "26 7.2.1.15 ails: $2; 7.2.1.4 was put back, and is healthy"
   expect_old
-  expect "journal" "$(ls /var/lib/qd/update/keep/*.journal)" /var/lib/qd/update/keep/7.2.1.15.journal
+  expect "journal" "$(ls $state/keep/*.journal)" $state/keep/7.2.1.15.journal
   update 7.2.1.4
   expect "status of the next run, and how often the package was asked for" \
     "$status $(grep -c "GET .*/${ailing##*/} " $server/access.log)" "25 1"
@@ -86,26 +95,40 @@ rolled_back_all() {
   rolled_back "fills the disk when it starts" "the agent could not be started" 2s true \
     'os.system("head -c 1G /dev/zero >/var/lib/qd/fill"); raise SystemExit(1)'
   rm /var/lib/qd/fill
-  rolled_back "a script fails after the installation" "$script_failure" 2s true "" "" "exit 1"
+  rolled_back "a script fails after the installation" "the installation failed: $refusal" 2s true "" "" "exit 1"
 }
 
-# cached FILE ENDING: nothing is kept, but FILE lies in the package manager's cache, among packages of the same
-# version that are not what is installed.
+# What apt has a list of it knows the digest of.
+listed() {
+  install -D "$1" /qd/apt/qdagent.deb
+  {
+    dpkg-deb --field "$1"
+    printf '%s: %s\n' Filename ./qdagent.deb Size "$(stat -c %s "$1")" SHA256 "$(sha256sum "$1" | cut -d' ' -f1)"
+  } >/qd/apt/Packages
+  say "deb [trusted=yes] file:/qd/apt ./" >/etc/apt/sources.list.d/qd.list
+  quiet apt-get update -o Dir::Etc::SourceList=/etc/apt/sources.list.d/qd.list -o Dir::Etc::SourceParts=-
+}
+
+# Nothing is kept, but the package lies in the package manager's cache, among packages of the same version that are
+# not what is installed.
 cached() {
-  rm -r /var/lib/qd/update/keep
-  make_package 7.2.1.4 /qd/other "import sys"
-  cp /qd/other "$1-a$2"
-  cp "/qd/old$2" "$1-b$2"
-  cp /qd/other "$1-c$2"
+  local other=/qd/other.$kind
+  [ "$kind" != deb ] || listed "/qd/old.$kind"
+  rm -r $state/keep
+  mkdir -p "${cached%/*}"
+  code="import sys" make_agent 7.2.1.4 "$other"
+  cp "$other" "$cached-a.$kind"
+  cp "/qd/old.$kind" "$cached-b.$kind"
+  cp "$other" "$cached-c.$kind"
   rolled_back "what is put back comes from the package manager's cache" "the agent could not be started" 2s true \
     "raise SystemExit(1)"
-  has "NFY Found in the package manager's cache : $1-b$2"
+  has "NFY Found in the package manager's cache : $cached-b.$kind"
 }
 
-# not_rolled_back NAME MESSAGE THERE AGENT SETTLE CHECK PACKAGE-ARGUMENT...: the run ends with 27.
+# not_rolled_back NAME MESSAGE THERE AGENT SETTLE CHECK [CODE ...]: the run ends with 27.
 not_rolled_back() {
   ails "$1" "${@:5}"
-  expect "status and message" "$status $(message)" "27 $2"
+  expect "status and message" "$status $(told message)" "27 $2"
   expect "package and agent" "$(there) $(agent_state) $(agent_running_version)" "$3 $4"
 }
 
@@ -120,5 +143,16 @@ see \`journalctl -u qdagent\`, then install a version that works" \
   not_rolled_back "the kept package is damaged" \
     "the agent is unhealthy: check version ended with 1; the former version was not put back, since the kept package \
 of 7.2.1.4 is damaged; there is now: 7.2.1.15; the agent runs; install a version that works by hand" \
-    "$new" "active 7.2.1.15" 1s "echo >>$(echo /var/lib/qd/update/keep/7.2.1.4.*); exit 1"
+    "$(whole 7.2.1.15)" "active 7.2.1.15" 1s "echo >>$(echo $state/keep/7.2.1.4.*); exit 1"
 }
+
+make_agent 7.2.1.3 "/qd/older.$kind"
+make_agent 7.2.1.4 "/qd/old.$kind"
+small_disk
+# shellcheck disable=SC2086
+quiet $install "/qd/older.$kind"
+first_update
+rolled_back_all
+cached
+not_rolled_back_all
+finish
