@@ -3,11 +3,11 @@
 
 #include <unistd.h>
 
-#include <boost/filesystem/path.hpp>
 #include <cstring>
 #include <exception>
 #include <iostream>
 
+#include "Updater/download/PartialFile.h"
 #include "Updater/outcome/hooks.h"
 #include "Updater/procedure/ConfiguredRun.h"
 #include "Updater/procedure/LastError.h"
@@ -84,8 +84,8 @@ UpdateResult ConfiguredRun::resume(const AgentWindow& window, UpdateRun& run) {
   }
   run.checks = programs.checks;
   if (folder_.isOpen()) run.keep.open(folder_.path());
-  if (window.package.starts_with(places_.stateFolder + "/")) {
-    run.downloadFolder = boost::filesystem::path(window.package).parent_path().string();
+  if (folder_.isOpen() && window.package.starts_with(folder_.path() + "/partial/")) {
+    run.downloadFolder = openPartialFolder(folder_.path());
   }
   preferConffiles();
   Recovery::removeDeadLock(folder_);
@@ -98,7 +98,7 @@ UpdateResult ConfiguredRun::resume(const AgentWindow& window, UpdateRun& run) {
   if (!told) {
     if (isBad(result, run) && !run.wasCut) markBad(run);
     if ((run.updated || isBad(result, run)) && !run.downloadFolder.empty()) {
-      ::unlink(window.package.c_str());
+      emptyPartialFolder(run.downloadFolder);
     }
     if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
     finish(run, result);
