@@ -90,8 +90,13 @@ make_packages() {
 pre=$(mark pre 1) post=$(mark post 2) gone=$(mark gone 2) make_packages
 dies "the package manager works on, and the timer comes" install
 recovered 0 7.2.1.15 wait_for_timer
+slow=/run/systemd/system/qdagent.service.d/slow.conf # else it may have stopped before anybody looks
+mkdir "${slow%/*}"
+printf '[Service]\nExecStop=/bin/sleep 2\n' >$slow
 dies "the agent is being stopped" stop
 recovered 11 7.2.1.4
+rm -r "${slow%/*}"
+systemctl daemon-reload
 dies "the package manager dies before it unpacks" install pre
 recovered 26 7.2.1.4
 dies "the package manager dies when it has unpacked" install gone
