@@ -127,7 +127,7 @@ PACKAGES = [
     row("NoLengthHeader", {HEAD: Answer(length=None)},
         "{until version} | {digest} | ERR Fail to determine file size", status=7),
     row("LowerCaseLengthWins",
-        {HEAD: Answer(headers={"content-length": "  20000 "}, length="20000")}, "{update}"),
+        {HEAD: Answer(headers={"content-length": "  20000 "}, length="7")}, "{update}"),
     row("PackageMissing", {DEB: 404}, "{until version} | {digest} | ERR Request {F}/setup.deb "
         "failed : [404] | ERR Fail to get HEAD for {F}/setup.deb: [404 ] | {unlock}", status=2,
         files="agent_upd.log"),

@@ -109,6 +109,7 @@ FAULTS = [
         ("BeyondNumbers", Answer(length="9" * 20), 11, "ERR Exception : stoull"),
         ("Largest", Answer(length="9223372036854775807"), 6, SIZE + "9223372036854775807 bytes"),
         ("BehindTooManyHeaders", Answer(headers=HEADERS, length="20000"), 7, "ERR Fail to determine file size"),
+        ("InCapitals", Answer(headers={"CONTENT-LENGTH": "20000"}, length=None), 7, "ERR Fail to determine file size"),
         ("OfARedirectWhenTheLastAnswerHasNone", Answer(status=302, headers={"Location": "/p"}, length="7"), 6,
          SIZE + "7 bytes"),
         ("Twice", Answer(raw=b"HTTP/1.1 200 OK\r\nContent-Length: 7\r\nContent-Length: 20000\r\n\r\n"), 0,
