@@ -12,6 +12,7 @@
 #include <tuple>
 
 #include "Updater/setup/utilsSetup.h"
+#include "ground/osal_scratch.h"
 #include "qd-repo/ListedRelease.h"
 #include "qd-repo/RepositoryFetcher.h"
 #include "qd-repo/commands.h"
@@ -26,28 +27,6 @@ namespace {
 
 namespace fs = std::filesystem;
 constexpr std::uint64_t kMaxText = std::uint64_t{16} << 20;
-
-/// A folder of its own for the trusted metadata of the check.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    std::string name = (fs::temp_directory_path() / "qd-repo.XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) {
-      throw std::runtime_error("Cannot create a folder in " + fs::temp_directory_path().string());
-    }
-    path_ = name;
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-  ~ScratchFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  [[nodiscard]] const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 /// Looks at a repository as a client does and as somebody who is to vouch for it.
 class Audit {
@@ -222,7 +201,7 @@ class Audit {
 
   const RepoOptions& options_;
   RepositoryAccess access_;
-  ScratchFolder scratch_;
+  ScratchFolder scratch_{"qd-repo"};  ///< for the trusted metadata of the check
   tuf::Folder folder_;
   tuf::Client client_;
   std::vector<ListedRelease> releases_;

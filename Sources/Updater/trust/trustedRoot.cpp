@@ -1,7 +1,6 @@
 #include "Updater/trust/trustedRoot.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -82,17 +81,7 @@ std::string placeRoot(const std::string& folder, const RootRead& root, bool repl
   return e.what();
 }
 
-TrustCopy::TrustCopy(const std::string& folder) {
-  std::string name = (fs::temp_directory_path() / "qd-update.XXXXXX").string();
-  if (::mkdtemp(name.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(), name);
-  }
-  path_ = name;
+TrustCopy::TrustCopy(const std::string& folder) : scratch_("qd-update") {
   std::error_code unreadable;
-  fs::copy(folder, path_, fs::copy_options::none, unreadable);
-}
-
-TrustCopy::~TrustCopy() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
+  fs::copy(folder, scratch_.path(), fs::copy_options::none, unreadable);
 }

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "ground/osal_scratch.h"
+
 // The root of trust on this machine, as the administrator puts it in place.
 
 /// What people look at before they trust a root.
@@ -33,12 +35,9 @@ class TrustCopy {
  public:
   /// Without what can't be read: then trust begins with the first root.
   explicit TrustCopy(const std::string& folder);
-  TrustCopy(const TrustCopy&) = delete;
-  TrustCopy& operator=(const TrustCopy&) = delete;
-  ~TrustCopy();
 
-  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] const std::string& path() const { return scratch_.path(); }
 
  private:
-  std::string path_;
+  ScratchFolder scratch_;
 };
