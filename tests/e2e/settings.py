@@ -117,7 +117,7 @@ BLOCKS_WITH_FILE = blocks("""
 [fits] dpkg-deb --field {path} Package Installed-Size Pre-Depends Depends | dpkg-query --listfiles qdagent
 dpkg-query --show --showformat=${db:Status-Status}\\n | dpkg --no-act -i {path}
 apt-get -q --simulate --no-install-recommends --allow-downgrades install {path}
-[show] systemctl show --property=Type,ActiveState,SubState,MainPID,NRestarts qdagent
+[show] systemctl show --property=Type,ActiveState,SubState,MainPID,NRestarts,ActiveEnterTimestampMonotonic qdagent
 [fits back] dpkg-query --show --showformat=${Conffiles}\\n qdagent
 dpkg-deb --field {keep} Package Installed-Size Pre-Depends Depends
 [keep] /var/lib/qd/update.{I}/keep/7.2.0.1.deb

@@ -37,6 +37,9 @@ UnitState readUnitState(const std::vector<std::string>& lines) {
     if (name == "SubState") unit.sub = value;
     if (name == "MainPID") unit.mainPid = numberIn(value);
     if (name == "NRestarts") unit.restarts = numberIn(value);
+    if (name == "ActiveEnterTimestampMonotonic") {
+      unit.activeSince = std::chrono::microseconds(numberIn(value));
+    }
   }
   return unit;
 }
@@ -59,7 +62,7 @@ std::optional<std::string> Settling::observe(std::chrono::milliseconds at, const
   }
   if (lacksProcess(unit)) return "its unit is " + unit.active + " without a main process";
   if (!since_) {
-    since_ = at;
+    since_ = activeSince(at, unit);
     first_ = unit;
   }
   if (unit.mainPid != first_.mainPid || unit.restarts != first_.restarts) {
@@ -67,6 +70,14 @@ std::optional<std::string> Settling::observe(std::chrono::milliseconds at, const
   }
   if (at - *since_ < settle_) return std::nullopt;
   return std::string();
+}
+
+/// Of a unit that runs since before the start only what comes after that counts.
+std::chrono::milliseconds Settling::activeSince(std::chrono::milliseconds at,
+                                                const UnitState& unit) const {
+  if (unit.activeSince.count() == 0) return at;
+  const auto since = std::chrono::ceil<std::chrono::milliseconds>(unit.activeSince - begun_);
+  return std::clamp(since, std::chrono::milliseconds(0), at);
 }
 
 std::chrono::milliseconds Settling::pauseAfter(std::chrono::milliseconds at,

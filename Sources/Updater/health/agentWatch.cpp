@@ -14,13 +14,16 @@ constexpr auto kPollEvery = std::chrono::milliseconds(500);
 
 UnitState askUnit(const std::string& unit) {
   std::vector<std::string> lines;
-  const utils::ChildEnd end = utils::runChild(
-      {.program = "systemctl",
-       .arguments = {"show", "--property=Type,ActiveState,SubState,MainPID,NRestarts", unit},
-       .environment = {},
-       .limit = std::chrono::seconds(10),
-       .onLine = [&lines](const std::string& line) { lines.push_back(line); },
-       .cancelled = {}});
+  const utils::ChildEnd end =
+      utils::runChild({.program = "systemctl",
+                       .arguments = {"show",
+                                     std::string("--property=Type,ActiveState,SubState,MainPID,") +
+                                         "NRestarts,ActiveEnterTimestampMonotonic",
+                                     unit},
+                       .environment = {},
+                       .limit = std::chrono::seconds(10),
+                       .onLine = [&lines](const std::string& line) { lines.push_back(line); },
+                       .cancelled = {}});
   return end.isGood() ? readUnitState(lines) : UnitState();
 }
 
@@ -37,7 +40,9 @@ std::string unitStartedBy(const std::string& startCommand) {
 std::string watchUnit(const std::string& unit, std::chrono::steady_clock::time_point begun,
                       std::chrono::seconds settle, std::chrono::seconds timeout) {
   using Clock = std::chrono::steady_clock;
-  Settling settling(settle, timeout);
+  // systemd's monotonic time is the steady clock's.
+  Settling settling(std::chrono::duration_cast<std::chrono::microseconds>(begun.time_since_epoch()),
+                    settle, timeout);
   for (;;) {
     const UnitState state = askUnit(unit);
     // In a change root, for one, systemctl "starts" and shows nothing, and both well.

@@ -15,9 +15,9 @@ struct Seen {
 
 std::vector<std::string> unit(const std::string& active, const std::string& sub,
                               const std::string& pid, const std::string& restarts = "0",
-                              const std::string& type = "notify") {
-  return {"Type=" + type, "ActiveState=" + active, "SubState=" + sub, "MainPID=" + pid,
-          "NRestarts=" + restarts};
+                              const std::string& type = "notify", const std::string& since = "") {
+  return {"Type=" + type,   "ActiveState=" + active, "SubState=" + sub,
+          "MainPID=" + pid, "NRestarts=" + restarts, "ActiveEnterTimestampMonotonic=" + since};
 }
 
 // Faults: a crash between two looks, a unit that never gets ready or systemd's silence pass for
@@ -33,6 +33,19 @@ TEST(Health, UnitSettlesWithOneMainProcess) {
       {"not yet", {{0, runs}, {9999, runs}}, std::nullopt},
       {"late", {{0, unit("activating", "start", "7")}, {59999, runs}, {69999, runs}}, ""},
       {"reloads", {{0, runs}, {500, unit("reloading", "reload", "7")}, {10500, runs}}, ""},
+      {"active before it was looked at",
+       {{9999, unit("active", "running", "7", "0", "notify", "7001000")},
+        {11000, runs},
+        {11001, runs}},
+       ""},
+      {"active before the start",
+       {{400, unit("active", "running", "7", "0", "notify", "1")}, {9999, runs}, {10000, runs}},
+       ""},
+      {"active after it was looked at",
+       {{400, unit("active", "running", "7", "0", "notify", "99000000")},
+        {10399, runs},
+        {10400, runs}},
+       ""},
       {"never ready",
        {{59999, unit("activating", "start", "7")}, {60000, unit("activating", "start", "7")}},
        "its unit is still activating after 60 s"},
@@ -62,7 +75,7 @@ TEST(Health, UnitSettlesWithOneMainProcess) {
   };
   for (const auto& [name, seen, verdict] : kCases) {
     SCOPED_TRACE(name);
-    Settling settling(std::chrono::seconds(10), std::chrono::seconds(60));
+    Settling settling(std::chrono::seconds(6), std::chrono::seconds(10), std::chrono::seconds(60));
     for (std::size_t i = 0; i < seen.size(); ++i) {
       const auto found = settling.observe(milliseconds(seen[i].at), readUnitState(seen[i].lines));
       EXPECT_EQ(found, i + 1 < seen.size() ? std::nullopt : verdict);
