@@ -35,11 +35,15 @@ constexpr std::size_t kMostLine = 4096;
 /// What becomes of the child's descriptors and signals, released at the end.
 class SpawnPlan {
  public:
-  explicit SpawnPlan(int output) noexcept {
+  explicit SpawnPlan(int output, bool withErrors = true) noexcept {
     posix_spawn_file_actions_init(&files_);
     posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&files_, output, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&files_, output, STDERR_FILENO);
+    if (withErrors) {
+      posix_spawn_file_actions_adddup2(&files_, output, STDERR_FILENO);
+    } else {
+      posix_spawn_file_actions_addopen(&files_, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    }
     posix_spawnattr_init(&attributes_);
     // A session of its own: the terminal's signals do not reach it, and without a terminal nothing
     // in it can wait for somebody to type.
@@ -195,7 +199,7 @@ ChildEnd runChild(const ChildRun& run) {
   words.insert(words.end(), run.arguments.begin(), run.arguments.end());
   std::vector<std::string> variables = mergedEnvironment(run);
   const pid_t child =
-      SpawnPlan(write.get())
+      SpawnPlan(write.get(), run.withErrors)
           .start(run.program.c_str(), pointers(words).data(), pointers(variables).data());
   write.reset();
   if (child < 0) return {.how = ChildEnd::How::NotStarted, .status = -child};
@@ -225,10 +229,12 @@ int runShell(const char* command, int output, std::chrono::seconds limit) noexce
   const pid_t child = SpawnPlan(output).start("/bin/sh", words, environ);
   if (child < 0) return -1;
   if (limit.count() > 0) {
+    const ScopedFd ended = openEndOf(child);
     for (;;) {
       if (const auto status = endOf(child)) return *status;
       if (Clock::now() >= until) break;
-      ::poll(nullptr, 0, kTickMs);
+      pollfd end{ended.get(), POLLIN, 0};
+      ::poll(&end, 1, kTickMs);
     }
     endGroup(child);
     return kTookTooLong;

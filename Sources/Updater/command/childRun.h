@@ -17,6 +17,7 @@ struct ChildRun {
   std::function<void(const std::string&)>
       onLine;                       ///< of its standard output and error, as it comes
   std::function<bool()> cancelled;  ///< asked now and then; may be empty
+  bool withErrors = true;           ///< else its standard error is /dev/null
 };
 
 /// How it ended.

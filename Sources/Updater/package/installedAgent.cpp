@@ -12,21 +12,21 @@ namespace {
 
 constexpr std::chrono::minutes kLimit{10};
 
-/// The question for the database, whose answer is one line at the end of the output.
-const char* question(AgentDistrib distrib) {
+/// The question for the database, a program and its arguments, whose answer is one line at the end
+/// of the output.
+std::vector<std::string> question(AgentDistrib distrib) {
   switch (distrib) {
     case DistribDeb:
-      return "dpkg-query --show --showformat='${db:Status-Abbrev}|${Version}\\n' qdagent "
-             "2>/dev/null";
+      return {"dpkg-query", "--show", "--showformat=${db:Status-Abbrev}|${Version}\\n", "qdagent"};
     case DistribRpm:
-      return "rpm -q --queryformat '%{VERSION}\\n' qdagent 2>/dev/null";
+      return {"rpm", "-q", "--queryformat", "%{VERSION}\\n", "qdagent"};
     case DistribPkg:
     case DistribDmg:
-      return "pkgutil --pkg-info com.qdagent 2>/dev/null | sed -n 's/^version: //p'";
+      return {"/bin/sh", "-c", "pkgutil --pkg-info com.qdagent | sed -n 's/^version: //p'"};
     case DistribSpk:
-      return "synopkg version kesa 2>/dev/null";
+      return {"synopkg", "version", "kesa"};
     default:
-      return nullptr;
+      return {};
   }
 }
 
@@ -49,15 +49,16 @@ InstalledAgent readInstalledAgent(AgentDistrib distrib, const std::string& answe
 }
 
 std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib) try {
-  const char* const asked = question(distrib);
-  if (asked == nullptr) return std::nullopt;
+  const std::vector<std::string> asked = question(distrib);
+  if (asked.empty()) return std::nullopt;
   std::vector<std::string> lines;
-  const ChildEnd end = runChild({.program = "/bin/sh",
-                                 .arguments = {"-c", asked},
+  const ChildEnd end = runChild({.program = asked.front(),
+                                 .arguments = {asked.begin() + 1, asked.end()},
                                  .environment = {},
                                  .limit = kLimit,
                                  .onLine = [&](const std::string& line) { lines.push_back(line); },
-                                 .cancelled = {}});
+                                 .cancelled = {},
+                                 .withErrors = false});
   if (end.how != ChildEnd::How::Exited || end.status == 127) return std::nullopt;
   const std::string answer = end.isGood() && !lines.empty() ? lines.back() : "";
   // The receipt on a Mac may have another name.
