@@ -86,10 +86,10 @@ std::string startRecoveryTimer(const std::string& instance) {
                     "--property=Type=oneshot", "--property=KillMode=mixed",
                     "--property=TimeoutStopSec=infinity", "--property=SuccessExitStatus=12"});
   arguments.insert(arguments.end(), {program, "recover"});
-  if (quietly("systemctl", {"is-active", "--quiet", unit}, nullptr).isGood()) return {};
   std::string said;
   const utils::ChildEnd end = quietly("systemd-run", arguments, &said);
   if (end.isGood()) return {};
+  if (quietly("systemctl", {"is-active", "--quiet", unit}, nullptr).isGood()) return {};
   return said.empty() ? utils::faultText("systemd-run", end, std::chrono::minutes(1)) : said;
 }
 

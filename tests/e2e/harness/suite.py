@@ -121,7 +121,7 @@ class Row:
             run.most = self.most
         run.texts = {**self.blocks, "V": self.version, "T": run.temp(), "ca": run.side("cert.pem"),
                      "key": run.side("key.pem"),
-                     "shim": place.programs["shim"], **self.texts}
+                     **{name: place.programs[name] for name in ("shim", "qd-update")}, **self.texts}
         for name, body in self.commands.items():
             run.command(name, body)
         tls = context(run.folder, self.tls) if self.tls else None
