@@ -66,17 +66,19 @@ END
 }
 
 # make_rpm NAME VERSION TREE FILE [LINE...]: an RPM package of the files below TREE, with these lines in its spec file
-# besides. The files below etc are its configuration.
+# besides. The files below etc are its configuration. They are packed as they lie there, without the scripts that
+# rpmbuild runs over what it has built.
 make_rpm() {
   local top=$4.top
   mkdir -p "$top"
   {
     printf '%s\n' "Name: $1" "Version: $2" "Release: 1" "Summary: sample" "License: none" "AutoReqProv: no" "${@:5}" \
-      %description Sample. %install "cp -a $3/. %{buildroot}" %files
+      %description Sample. %files
     (cd "$3" && find . -type f -printf '/%P\n') | sed 's,^/etc/,%config &,'
   } >"$top/$1.spec"
-  rpmbuild -bb --quiet --target "${architecture:-noarch}" --define "_topdir $top" --define "_rpmfilename package.rpm" \
-    "$top/$1.spec" >/dev/null
+  rpmbuild -bb --quiet --noprep --noclean --target "${architecture:-noarch}" --buildroot "$3" \
+    --define "_topdir $top" --define "_rpmfilename package.rpm" --define "__spec_install_pre %{nil}" \
+    --define "__os_install_post %{nil}" "$top/$1.spec" >/dev/null
   mv "$top/RPMS/package.rpm" "$4"
   rm -rf "$top"
 }

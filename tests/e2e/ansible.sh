@@ -12,7 +12,7 @@ if ! command -v ansible-playbook >/dev/null; then
 fi
 
 playbook() {
-  HOME=/root ansible-playbook --connection local --inventory localhost, /qd/ansible/update.yml "$@" >/qd/play.out 2>&1 ||
+  HOME=/root ANSIBLE_PIPELINING=1 ansible-playbook --connection local --inventory localhost, /qd/ansible/update.yml "$@" >/qd/play.out 2>&1 ||
     expect "the playbook" "$(cat /qd/play.out)" success
 }
 

@@ -23,7 +23,7 @@ dies() {
   local run=$!
   until grep -q "\"step\": \"$2\"" $state/window.json 2>/dev/null && { [ $# = 2 ] || [ -s "/run/qd-script-$3" ]; }; do
     process_runs "$run" || die "the run is over: $(cat "$log")"
-    sleep 0.02
+    sleep 0.1
   done
   kill -9 "$run"
   wait "$run" 2>/dev/null || true

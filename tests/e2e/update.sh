@@ -79,7 +79,6 @@ libxkbcommon libxkbcommon-x11 fontconfig freetype libXext libX11-xcb libSM libIC
   pack $name 1 /qd/x11 "/qd/x11.$kind"
   install -m 755 <(printf '#!/bin/sh\necho "$@" >>/qd/installer.calls\n') "/usr/bin/$installer"
   begin "without libX11 nothing is installed for it"
-  grep -lZ libX11 /var/lib/dpkg/info/*.list | xargs --null --no-run-if-empty sed -i /libX11/d
   x11_step "NFY X11 not found" ""
   begin "libX11 is installed: the agent's X11 libraries are, too"
   # shellcheck disable=SC2086
