@@ -36,7 +36,7 @@ playbook
 expect "changes" "$(grep -o "changed=[0-9]*" /qd/play.out)" changed=0
 
 say "- but what was changed in it"
-playbook --extra-vars '{"qd_windows": ["Mon-Fri 01:00-04:00"]}'
+playbook --start-at-task 'Say what is wanted' --extra-vars '{"qd_windows": ["Mon-Fri 01:00-04:00"]}'
 expect "changes" "$(grep -o "changed=[0-9]*" /qd/play.out)" changed=1
 quiet qd-update check
 finish
