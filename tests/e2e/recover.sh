@@ -81,6 +81,8 @@ killed_at_calls() {
   done </qd/points
 }
 
+furnish() { echo "of $2" >"$1/usr/sbin/qdagent.data"; }
+
 # make_packages: the old version and the new one, with the scripts that the variables say.
 make_packages() {
   make_agent 7.2.1.4 "/qd/old.$kind"
@@ -104,6 +106,13 @@ recovered 26 7.2.1.4
 dies "the package manager dies when it configures" install post
 # dpkg can complete that; rpm has both versions then.
 if [ "$kind" = deb ]; then recovered 0 7.2.1.15; else recovered 26 7.2.1.4; fi
+
+if [ "$kind" = rpm ]; then
+  dies "the power took the bytes of a file that the database has" install
+  while pgrep -x rpm >/dev/null; do sleep 0.1; done
+  : >/usr/sbin/qdagent.data
+  recovered 26 7.2.1.4
+fi
 
 make_packages
 killed_at_calls "${QD_POINTS:-6}"

@@ -5,8 +5,7 @@ RecoveryAct planRecovery(const RecoveryFacts& facts) {
   using There = RecoveryFacts::There;
   if (facts.there == There::Unknown || facts.step == WindowStep::Stop) return StartOnly;
   if (facts.step == WindowStep::Rollback && facts.canRollBack) return PutBack;
-  const bool torn =
-      facts.mayBeTorn && facts.step == WindowStep::Install && facts.there == There::Former;
+  const bool torn = facts.mayBeTorn && facts.there == There::Former;
   if (!facts.isWhole || torn) {
     if (facts.canComplete) return Complete;
     // What was there before is known to run; nobody has seen yet how the new version does.

@@ -7,7 +7,7 @@ struct RecoveryFacts {
   WindowStep step = WindowStep::Stop;  ///< in which the run died
   enum class There { Unknown, Nothing, Former, New, Other } there = There::Unknown;
   bool isWhole = false;      ///< what is there came to the end of its installation
-  bool mayBeTorn = false;    ///< the package manager's word says nothing of the files
+  bool mayBeTorn = false;    ///< it had begun, and the package manager's word says nothing of files
   bool canComplete = false;  ///< the package manager has a way to end what it left half done
   bool canRollBack = false;  ///< the former version's package is kept and may come back
   bool canInstall = false;   ///< the new version's package still lies there

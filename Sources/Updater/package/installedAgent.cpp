@@ -74,6 +74,17 @@ std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib) try {
   return std::nullopt;
 }
 
+bool hasItsFiles() {
+  return runChild({.program = "rpm",
+                   .arguments = {"--verify", "--noconfig", "--nodeps", "--noscripts", "--nomtime",
+                                 "--nouser", "--nogroup", "--nomode", "--nocaps", "qdagent"},
+                   .environment = {},
+                   .limit = kLimit,
+                   .onLine = {},
+                   .cancelled = {}})
+      .isGood();
+}
+
 AgentDistrib installedKind() {
   return getOS() == OsMacOSX ? DistribPkg : linuxDistrib(isSyno(), isDebian());
 }

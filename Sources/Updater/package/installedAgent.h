@@ -27,6 +27,10 @@ InstalledAgent readInstalledAgent(AgentDistrib distrib, const std::string& answe
 /// ask, or it does not answer.
 std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib);
 
+/// Whether the agent's files, its configuration aside, are those of its package of the kind `rpm`,
+/// whose database is ahead of them when the power goes. False, too, where nobody can say.
+bool hasItsFiles();
+
 /// The kind of package by which the agent is installed on this machine.
 AgentDistrib installedKind();
 

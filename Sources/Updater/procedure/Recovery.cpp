@@ -161,12 +161,18 @@ std::optional<utils::InstalledAgent> Recovery::queryPersistently() const {
 }
 
 RecoveryFacts Recovery::look() const {
-  const auto agent = queryPersistently();
+  auto agent = queryPersistently();
+  const There there = placeOf(agent, run_);
+  const bool mayBeTorn = distrib == utils::DistribRpm && window_.step == WindowStep::Install;
+  if (mayBeTorn && there == There::New && agent->isWhole && !utils::hasItsFiles()) {
+    agent->isWhole = false;
+    agent->state = "not with its files";
+  }
   QDLOG(ROOT, NFY, "Installed is : " << (agent ? agent->text() : "not known"));
   return {.step = window_.step,
-          .there = placeOf(agent, run_),
+          .there = there,
           .isWhole = agent && agent->isWhole,
-          .mayBeTorn = distrib == utils::DistribRpm,
+          .mayBeTorn = mayBeTorn,
           .canComplete = distrib == utils::DistribDeb,
           .canRollBack = run_.settings->health->rollback && run_.noWayBack.empty(),
           .canInstall = isIntact(window_)};
