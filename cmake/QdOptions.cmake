@@ -45,7 +45,9 @@ target_compile_options(qd_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
   # g++ 12 takes joined strings for overlapping memory (its bug 105651).
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
-  $<$<BOOL:${QD_WARNINGS_ARE_ERRORS}>:-Werror>)
+  $<$<BOOL:${QD_WARNINGS_ARE_ERRORS}>:-Werror>
+  # Nobody needs to know where it was built.
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
 if(QD_SANITIZE)
   target_compile_options(qd_settings INTERFACE

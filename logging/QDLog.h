@@ -136,14 +136,6 @@ class QDLog : private qd_no_duplic {
   std::atomic<QDLogCb*> _logCb;
 };
 
-/// The source file's name, without the folder that it was built in where the compiler can say it
-/// so.
-#if defined(__FILE_NAME__)
-#define QDLOG_FILE __FILE_NAME__
-#else
-#define QDLOG_FILE __FILE__
-#endif
-
 /// Writes one record: `QDLOG(OSAL, warnOnly ? WRN : ERR, "Cannot open " << QDLogPath(path));`
 ///
 /// `module` is a module code; `level` is NFY, EL2, ERR, WRN, INF, DBG, a number from 0 to 9 or an
@@ -152,25 +144,25 @@ class QDLog : private qd_no_duplic {
 /// standard error. A failure of the stream, lack of memory included, never reaches the caller, so
 /// destructors may log; an exception of the streamed expression itself or of a sink does, after the
 /// lock is released.
-#define QDLOG(module, level, ...)                                                          \
-  do {                                                                                     \
-    const int qdlogLevel_ = [&] {                                                          \
-      using enum QDLevel;                                                                  \
-      return static_cast<int>(level);                                                      \
-    }();                                                                                   \
-    QDLog* const qdlog_ = QDLog::getLogger();                                              \
-    if (qdlog_ == nullptr || !qdlog_->wants(QDLOG_##module, qdlogLevel_)) break;           \
-    if (QDLog::inRecord()) {                                                               \
-      QDLog::reportMissed(__func__, __LINE__);                                             \
-      break;                                                                               \
-    }                                                                                      \
-    bool qdlogDone_ = false;                                                               \
-    try {                                                                                  \
-      QDLog::Record qdlogRecord_(*qdlog_);                                                 \
-      qdlogRecord_.stream() << __VA_ARGS__;                                                \
-      qdlogDone_ = qdlogRecord_.finish(QDLOG_##module, qdlogLevel_, QDLOG_FILE, __LINE__); \
-    } catch (const std::ios_base::failure&) {                                              \
-      /* is reported as any other failure of the stream */                                 \
-    }                                                                                      \
-    if (!qdlogDone_) QDLog::reportMissed(__func__, __LINE__);                              \
+#define QDLOG(module, level, ...)                                                        \
+  do {                                                                                   \
+    const int qdlogLevel_ = [&] {                                                        \
+      using enum QDLevel;                                                                \
+      return static_cast<int>(level);                                                    \
+    }();                                                                                 \
+    QDLog* const qdlog_ = QDLog::getLogger();                                            \
+    if (qdlog_ == nullptr || !qdlog_->wants(QDLOG_##module, qdlogLevel_)) break;         \
+    if (QDLog::inRecord()) {                                                             \
+      QDLog::reportMissed(__func__, __LINE__);                                           \
+      break;                                                                             \
+    }                                                                                    \
+    bool qdlogDone_ = false;                                                             \
+    try {                                                                                \
+      QDLog::Record qdlogRecord_(*qdlog_);                                               \
+      qdlogRecord_.stream() << __VA_ARGS__;                                              \
+      qdlogDone_ = qdlogRecord_.finish(QDLOG_##module, qdlogLevel_, __FILE__, __LINE__); \
+    } catch (const std::ios_base::failure&) {                                            \
+      /* is reported as any other failure of the stream */                               \
+    }                                                                                    \
+    if (!qdlogDone_) QDLog::reportMissed(__func__, __LINE__);                            \
   } while (false)
