@@ -121,12 +121,11 @@ apt-get -q --simulate --no-install-recommends --allow-downgrades install {path}
 [fits back] dpkg-query --show --showformat=${Conffiles}\\n qdagent
 dpkg-deb --field {keep} Package Installed-Size Pre-Depends Depends
 [keep] /var/lib/qd/update.{I}/keep/7.2.0.1.deb
-[timer] --quiet --collect --unit=qd-update-window-{I}.timer
-[brings] --description=Bring an interrupted update of the backup agent to an end
-[when] --on-active=20s --on-unit-active=20s --timer-property=AccuracySec=1s
-[how] --property=Type=oneshot --property=KillMode=mixed --property=TimeoutStopSec=infinity --property=SuccessExitStatus=12
-[where] --setenv=QD_AGENT_INSTANCE={I} --setenv=TMPDIR={T} --setenv=DPKG_FORCE=security-mac,downgrade,confdef,confold
-[has timer] systemd-run {timer} {brings} {when} {how} {where} {qd-update} recover
+[brings] --description=Bring an interrupted update of the backup agent to an end --on-active=20s --on-unit-active=20s
+[once] --timer-property=AccuracySec=1s --property=Type=oneshot --property=KillMode=mixed
+[given] --setenv=QD_AGENT_INSTANCE={I} --setenv=TMPDIR={T} --setenv=DPKG_FORCE=security-mac,downgrade,confdef,confold
+[timer] systemd-run --quiet --collect --unit=qd-update-window-{I}.timer {brings} {once} --property=TimeoutStopSec=infinity
+[has timer] {timer} --property=SuccessExitStatus=12 {given} {qd-update} recover
 [ends timer] systemctl stop qd-update-window-{I}.timer
 [put back] dpkg --force-downgrade -i {keep} | systemctl daemon-reload | systemctl reset-failed qdagent
 [printed] {installing} | NFY Unpacking | NFY ii |7.2.1.15
