@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # A run that dies while it replaces the agent, with the system's own systemd and package manager: whoever comes next
-# finds an agent that runs, old or new, whole: recover.sh KIND.
+# finds an agent that runs, old or new, whole: recover.sh KIND [POINTS], at so many of which it is killed.
 
 # shellcheck source=tests/e2e/expect.sh
 . /qd/expect.sh || exit
@@ -115,5 +115,5 @@ if [ "$kind" = rpm ]; then
 fi
 
 make_packages
-killed_at_calls "${QD_POINTS:-6}"
+killed_at_calls "${2:-6}"
 finish
