@@ -86,7 +86,7 @@ Findings find(const Job& job) {
     return found;
   }
   askServer(*read.settings, job.places, bad, found);
-  found.obstacles = obstaclesNow(*read.settings, job.places);
+  found.obstacles = obstaclesNow(job.places);
   return found;
 }
 

@@ -133,8 +133,9 @@ CHECK = [
     row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], version="7.2.1.15", calls="{ask}",
         prepare=records(PAST), err="", out="{found} | Last run    2026-03-01 14:06, updated | "
         "The installed version is up to date."),
-    row("CheckPrintsJson", args=["check", "--json", "-v"], status=100, check=lambda _, outcome: difference(
-        "available", [json.loads(outcome.out)["available"]], ["7.2.1.15"])),
+    row("CheckPrintsJson", args=["check", "--json", "-v"], status=100, prepare=installed("hi |7.2.0.1"),
+        check=lambda _, outcome: difference("found", [json.loads(outcome.out)[name] for name in (
+            "available", "obstacles")], ["7.2.1.15", ["the package is on hold"]])),
     row("CheckFails", {VERSION: 404}, args=["check"], status=2, check=leaves_nothing, out="Installed   7.2.0.1",
         err="cannot get {F}/version_long.txt: the server answers 404"),
     row("CheckKnowsABadVersion", args=["check"], status=25, prepare=both(installed(), bad(DIGEST)), out="{found}",

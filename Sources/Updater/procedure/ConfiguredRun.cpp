@@ -246,7 +246,7 @@ std::string readBadVersions(const RunPlaces& places, std::vector<BadVersion>& ba
   return {};
 }
 
-std::vector<std::string> obstaclesNow(const Settings& /*settings*/, const RunPlaces& places) {
+std::vector<std::string> obstaclesNow(const RunPlaces& places) {
   std::vector<std::string> obstacles;
   const auto agent = utils::queryInstalledAgent(utils::installedKind());
   if (agent && agent->isOnHold()) obstacles.emplace_back("the package is on hold");

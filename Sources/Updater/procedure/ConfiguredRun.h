@@ -105,4 +105,4 @@ inline constexpr const char* kBadVersions = "bad.json";
 std::string readBadVersions(const RunPlaces& places, std::vector<BadVersion>& bad);
 
 /// What would keep an update from being installed at this moment, a line each. Reads only.
-std::vector<std::string> obstaclesNow(const Settings& settings, const RunPlaces& places);
+std::vector<std::string> obstaclesNow(const RunPlaces& places);
