@@ -74,15 +74,23 @@ std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib) try {
   return std::nullopt;
 }
 
+bool saysDamaged(const std::string& line) {
+  const std::size_t path = line.find(" /");
+  if (path == std::string::npos || path < 3) return false;
+  const std::string said = line.substr(0, path);
+  if (said.ends_with(" c") || said.ends_with(" g")) return false;
+  return said.starts_with("missing") || said[0] == 'S' || said[2] == '5';
+}
+
 bool hasItsFiles() {
-  return runChild({.program = "rpm",
-                   .arguments = {"--verify", "--noconfig", "--nodeps", "--noscripts", "--nomtime",
-                                 "--nouser", "--nogroup", "--nomode", "--nocaps", "qdagent"},
-                   .environment = {},
-                   .limit = kLimit,
-                   .onLine = {},
-                   .cancelled = {}})
-      .isGood();
+  bool damaged = false;
+  runChild({.program = "rpm",
+            .arguments = {"--verify", "--nodeps", "--noscripts", "qdagent"},
+            .environment = {{"LC_ALL", "C"}},
+            .limit = kLimit,
+            .onLine = [&](const std::string& line) { damaged = damaged || saysDamaged(line); },
+            .cancelled = {}});
+  return !damaged;
 }
 
 AgentDistrib installedKind() {

@@ -27,8 +27,12 @@ InstalledAgent readInstalledAgent(AgentDistrib distrib, const std::string& answe
 /// ask, or it does not answer.
 std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib);
 
-/// Whether the agent's files, its configuration aside, are those of its package of the kind `rpm`,
-/// whose database is ahead of them when the power goes. False, too, where nobody can say.
+/// Whether a line of `rpm --verify` is about a file that is gone, or has other bytes than the
+/// package brought; configuration and what the package only owns do not count.
+bool saysDamaged(const std::string& line);
+
+/// Whether no file of the agent's package of the kind `rpm` is damaged: when the power goes the
+/// database is ahead of them. True, too, where rpm does not say.
 bool hasItsFiles();
 
 /// The kind of package by which the agent is installed on this machine.
