@@ -12,8 +12,8 @@ if ! command -v ansible-playbook >/dev/null; then
 fi
 
 playbook() {
-  HOME=/root ANSIBLE_PIPELINING=1 ansible-playbook --connection local --inventory localhost, /qd/ansible/update.yml "$@" >/qd/play.out 2>&1 ||
-    expect "the playbook" "$(cat /qd/play.out)" success
+  HOME=/root ANSIBLE_PIPELINING=1 ansible-playbook --connection local --inventory localhost, /qd/ansible/update.yml \
+    "$@" >/qd/play.out 2>&1 || expect "the playbook" "$(cat /qd/play.out)" success
 }
 
 begin "a playbook sets up a machine"
