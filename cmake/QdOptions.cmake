@@ -43,6 +43,8 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
 endif()
 target_compile_options(qd_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
+  # In a room compiled as one text, g++ takes its sources for headers.
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${CMAKE_UNITY_BUILD}>>:-Wno-subobject-linkage>
   # g++ 12 takes joined strings for overlapping memory (its bug 105651).
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
   $<$<BOOL:${QD_WARNINGS_ARE_ERRORS}>:-Werror>

@@ -30,4 +30,8 @@ class Error : public std::runtime_error {
   ErrorKind kind_;
 };
 
+[[noreturn]] inline void refuseMalformed(const std::string& why) {
+  throw Error(ErrorKind::Malformed, why);
+}
+
 }  // namespace tuf

@@ -16,8 +16,6 @@ constexpr std::size_t kMaxLevels = 64;
 /// A value of few bytes takes a hundred in memory, and files are parsed before they are trusted.
 constexpr std::size_t kMaxValues = std::size_t{1} << 20;
 
-[[noreturn]] void refuse(const std::string& why) { throw Error(ErrorKind::Malformed, why); }
-
 /// Builds the value from the parser's events.
 class Builder final : public nlohmann::json_sax<Json> {
  public:
@@ -42,19 +40,19 @@ class Builder final : public nlohmann::json_sax<Json> {
     auto& members = levels_.back()->get_ref<Json::object_t&>();
     const std::size_t before = members.size();
     const auto member = members.try_emplace(members.end(), name);  // they are mostly sorted
-    if (members.size() == before) refuse("A member stands twice in one object");
+    if (members.size() == before) refuseMalformed("A member stands twice in one object");
     member_ = &member->second;
     return true;
   }
 
   bool parse_error(std::size_t position, const std::string&, const Json::exception&) override {
-    refuse("No JSON from byte " + std::to_string(position) + " on");
+    refuseMalformed("No JSON from byte " + std::to_string(position) + " on");
   }
 
  private:
   /// Elements of an array stay where they are while what is inside the last one is being built.
   Json& place(Json&& value) {
-    if (++values_ > kMaxValues) refuse("The JSON has too many values");
+    if (++values_ > kMaxValues) refuseMalformed("The JSON has too many values");
     if (levels_.empty()) return result_ = std::move(value);
     Json& parent = *levels_.back();
     if (parent.is_object()) return *member_ = std::move(value);
@@ -68,7 +66,7 @@ class Builder final : public nlohmann::json_sax<Json> {
   }
 
   bool open(Json&& value) {
-    if (levels_.size() == kMaxLevels) refuse("The JSON has too many levels");
+    if (levels_.size() == kMaxLevels) refuseMalformed("The JSON has too many levels");
     levels_.push_back(&place(std::move(value)));
     return true;
   }
@@ -126,7 +124,7 @@ void encode(const Json& value, std::string& out) {
       out += std::to_string(value.get<std::uint64_t>());
       break;
     case Json::value_t::number_float:
-      refuse("A number in what is signed is no integer");
+      refuseMalformed("A number in what is signed is no integer");
     default:
       out += value.dump();
   }
@@ -137,7 +135,7 @@ void encode(const Json& value, std::string& out) {
 Json parseJson(std::string_view text) {
   Json result;
   Builder builder(result);
-  if (!Json::sax_parse(text.begin(), text.end(), &builder)) refuse("No JSON");
+  if (!Json::sax_parse(text.begin(), text.end(), &builder)) refuseMalformed("No JSON");
   return result;
 }
 

@@ -1,14 +1,13 @@
 #pragma once
 
-#include <openssl/evp.h>
-
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tuf/opensslHandle.h"
 
 namespace tuf {
 
@@ -37,13 +36,10 @@ class FileCheck {
   void finish(const std::string& name);
 
  private:
-  struct FreeContext {
-    void operator()(EVP_MD_CTX* context) const noexcept { EVP_MD_CTX_free(context); }
-  };
   struct Running {
     std::string algorithm;
     std::string expected;
-    std::unique_ptr<EVP_MD_CTX, FreeContext> context;
+    OpenSslPtr<EVP_MD_CTX> context;
   };
 
   std::optional<std::uint64_t> length_;

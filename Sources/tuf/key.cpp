@@ -1,6 +1,5 @@
 #include "tuf/key.h"
 
-#include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
@@ -16,13 +15,6 @@ namespace {
 
 constexpr int kMinRsaBits = 2048;
 
-struct FreeBio {
-  void operator()(BIO* bio) const noexcept { BIO_free(bio); }
-};
-struct FreeContext {
-  void operator()(EVP_MD_CTX* context) const noexcept { EVP_MD_CTX_free(context); }
-};
-
 /// OpenSSL would ask the terminal for the passphrase of an encrypted PEM text.
 int noPassphrase(char*, int, int, void*) { return 0; }
 
@@ -35,8 +27,7 @@ KeyPtr loadEd25519(const std::string& digits) {
 }
 
 KeyPtr loadPem(const std::string& text) {
-  const std::unique_ptr<BIO, FreeBio> bio(
-      BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+  const OpenSslPtr<BIO> bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
   return KeyPtr(bio ? PEM_read_bio_PUBKEY(bio.get(), nullptr, noPassphrase, nullptr) : nullptr);
 }
 
@@ -97,7 +88,7 @@ bool isSignature(EVP_PKEY* key, std::string_view message, std::string_view signa
   const auto bytes = [](std::string_view text) {
     return reinterpret_cast<const unsigned char*>(text.data());
   };
-  const std::unique_ptr<EVP_MD_CTX, FreeContext> context(EVP_MD_CTX_new());
+  const OpenSslPtr<EVP_MD_CTX> context(EVP_MD_CTX_new());
   const int kind = EVP_PKEY_get_base_id(key);
   EVP_PKEY_CTX* options = nullptr;  // the context's own
   bool ok = context && EVP_DigestVerifyInit(context.get(), &options,

@@ -1,19 +1,14 @@
 #pragma once
 
-#include <openssl/evp.h>
-
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "tuf/canonicalJson.h"
+#include "tuf/opensslHandle.h"
 
 namespace tuf {
 
-struct FreeKey {
-  void operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
-};
-using KeyPtr = std::unique_ptr<EVP_PKEY, FreeKey>;
+using KeyPtr = OpenSslPtr<EVP_PKEY>;
 
 /// A public key as metadata lists it. One of an unknown type or with a faulty value may be listed;
 /// nothing it signs is valid.

@@ -14,37 +14,35 @@ using Kind = Json::value_t;
 
 constexpr std::array<const char*, 4> kTopLevelRoles = {"root", "timestamp", "snapshot", "targets"};
 
-[[noreturn]] void refuse(const std::string& why) { throw Error(ErrorKind::Malformed, why); }
-
 Json* find(Json& object, const char* name) {
-  if (!object.is_object()) refuse(std::string("No object around ") + name);
+  if (!object.is_object()) refuseMalformed(std::string("No object around ") + name);
   const auto member = object.find(name);
   return member == object.end() ? nullptr : &*member;
 }
 
 Json& member(Json& object, const char* name) {
   Json* const found = find(object, name);
-  if (found == nullptr) refuse(std::string("The member ") + name + " is missing");
+  if (found == nullptr) refuseMalformed(std::string("The member ") + name + " is missing");
   return *found;
 }
 
 Json::object_t& asObject(Json& value, const char* name) {
-  if (!value.is_object()) refuse(std::string(name) + " is no object");
+  if (!value.is_object()) refuseMalformed(std::string(name) + " is no object");
   return value.get_ref<Json::object_t&>();
 }
 
 Json::array_t& asArray(Json& value, const char* name) {
-  if (!value.is_array()) refuse(std::string(name) + " is no list");
+  if (!value.is_array()) refuseMalformed(std::string(name) + " is no list");
   return value.get_ref<Json::array_t&>();
 }
 
 std::string& asText(Json& value, const char* name) {
-  if (!value.is_string()) refuse(std::string(name) + " is no text");
+  if (!value.is_string()) refuseMalformed(std::string(name) + " is no text");
   return value.get_ref<std::string&>();
 }
 
 bool asBool(const Json& value, const char* name) {
-  if (!value.is_boolean()) refuse(std::string(name) + " is neither true nor false");
+  if (!value.is_boolean()) refuseMalformed(std::string(name) + " is neither true nor false");
   return value.get<bool>();
 }
 
@@ -52,7 +50,8 @@ std::uint64_t asNumber(const Json& value, const char* name, std::uint64_t least)
   const bool whole =
       value.is_number_unsigned() || (value.is_number_integer() && value.get<std::int64_t>() >= 0);
   if (!whole || value.get<std::uint64_t>() < least) {
-    refuse(std::string(name) + " is no whole number from " + std::to_string(least) + " on");
+    refuseMalformed(std::string(name) + " is no whole number from " + std::to_string(least) +
+                    " on");
   }
   return value.get<std::uint64_t>();
 }
@@ -78,10 +77,10 @@ bool isSupportedSpec(std::string_view text) {
 
 void parseDocument(Json& content, const char* type, Document& document) {
   if (asText(member(content, "_type"), "_type") != type) {
-    refuse(std::string("It is not of the type ") + type);
+    refuseMalformed(std::string("It is not of the type ") + type);
   }
   if (!isSupportedSpec(asText(member(content, "spec_version"), "spec_version"))) {
-    refuse("Its spec_version is not 1.x");
+    refuseMalformed("Its spec_version is not 1.x");
   }
   document.version = asNumber(member(content, "version"), "version", 1);
   document.expires = parseTime(asText(member(content, "expires"), "expires"));
@@ -107,7 +106,7 @@ Hashes parseHashes(Json& value) {
   for (auto& [algorithm, digits] : asObject(value, "hashes")) {
     hashes.emplace(algorithm, std::move(asText(digits, "hashes")));
   }
-  if (hashes.empty()) refuse("hashes is empty");
+  if (hashes.empty()) refuseMalformed("hashes is empty");
   return hashes;
 }
 
@@ -132,7 +131,7 @@ TargetFile parseTargetFile(const std::string& path, Json& value) {
 /// A delegated role is stored under its name, so it must not be one of the four.
 void checkRoleName(const std::string& name) {
   if (name.empty() || std::count(kTopLevelRoles.begin(), kTopLevelRoles.end(), name) != 0) {
-    refuse("A delegated role has the name " + shown(name));
+    refuseMalformed("A delegated role has the name " + shown(name));
   }
 }
 
@@ -144,7 +143,8 @@ Delegation parseDelegation(Json& value) {
   Json* const patterns = find(value, "paths");
   Json* const prefixes = find(value, "path_hash_prefixes");
   if (patterns != nullptr && prefixes != nullptr) {
-    refuse("The role " + shown(delegation.role) + " has both paths and path_hash_prefixes");
+    refuseMalformed("The role " + shown(delegation.role) +
+                    " has both paths and path_hash_prefixes");
   }
   if (patterns != nullptr) delegation.patterns = asTexts(*patterns, "paths");
   if (prefixes != nullptr) delegation.hashPrefixes = asTexts(*prefixes, "path_hash_prefixes");
@@ -160,7 +160,7 @@ std::vector<Delegation> parseDelegations(Json& value) {
   for (Json& role : asArray(value, "roles")) {
     delegations.push_back(parseDelegation(role));
     if (!names.insert(delegations.back().role).second) {
-      refuse("The role " + shown(delegations.back().role) + " is delegated to twice");
+      refuseMalformed("The role " + shown(delegations.back().role) + " is delegated to twice");
     }
   }
   return delegations;
@@ -170,7 +170,7 @@ SuccinctRoles parseSuccinct(Json& value) {
   SuccinctRoles roles;
   roles.keys = parseRoleKeys(value);
   const std::uint64_t bits = asNumber(member(value, "bit_length"), "bit_length", 1);
-  if (bits > 32) refuse("bit_length is more than 32");
+  if (bits > 32) refuseMalformed("bit_length is more than 32");
   roles.bits = static_cast<unsigned>(bits);
   roles.namePrefix = asText(member(value, "name_prefix"), "name_prefix");
   return roles;
@@ -181,7 +181,7 @@ void parseAllDelegations(Json& value, Targets& targets) {
   Json* const roles = find(value, "roles");
   Json* const succinct = find(value, "succinct_roles");
   if ((roles == nullptr) == (succinct == nullptr)) {
-    refuse("delegations has not exactly one of roles and succinct_roles");
+    refuseMalformed("delegations has not exactly one of roles and succinct_roles");
   }
   if (roles != nullptr) targets.delegations = parseDelegations(*roles);
   if (succinct != nullptr) targets.succinct = parseSuccinct(*succinct);
@@ -191,7 +191,7 @@ void parseAllDelegations(Json& value, Targets& targets) {
 
 std::time_t parseTime(const std::string& text) {
   const auto time = osal_parseUtc(text);
-  if (!time) refuse("A time is not YYYY-MM-DDTHH:MM:SSZ");
+  if (!time) refuseMalformed("A time is not YYYY-MM-DDTHH:MM:SSZ");
   return *time;
 }
 
@@ -201,7 +201,8 @@ Envelope::Envelope(std::string_view file) {
   for (Json& entry : asArray(member(json, "signatures"), "signatures")) {
     Signature signature{asText(member(entry, "keyid"), "keyid"),
                         asText(member(entry, "sig"), "sig")};
-    if (!keyIds.insert(signature.keyId).second) refuse("A key id stands twice in signatures");
+    if (!keyIds.insert(signature.keyId).second)
+      refuseMalformed("A key id stands twice in signatures");
     signatures.push_back(std::move(signature));
   }
   content = std::move(member(json, "signed"));
@@ -219,7 +220,8 @@ Root parseRoot(Json&& content) {
     root.roles.emplace(name, parseRoleKeys(role));
   }
   for (const char* name : kTopLevelRoles) {
-    if (!root.roles.contains(name)) refuse(std::string("The root does not know the role ") + name);
+    if (!root.roles.contains(name))
+      refuseMalformed(std::string("The root does not know the role ") + name);
   }
   return root;
 }
@@ -228,7 +230,8 @@ Timestamp parseTimestamp(Json&& content) {
   Timestamp timestamp;
   parseDocument(content, "timestamp", timestamp);
   Json& files = member(content, "meta");
-  if (asObject(files, "meta").size() != 1) refuse("The timestamp describes not just the snapshot");
+  if (asObject(files, "meta").size() != 1)
+    refuseMalformed("The timestamp describes not just the snapshot");
   timestamp.snapshot = parseMetaFile(member(files, "snapshot.json"));
   return timestamp;
 }
@@ -239,7 +242,8 @@ Snapshot parseSnapshot(Json&& content) {
   for (auto& [name, file] : asObject(member(content, "meta"), "meta")) {
     snapshot.files.emplace(name, parseMetaFile(file));
   }
-  if (!snapshot.files.contains("targets.json")) refuse("The snapshot does not list targets.json");
+  if (!snapshot.files.contains("targets.json"))
+    refuseMalformed("The snapshot does not list targets.json");
   return snapshot;
 }
 

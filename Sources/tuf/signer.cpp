@@ -1,6 +1,5 @@
 #include "tuf/signer.h"
 
-#include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
@@ -14,20 +13,13 @@
 namespace tuf {
 namespace {
 
-struct FreeBio {
-  void operator()(BIO* bio) const noexcept { BIO_free(bio); }
-};
-struct FreeContext {
-  void operator()(EVP_MD_CTX* context) const noexcept { EVP_MD_CTX_free(context); }
-};
-
 [[noreturn]] void fail(const char* text) {
   ERR_clear_error();
   throw Error(ErrorKind::Storage, text);
 }
 
 std::string publicPem(EVP_PKEY* key) {
-  const std::unique_ptr<BIO, FreeBio> bio(BIO_new(BIO_s_mem()));
+  const OpenSslPtr<BIO> bio(BIO_new(BIO_s_mem()));
   if (!bio || PEM_write_bio_PUBKEY(bio.get(), key) != 1) fail("Cannot write a public key");
   char* text = nullptr;
   const long size = BIO_get_mem_data(bio.get(), &text);
@@ -77,7 +69,7 @@ PrivateKey::PrivateKey(KeyPtr key) : key_(std::move(key)) {
 
 std::string PrivateKey::sign(std::string_view message) const {
   const int kind = EVP_PKEY_get_base_id(key_.get());
-  const std::unique_ptr<EVP_MD_CTX, FreeContext> context(EVP_MD_CTX_new());
+  const OpenSslPtr<EVP_MD_CTX> context(EVP_MD_CTX_new());
   EVP_PKEY_CTX* options = nullptr;  // the context's own
   bool ok = context && EVP_DigestSignInit(context.get(), &options,
                                           kind == EVP_PKEY_ED25519 ? nullptr : EVP_sha256(),

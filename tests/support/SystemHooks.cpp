@@ -9,12 +9,12 @@
 
 namespace {
 
-thread_local SystemHooks* hooks = nullptr;
+thread_local SystemHooks* current = nullptr;
 
 /// Whether the call has to fail; errno says with what.
 bool fails(const char* call, const char* name = "") {
-  if (hooks == nullptr || !hooks->before) return false;
-  const auto before = hooks->before;  // a copy, since a hook may take itself away
+  if (current == nullptr || !current->before) return false;
+  const auto before = current->before;  // a copy, since a hook may take itself away
   const int error = before(call, name);
   if (error != 0) errno = error;
   return error != 0;
@@ -22,9 +22,9 @@ bool fails(const char* call, const char* name = "") {
 
 }  // namespace
 
-SystemHooks::SystemHooks() { hooks = this; }
+SystemHooks::SystemHooks() { current = this; }
 
-SystemHooks::~SystemHooks() { hooks = nullptr; }
+SystemHooks::~SystemHooks() { current = nullptr; }
 
 // The linker sends the calls of NAME to __wrap_NAME (see --wrap in CMakeLists.txt).
 extern "C" {
@@ -54,15 +54,15 @@ int __wrap_flock(int fd, int operation) {
 
 int __real_nanosleep(const timespec* time, timespec* left);
 int __wrap_nanosleep(const timespec* time, timespec* left) {
-  if (hooks == nullptr) return __real_nanosleep(time, left);
-  hooks->pauses.push_back(time->tv_sec * 1000 + time->tv_nsec / 1'000'000);
+  if (current == nullptr) return __real_nanosleep(time, left);
+  current->pauses.push_back(time->tv_sec * 1000 + time->tv_nsec / 1'000'000);
   return 0;
 }
 
 int __real_gettimeofday(timeval* time, void* zone);
 int __wrap_gettimeofday(timeval* time, void* zone) {
-  if (hooks == nullptr || !hooks->now) return __real_gettimeofday(time, zone);
-  *time = *hooks->now;
+  if (current == nullptr || !current->now) return __real_gettimeofday(time, zone);
+  *time = *current->now;
   return 0;
 }
 

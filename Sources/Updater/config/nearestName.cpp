@@ -6,12 +6,12 @@
 namespace {
 
 /// Names are short; of a longer text only the beginning counts.
-constexpr std::size_t kMost = 64;
+constexpr std::size_t kComparedBytes = 64;
 
 /// Letters to add, drop, change or swap with their neighbour.
 std::size_t distance(std::string_view a, std::string_view b) {
-  a = a.substr(0, kMost);
-  b = b.substr(0, kMost);
+  a = a.substr(0, kComparedBytes);
+  b = b.substr(0, kComparedBytes);
   std::vector<std::vector<std::size_t>> cost(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
   for (std::size_t i = 0; i <= a.size(); ++i) {
     for (std::size_t j = 0; j <= b.size(); ++j) {

@@ -23,6 +23,9 @@ class AgentService {
   /// `output`, which may be null, takes what the commands print.
   AgentService(std::string startCmd, std::string stopCmd, CommandOutput* output);
 
+  /// For an agent that ails: it may not even stop.
+  static constexpr std::chrono::minutes kStopLimit{2};
+
   /// Stops it. A unit of systemd's that does not stop within `limit` is killed; 0: there is none.
   void stop(std::chrono::seconds limit) const noexcept;
 

@@ -18,8 +18,6 @@ using There = RecoveryFacts::There;
 
 namespace {
 
-constexpr std::chrono::minutes kStopLimit{2};
-
 /// Whether the package is the one that was verified.
 bool isIntact(const AgentWindow& window) {
   ScopedFd fd;
@@ -180,7 +178,7 @@ RecoveryFacts Recovery::look() const {
 
 /// After a power cut the system itself may have started what is there in part.
 void Recovery::complete() {
-  service_.stop(kStopLimit);
+  service_.stop(AgentService::kStopLimit);
   QDLOG(ROOT, NFY, "Completing what dpkg has left half done");
   if (!utils::completeHalfDone()) {
     QDLOG(ROOT, WRN, "dpkg could not complete what it has left half done");
@@ -189,7 +187,7 @@ void Recovery::complete() {
 }
 
 void Recovery::installAgain() {
-  service_.stop(kStopLimit);
+  service_.stop(AgentService::kStopLimit);
   run_.enter(Phase::Install);
   installAgent(run_, false);
   service_.refresh();

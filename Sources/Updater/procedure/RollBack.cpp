@@ -18,9 +18,6 @@
 
 namespace {
 
-/// An agent that ails may not even stop.
-constexpr std::chrono::minutes kStopLimit{2};
-
 std::string installCommand(utils::AgentDistrib kind, const std::string& path) {
   const bool isRpm = kind == utils::DistribRpm;
   return (isRpm ? "rpm -U --oldpackage --replacepkgs " : "dpkg --force-downgrade -i ") +
@@ -100,7 +97,7 @@ RollBack::End RollBack::attempt() {
   if (const std::string fault = lockFault(); !fault.empty()) return failed(fault);
   keepJournal();
   stopped_ = true;
-  service_.stop(kStopLimit);
+  service_.stop(AgentService::kStopLimit);
   putBack();
   service_.refresh();
   const bool started = service_.start(order_.care.health.timeout);

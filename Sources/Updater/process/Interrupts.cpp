@@ -4,7 +4,7 @@ namespace {
 
 volatile sig_atomic_t noted = 0;
 
-void note(int) { noted = 1; }
+void noteInterrupt(int) { noted = 1; }
 
 void passOver(int) {}
 
@@ -22,7 +22,7 @@ void replaceHandler(int signal, void (*handler)(int), struct sigaction& former) 
 Interrupts::Interrupts() noexcept {
   noted = 0;
   for (std::size_t i = 0; i < former_.size(); ++i) {
-    replaceHandler(SignalDelay::kSignals[i], &note, former_[i]);
+    replaceHandler(SignalDelay::kSignals[i], &noteInterrupt, former_[i]);
   }
   replaceHandler(SIGTSTP, &passOver, formerSuspend_);
 }

@@ -4,7 +4,7 @@ namespace {
 
 volatile sig_atomic_t firstSignal = 0;
 
-void note(int signal) {
+void noteFirst(int signal) {
   if (firstSignal == 0) firstSignal = signal;
 }
 
@@ -13,7 +13,7 @@ void note(int signal) {
 SignalDelay::SignalDelay() noexcept {
   firstSignal = 0;
   struct sigaction action {};
-  action.sa_handler = &note;
+  action.sa_handler = &noteFirst;
   action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   for (std::size_t i = 0; i < kSignals.size(); ++i) {

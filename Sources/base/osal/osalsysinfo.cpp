@@ -14,7 +14,7 @@
 namespace {
 
 /// Bytes that a caller of `getsysinfo` has in each of its buffers.
-constexpr std::size_t kTextSize = 1025;
+constexpr std::size_t kAnswerSize = 1025;
 
 constexpr unsigned int kSystemFlags = 0x300;
 constexpr unsigned int kNasFlag = 0x40;
@@ -124,10 +124,10 @@ int getsysinfo(char* osText, char* archName, unsigned int* sysFlags) {
 
   const bool linuxFamily = targetFamily() == TargetFamily::Linux;
   const std::string description = linuxFamily ? osalsysinfo_linux() : osalsysinfo_macOS();
-  std::snprintf(osText, kTextSize, "%s", description.c_str());
+  std::snprintf(osText, kAnswerSize, "%s", description.c_str());
 
   struct utsname machine {};
   const int result = ::uname(&machine);
   if (result != 0) return result;
-  return std::snprintf(archName, kTextSize, "%s", machine.machine);
+  return std::snprintf(archName, kAnswerSize, "%s", machine.machine);
 }

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr unsigned int kChunk = 32768;
+constexpr unsigned int kCopyChunk = 32768;
 constexpr std::string_view kBackupSuffix = ".bak";
 constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
 
@@ -83,14 +83,14 @@ void QDFile::takePermissions(unsigned int bits, const unsigned char* path) {
 void QDFile::takeContent(QDFile& source) {
   const unsigned long long size = source.getSize();
   if (size == 0) return;
-  std::vector<unsigned char> chunk(kChunk);
+  std::vector<unsigned char> chunk(kCopyChunk);
   unsigned long long total = 0;
   unsigned int count = 0;
   do {
-    count = source.read(chunk.data(), kChunk);
+    count = source.read(chunk.data(), kCopyChunk);
     writeFix(chunk.data(), count);
     total += count;
-  } while (count == kChunk);
+  } while (count == kCopyChunk);
   // Somebody cut the source meanwhile: a lock only stops those who ask for it.
   if (total < size) QD_THROW_ERROR("Read size (" << total << ") != asked size (" << size << ")");
 }
