@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <boost/filesystem/operations.hpp>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -155,7 +157,22 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return result;
 }
 
-void endGroup(pid_t child) {
+/// Such as what a `timeout` in a script runs: it left the process group, but not the session.
+void endSession([[maybe_unused]] pid_t leader) noexcept try {
+#if defined(__linux__)
+  boost::system::error_code failed;
+  for (boost::filesystem::directory_iterator entry("/proc", failed), end; !failed && entry != end;
+       entry.increment(failed)) {
+    const pid_t process = std::atoi(entry->path().filename().c_str());
+    if (process > 0 && ::getsid(process) == leader) ::kill(process, SIGKILL);
+  }
+#endif
+} catch (...) {
+  // No memory. The process group is the most of it.
+}
+
+void endWithChildren(pid_t child) noexcept {
+  endSession(child);
   ::kill(-child, SIGKILL);
   int status = 0;
   while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
@@ -175,13 +192,14 @@ ChildEnd watch(pid_t child, int output, const ChildRun& run) {
     ::poll(readable.data(), readable.size(), status ? 0 : kTickMs);
     open = open && readAvailable(output, lines);
     if (status) {
-      end = {ChildEnd::How::Exited, exitStatusOf(*status)};
+      end = {ChildEnd::How::Exited,
+             WIFSIGNALED(*status) ? 128 + WTERMSIG(*status) : exitStatusOf(*status)};
       break;
     }
     const bool cancelled = run.cancelled && run.cancelled();
     if (!cancelled && Clock::now() < until) continue;
     end.how = cancelled ? ChildEnd::How::Cancelled : ChildEnd::How::TookTooLong;
-    endGroup(child);
+    endWithChildren(child);
     if (open) readAvailable(output, lines);
     break;
   }
@@ -236,7 +254,7 @@ int runShell(const char* command, int output, std::chrono::seconds limit) noexce
       pollfd end{ended.get(), POLLIN, 0};
       ::poll(&end, 1, kTickMs);
     }
-    endGroup(child);
+    endWithChildren(child);
     return kTookTooLong;
   }
   int status = 0;

@@ -23,7 +23,8 @@ struct ChildRun {
 /// How it ended.
 struct ChildEnd {
   enum class How { Exited, TookTooLong, Cancelled, NotStarted } how = How::NotStarted;
-  int status = 0;  ///< exit status, or the signal's number; not started: the errno value, if known
+  int status = 0;  ///< exit status; 128 and the number of the signal that ended it; not started:
+                   ///< the errno value, if known
 
   [[nodiscard]] bool isGood() const { return how == How::Exited && status == 0; }
 };

@@ -71,7 +71,7 @@ TEST(ChildRun, PassesLinesOnAndWaitsForNobodyElse) {
   EXPECT_TRUE(run("sleep 7 & echo left").isGood());
   EXPECT_EQ(lines, std::vector<std::string>{"left"});
   cancels = true;
-  EXPECT_EQ(run("sleep 97 & echo $!; wait").how, ChildEnd::How::Cancelled);
+  EXPECT_EQ(run("timeout 97 sleep 97 & echo $!; wait").how, ChildEnd::How::Cancelled);
   ASSERT_EQ(lines.size(), 1U);
   for (int pause = 0; runs(lines[0]) && pause < 1000; ++pause) ::usleep(10000);
   EXPECT_FALSE(runs(lines[0])) << "the child of the child";
