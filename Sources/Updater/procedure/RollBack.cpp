@@ -115,7 +115,7 @@ std::string RollBack::lockFault() {
 void RollBack::putBack() noexcept {
   QD_LOG_QUIETLY(NFY, "Putting " << order_.package.version << " back ...");
   const int r = executeInstallation(installCmd_.c_str(), &output_);
-  restoreConfiguration();
+  restoreConfiguration(r == 0);
   if (r == 0) return;
   QD_LOG_QUIETLY(ERR, "Fail to put it back : [" << r << "]");
   try {
@@ -125,7 +125,10 @@ void RollBack::putBack() noexcept {
   }
 }
 
-void RollBack::restoreConfiguration() const noexcept try {
+/// A failed version that did not go keeps its own.
+void RollBack::restoreConfiguration(bool isBack) const noexcept try {
+  const auto agent = isBack ? std::nullopt : utils::queryInstalledAgent(order_.kind);
+  if (agent && Version(agent->version) == Version(order_.failedVersion)) return;
   if (!utils::restoreConfigurationFiles(order_.folder.pathOf(kSavedConfiguration))) {
     QDLOG(ROOT, WRN, "Cannot put the configuration files back");
   }

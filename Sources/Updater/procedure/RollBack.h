@@ -75,7 +75,7 @@ class RollBack {
   End judge(bool started);
   [[nodiscard]] std::string lockFault();
   void putBack() noexcept;
-  void restoreConfiguration() const noexcept;
+  void restoreConfiguration(bool isBack) const noexcept;
   void keepJournal() const noexcept;
   [[nodiscard]] End failed(const std::string& why) const;
 
