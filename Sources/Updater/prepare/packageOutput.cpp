@@ -50,8 +50,9 @@ bool meets(const InstalledPackage& package, const Dependency& wanted,
 }  // namespace
 
 std::string reasonIn(const std::vector<std::string>& output) {
-  static constexpr std::array<std::string_view, 3> kReasons = {"Depends: ", " conflicts with ",
-                                                               " is needed by "};
+  static constexpr std::array<std::string_view, 5> kReasons = {
+      "Depends: ", " conflicts with ", " is needed by ", " script subprocess returned error",
+      "scriptlet failed"};
   std::string last;
   for (const std::string& line : output) {
     std::string text = boost::trim_copy(line);

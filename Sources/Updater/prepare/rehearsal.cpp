@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::chrono::hours kCompletionLimit{3};
 constexpr unsigned long long kKiB = 1024;
+const std::string kAgentPackage = "qdagent";
 
 unsigned long long number(const std::string& text) {
   return std::strtoull(text.c_str(), nullptr, 10);
@@ -47,7 +48,7 @@ std::string rehearseDeb(const std::string& path, const PackageFacts& facts,
                                  true, cancelled);
   if (plan.missing) return missingDependency(facts);
   if (plan.status != 0) return why(plan, "apt-get");
-  return planFault(plan.lines, facts.name);
+  return planFault(plan.lines, kAgentPackage);
 }
 
 }  // namespace
@@ -75,17 +76,26 @@ CommandAnswer ask(const std::vector<std::string>& words, bool logged, const Stop
 PackageFacts readPackageFacts(AgentDistrib distrib, const std::string& path) {
   if (distrib == DistribRpm) {
     const auto lines = ask({"rpm", "-qp", "--nosignature", "--queryformat",
-                            "Package: %{NAME}\\nSize: %{LONGSIZE}\\n", path},
+                            "Package: %{NAME}\\nVersion: %{VERSION}\\nSize: %{LONGSIZE}\\n", path},
                            false)
                            .lines;
-    return {fieldIn(lines, "Package"), number(fieldIn(lines, "Size")), ""};
+    return {fieldIn(lines, "Package"), fieldIn(lines, "Version"), number(fieldIn(lines, "Size")),
+            ""};
   }
-  const auto lines =
-      ask({"dpkg-deb", "--field", path, "Package", "Installed-Size", "Pre-Depends", "Depends"},
-          false)
-          .lines;
-  return {fieldIn(lines, "Package"), number(fieldIn(lines, "Installed-Size")) * kKiB,
+  const auto lines = ask({"dpkg-deb", "--field", path, "Package", "Version", "Installed-Size",
+                          "Pre-Depends", "Depends"},
+                         false)
+                         .lines;
+  return {fieldIn(lines, "Package"), fieldIn(lines, "Version"),
+          number(fieldIn(lines, "Installed-Size")) * kKiB,
           fieldIn(lines, "Pre-Depends") + "," + fieldIn(lines, "Depends")};
+}
+
+std::string identityFault(const PackageFacts& facts, const Version& wanted) {
+  if (facts.name.empty() || facts.version.empty()) return {};
+  if (facts.name == kAgentPackage && Version(facts.version) == wanted) return {};
+  return "the package is " + facts.name + " " + facts.version + ", not " + kAgentPackage + " " +
+         versionText(wanted);
 }
 
 std::string rehearse(AgentDistrib distrib, const std::string& path, const PackageFacts& facts,

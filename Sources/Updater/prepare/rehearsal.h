@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Updater/terms/Version.h"
 #include "Updater/terms/utilsPlatform.h"
 
 // What a package manager is asked about a package before anything is stopped. What it prints goes
@@ -32,10 +33,15 @@ CommandAnswer ask(const std::vector<std::string>& words, bool logged,
 /// A package file, as it describes itself.
 struct PackageFacts {
   std::string name;                      ///< empty: it could not be read
+  std::string version;                   ///< empty: likewise
   unsigned long long installedSize = 0;  ///< bytes; 0: it does not say
   std::string depends;                   ///< Debian's Pre-Depends and Depends
 };
 PackageFacts readPackageFacts(AgentDistrib distrib, const std::string& path);
+
+/// Why the package is not the agent's of the version `wanted`, which is what the database is held
+/// against in the end; empty when it is, or can't be read, which the rehearsal shows.
+std::string identityFault(const PackageFacts& facts, const Version& wanted);
 
 /// Simulates the installation. Returns why it would fail; empty when it would not, as far as can be
 /// seen before its scripts run. `facts` are the package's own.

@@ -131,6 +131,7 @@ class Updater {
   Stop completePackageManager(UpdateRun& run);
   Stop installLibraries(UpdateRun& run);
   Stop rehearse(UpdateRun& run);
+  Stop refuseInstallation(UpdateRun& run, const std::string& refusal) const;
   Stop lockPackageManager(UpdateRun& run);
   Stop checkGatesAgain(UpdateRun& run);
   Stop openWindow(UpdateRun& run);

@@ -77,7 +77,11 @@ Updater::Stop Updater::installLibraries(UpdateRun& run) {
 }
 
 Updater::Stop Updater::rehearse(UpdateRun& run) {
-  if (!prepares(run) || !run.settings->install.rehearse) return std::nullopt;
+  if (!prepares(run)) return std::nullopt;
+  if (const std::string fault = utils::identityFault(run.facts, run.available); !fault.empty()) {
+    return refuseInstallation(run, fault);
+  }
+  if (!run.settings->install.rehearse) return std::nullopt;
   QDLOG(ROOT, NFY, "Rehearsing the installation");
   const auto rehearsal = [&] {
     return utils::rehearse(distrib, run.setup.setupPath, run.facts, &Interrupts::came);
@@ -89,7 +93,10 @@ Updater::Stop Updater::rehearse(UpdateRun& run) {
     refusal = rehearsal();
     run.packageManager.release();
   }
-  if (refusal.empty()) return std::nullopt;
+  return refusal.empty() ? std::nullopt : refuseInstallation(run, refusal);
+}
+
+Updater::Stop Updater::refuseInstallation(UpdateRun& run, const std::string& refusal) const {
   const auto agent = utils::queryInstalledAgent(distrib);
   run.cause = "rehearsal";
   run.message = "the installation would fail, so nothing was stopped: " + refusal;
