@@ -78,7 +78,7 @@ std::string installedVersion(const Options& options) {
 
 int runUpdate(const Job& job) {
   const std::string staysInUnit = leaveAgentUnit();
-  const RunLog log(job, findLogPlace());
+  const RunLog log(job, findLogPlaceAnyway());
   if (!staysInUnit.empty()) QDLOG(ROOT, WRN, "Cannot leave the agent's unit : " << staysInUnit);
   SettingsRead settings = neededSettings(job.places);
   const RunRequest request{.server = settings.settings ? settings.settings->server : "",
@@ -94,7 +94,7 @@ int runUpdate(const Job& job) {
 }
 
 int recoverUpdate(const Job& job) {
-  const RunLog log(job, findLogPlace());
+  const RunLog log(job, findLogPlaceAnyway());
   ConfiguredRun run(readSettingsFile(job.places.settingsFile), job.places);
   const int status = run.recover();
   if (run.record().ended != 0) tellEnd(job, run.record());

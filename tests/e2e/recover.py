@@ -176,6 +176,7 @@ LEFT = {
     "nor is there a way back": (f"iHR|{NEW}", {"no_way_back": "none"}, 0, NEW, []),
     "nor is the package whole": (f"iHR|{NEW}", {"no_way_back": "none", "sha256": "0" * 64}, 13, NEW, []),
     "there is no agent any more": ("un |", {}, 26, FORMER, []),
+    "its window is another system's": (f"iU |{NEW}", {"kind": "dmg"}, 0, NEW, []),
     "dpkg has not begun": (f"ii |{FORMER}", {}, 11, FORMER, []),
     "it was rolling back": (f"ii |{NEW}", {"step": "rollback", "ailment": "ails"}, 26, FORMER, [NEW]),
     "it was putting back what was cut off": (f"ii |{NEW}", {"step": "rollback"}, 26, FORMER, []),
@@ -187,6 +188,7 @@ LEFT = {
 def left(installed: str, window: dict | str, *expected) -> Case:
     def fault(run: Run, place: Place) -> Iterator[str]:
         write(run.side("installed"), installed + "\n")
+        run.env["TMPDIR"] = "/gone"
         former = json.loads(read(state(run, "window.json")))
         write(state(run, "window.json"), window if isinstance(window, str) else json.dumps(former | window))
         outcome = recover(run, place)

@@ -1,7 +1,7 @@
 #include "Updater/package/installedAgent.h"
 
 #include <exception>
-#include <vector>
+#include <thread>
 
 #include "Updater/command/childRun.h"
 #include "Updater/command/utilsExec.h"
@@ -48,18 +48,25 @@ InstalledAgent readInstalledAgent(AgentDistrib distrib, const std::string& answe
   return {.version = there ? answer.substr(bar + 1) : "", .state = state, .isWhole = whole};
 }
 
+bool saysNotInstalled(AgentDistrib distrib, int status, const std::vector<std::string>& lines) {
+  if (distrib == DistribDeb) return status == 1;  // 2: it could not look
+  if (distrib != DistribRpm) return true;
+  return !lines.empty() && lines.back().ends_with(" is not installed");
+}
+
 std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib) try {
   const std::vector<std::string> asked = question(distrib);
   if (asked.empty()) return std::nullopt;
   std::vector<std::string> lines;
   const ChildEnd end = runChild({.program = asked.front(),
                                  .arguments = {asked.begin() + 1, asked.end()},
-                                 .environment = {},
+                                 .environment = {{"LC_ALL", "C"}},
                                  .limit = kLimit,
                                  .onLine = [&](const std::string& line) { lines.push_back(line); },
                                  .cancelled = {},
                                  .withErrors = false});
   if (end.how != ChildEnd::How::Exited || end.status == 127) return std::nullopt;
+  if (!end.isGood() && !saysNotInstalled(distrib, end.status, lines)) return std::nullopt;
   const std::string answer = end.isGood() && !lines.empty() ? lines.back() : "";
   // The receipt on a Mac may have another name.
   if (answer.empty() && getOS() == OsMacOSX) return std::nullopt;
@@ -72,6 +79,16 @@ std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib) try {
   return agent;
 } catch (const std::exception&) {
   return std::nullopt;
+}
+
+std::optional<InstalledAgent> queryPersistently(AgentDistrib distrib) {
+  constexpr int kAttempts = 5;
+  auto agent = queryInstalledAgent(distrib);
+  for (int attempt = 1; !agent && attempt < kAttempts; ++attempt) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    agent = queryInstalledAgent(distrib);
+  }
+  return agent;
 }
 
 bool saysDamaged(const std::string& line) {

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Updater/terms/utilsPlatform.h"
 
@@ -23,9 +24,17 @@ struct InstalledAgent {
 /// Reads what dpkg-query, rpm, pkgutil or synopkg answered.
 InstalledAgent readInstalledAgent(AgentDistrib distrib, const std::string& answer);
 
+/// Whether the database says that the package is not there, rather than that it could not look:
+/// the program ended with `status`, which is not 0, and printed `lines`.
+bool saysNotInstalled(AgentDistrib distrib, int status, const std::vector<std::string>& lines);
+
 /// Asks the database that packages of the kind `distrib` are in; nothing where there is none to
 /// ask, or it does not answer.
 std::optional<InstalledAgent> queryInstalledAgent(AgentDistrib distrib);
+
+/// The same, up to five times, a second apart: a momentary lack of processes or memory is no
+/// answer.
+std::optional<InstalledAgent> queryPersistently(AgentDistrib distrib);
 
 /// Whether a line of `rpm --verify` is about a file that is gone, or has other bytes than the
 /// package brought; configuration and what the package only owns do not count.

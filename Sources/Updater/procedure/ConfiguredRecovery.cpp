@@ -42,13 +42,13 @@ int ConfiguredRun::recover() try {
       refuse({}, UpdateResult::Exception, std::string("Exception : ") + e.what()));
 }
 
-UpdateResult ConfiguredRun::endFormerRun() {
+UpdateResult ConfiguredRun::endFormerRun() try {
   QDLOG(ROOT, WRN, "A run died when it was replacing the agent: bringing that to an end");
   recorder_ = newRecorder();
   auto read = folder_.isOpen() ? parseAgentWindow(readStateFile(places_.stateFolder, kWindow))
                                : std::nullopt;
   if (!read) {
-    QDLOG(ROOT, ERR, kWindow << " does not say what it did");
+    if (folder_.isOpen()) QDLOG(ROOT, ERR, kWindow << " does not say what it did");
     read.emplace();
     read->run = recorder_->record().run;
     read->step = WindowStep::Install;
@@ -62,6 +62,10 @@ UpdateResult ConfiguredRun::endFormerRun() {
   run.settings = &settings;
   run.output = &output;
   return resume(*read, run);
+} catch (const std::exception& e) {
+  // The window stays, for the next attempt; meanwhile there must be an agent.
+  Recovery::startAgent(settings_.health.value_or(HealthSettings()).timeout);
+  return refuse({}, UpdateResult::Exception, std::string("Exception : ") + e.what());
 }
 
 UpdateResult ConfiguredRun::resume(const AgentWindow& window, UpdateRun& run) {

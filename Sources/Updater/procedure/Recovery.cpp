@@ -47,10 +47,11 @@ utils::SetuParameter commandsFor(utils::AgentDistrib kind, const std::string& pa
   return setup;
 }
 
-/// Of what is installed here, where the window does not say.
+/// Of what is installed here, where the window does not say, or names another system's.
 utils::AgentDistrib kindOf(const AgentWindow& window) {
-  const auto kind = utils::stringToAgentDistrib(window.kind);
-  return kind == utils::DistribNone ? utils::installedKind() : kind;
+  const auto installed = utils::installedKind();
+  const bool isImage = utils::stringToAgentDistrib(window.kind) == utils::DistribDmg;
+  return isImage && installed == utils::DistribPkg ? utils::DistribDmg : installed;
 }
 
 }  // namespace
@@ -76,10 +77,17 @@ Recovery::Recovery(const AgentWindow& window, UpdateRun& run)
                                         : faultOf(run.keep, run.kept);
 }
 
-void Recovery::removeDeadLock(const StateFolder& folder) {
+void Recovery::startAgent(std::chrono::seconds limit) {
+  const utils::SetuParameter setup = commandsFor(utils::installedKind(), "");
+  AgentService(setup.startCmd, setup.stopCmd, nullptr).start(limit);
+}
+
+void Recovery::removeDeadLock(const StateFolder& folder) try {
   const std::string path = placeOfLock();
   const auto lock = findLock(path);
   if (lock && std::to_string(*lock) == folder.lockNote()) std::remove(path.c_str());
+} catch (const std::exception& e) {
+  QDLOG(ROOT, WRN, "Cannot look for the lock of the run that died : " << e.what());
 }
 
 UpdateResult Recovery::perform(std::optional<UpdateResult> told) try {
@@ -147,19 +155,8 @@ bool Recovery::lockPackages() {
   return false;
 }
 
-/// A momentary lack of processes or memory is no answer.
-std::optional<utils::InstalledAgent> Recovery::queryPersistently() const {
-  constexpr int kAttempts = 5;
-  auto agent = utils::queryInstalledAgent(distrib);
-  for (int attempt = 1; !agent && attempt < kAttempts; ++attempt) {
-    std::this_thread::sleep_for(std::chrono::seconds(1));
-    agent = utils::queryInstalledAgent(distrib);
-  }
-  return agent;
-}
-
 RecoveryFacts Recovery::look() const {
-  auto agent = queryPersistently();
+  auto agent = utils::queryPersistently(distrib);
   const There there = placeOf(agent, run_);
   const bool mayBeTorn = distrib == utils::DistribRpm && window_.step == WindowStep::Install;
   if (mayBeTorn && there == There::New && agent->isWhole && !utils::hasItsFiles()) {

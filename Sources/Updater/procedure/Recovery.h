@@ -20,6 +20,10 @@ class Recovery : private Updater {
   /// note it in `folder`.
   static void removeDeadLock(const StateFolder& folder);
 
+  /// Starts the agent of this system, for a recovery that can do nothing else. `limit` as in
+  /// AgentService::start.
+  static void startAgent(std::chrono::seconds limit);
+
   /// Does it; where the run has `told` its outcome, an agent is started and no more. Returns what
   /// the run came to. No std::exception leaves it.
   UpdateResult perform(std::optional<UpdateResult> told);
@@ -31,7 +35,6 @@ class Recovery : private Updater {
  private:
   UpdateResult attempt();
   bool waitForSurvivors();
-  [[nodiscard]] std::optional<utils::InstalledAgent> queryPersistently() const;
   [[nodiscard]] RecoveryFacts look() const;
   bool lockPackages();
   void complete();

@@ -77,10 +77,16 @@ void Updater::installXCBDeps(const UpdateRun& run) const noexcept {
 
 /// The exit status of a package manager is not believed alone: its database is asked.
 UpdateResult Updater::judgeReplacement(UpdateRun& run, bool installed, bool started) const {
-  const auto agent = skipInstall ? std::nullopt : utils::queryInstalledAgent(distrib);
+  const bool hasDatabase = distrib == utils::DistribDeb || distrib == utils::DistribRpm;
+  std::optional<utils::InstalledAgent> agent;
+  if (!skipInstall) {
+    agent = hasDatabase ? utils::queryPersistently(distrib) : utils::queryInstalledAgent(distrib);
+  }
+  const bool isUnknown = hasDatabase && !skipInstall && !agent;
   const std::string there = agent ? "; there is now: " + agent->text() : std::string();
   if (agent && run.recorder != nullptr) run.recorder->record().installed = agent->version;
   if (agent) installed = installed && agent->isWhole && Version(agent->version) == run.available;
+  installed = installed && !isUnknown;
   run.updated = installed && !skipInstall;
   if (!started) {
     run.ailment = std::string(installed ? "" : "the installation failed, and ") +
@@ -89,10 +95,13 @@ UpdateResult Updater::judgeReplacement(UpdateRun& run, bool installed, bool star
     return UpdateResult::StartFailed;
   }
   if (!installed) {
-    const std::string failure =
+    std::string failure =
         "the installation failed" + (run.refusal.empty() ? "" : ": " + run.refusal);
+    if (isUnknown && run.refusal.empty()) {
+      failure = "whether it was installed is not known: the package database does not answer";
+    }
     const bool isFormer = agent && agent->isWhole && Version(agent->version) == run.installed;
-    if (!isFormer) run.ailment = failure;
+    if (agent && !isFormer) run.ailment = failure;
     run.message = failure + there;
     return UpdateResult::InstallFailed;
   }

@@ -1,6 +1,7 @@
 #include "Updater/process/agentPlaces.h"
 
 #include <boost/filesystem/operations.hpp>
+#include <exception>
 
 #include "Updater/terms/utilsPlatform.h"
 #include "base/osal/MacOS/UxosalConf.h"
@@ -10,6 +11,8 @@
 #include "osal/osal_sys.h"
 
 namespace {
+
+constexpr const char* kLogFile = "agent_upd.log";
 
 /// The agent's data folder as its configuration has it; empty when it is not known.
 std::string dataFolder() try {
@@ -48,5 +51,9 @@ LogPlace findLogPlace() {
   }
   // Users who may write to the data folder could exchange the log folder in it.
   const bool shared = data.empty() || osal_folderIsShared(data.c_str());
-  return {utils::joinPath(folder, "agent_upd.log"), shared};
+  return {utils::joinPath(folder, kLogFile), shared};
+}
+
+LogPlace findLogPlaceAnyway() try { return findLogPlace(); } catch (const std::exception&) {
+  return {utils::joinPath("/tmp", kLogFile), true};
 }
