@@ -23,14 +23,15 @@ FileQDLogCb* g_QDLogCb = nullptr;
 namespace {
 
 /// Sets the levels and sends the log to the agent's log folder, or to the temporary folder when the
-/// agent's is not known. `echo`: to standard output as well.
-void init_logging(bool echo) {
+/// agent's is not known. `echo`: to standard output as well. `anyway`: to /tmp where there is no
+/// temporary folder.
+void init_logging(bool echo, bool anyway) {
   QDLog* const logger = QDLog::getLogger();
   if (logger == nullptr) throw std::bad_alloc();
   logger->setLevels("ROOT:5;");
   logger->setLogCb(nullptr);  // the search for the place of the log is not logged
 
-  const LogPlace place = findLogPlace();
+  const LogPlace place = anyway ? findLogPlaceAnyway() : findLogPlace();
   g_QDLogCb = new FileQDLogCb(place.file, echo, place.shared);
   logger->setLogCb(g_QDLogCb);
 }
@@ -58,14 +59,15 @@ int usage() {
 
 int runUpdate(const CommandLine& arguments) {
   const std::string staysInUnit = leaveAgentUnit();
+  const RunPlaces places = RunPlaces::ofInstance(agentInstance());
+  const SettingsRead settings = readSettingsFile(places.settingsFile);
+  const bool isConfigured = settings.settings || !settings.fault.empty();
   const LogEnd logEnd;
-  init_logging(arguments.echo);
+  init_logging(arguments.echo, isConfigured);
   if (!staysInUnit.empty()) QDLOG(ROOT, WRN, "Cannot leave the agent's unit : " << staysInUnit);
   std::string url = utils::decodeURL(arguments.url);
   if (url.ends_with('/')) url.pop_back();
-  const RunPlaces places = RunPlaces::ofInstance(agentInstance());
-  const SettingsRead settings = readSettingsFile(places.settingsFile);
-  if (!settings.settings && settings.fault.empty()) {
+  if (!isConfigured) {
     return Updater(arguments.skipInstall).checkAndUpdate(url, arguments.version);
   }
   const RunRequest request{url, arguments.version, arguments.skipInstall};

@@ -114,12 +114,12 @@ BLOCKS_WITH_FILE = blocks("""
 [stopped] NFY Agent Stopping .... | NFY Agent Stopped
 [installing] NFY Upgrading agent ...'
 [ask] dpkg-query --show --showformat=${db:Status-Abbrev}|${Version}\\n qdagent
-[fits] dpkg-deb --field {path} Package Installed-Size Pre-Depends Depends | dpkg-query --listfiles qdagent
+[fits] dpkg-deb --field {path} Package Version Installed-Size Pre-Depends Depends | dpkg-query --listfiles qdagent
 dpkg-query --show --showformat=${db:Status-Status}\\n | dpkg --no-act -i {path}
 apt-get -q --simulate --no-install-recommends --allow-downgrades install {path}
 [show] systemctl show --property=Type,ActiveState,SubState,MainPID,NRestarts,ActiveEnterTimestampMonotonic qdagent
 [fits back] dpkg-query --show --showformat=${Conffiles}\\n qdagent
-dpkg-deb --field {keep} Package Installed-Size Pre-Depends Depends
+dpkg-deb --field {keep} Package Version Installed-Size Pre-Depends Depends
 [keep] /var/lib/qd/update.{I}/keep/7.2.0.1.deb
 [brings] --description=Bring an interrupted update of the backup agent to an end --on-active=20s --on-unit-active=20s
 [once] --timer-property=AccuracySec=1s --property=Type=oneshot --property=KillMode=mixed
@@ -179,12 +179,14 @@ FITS = [
         requests="{HEAD}", check=tells({"cause": "no-room"})),
     row("NoRoomForTheInstallation", commands=dpkg(field="Package: qdagent\nInstalled-Size: 99999999999999"),
         status=22, check=tells({"phase": "prepare"})),
-    *(row("Plan" + name, commands=dpkg(plan=plan), status=13, check=tells(
+    *(row(name, commands=dpkg(**what), status=13, check=tells(
         {"cause": "rehearsal", "phase": "prepare", "message": "the installation would fail, so nothing "
-         f"was stopped: {why}; there is now: 7.2.0.1"})) for name, plan, why in [
-            ("RemovesAPackage", "Remv other [1]", "it would remove other"),
-            ("InstallsMore", "Inst other (1 x [all])", "it would install other, too"),
-            ("IsEmpty", "", "the package is not in the plan")]),
+         f"was stopped: {why}; there is now: 7.2.0.1"})) for name, what, why in [
+            ("PlanRemovesAPackage", {"plan": "Remv other [1]"}, "it would remove other"),
+            ("PlanInstallsMore", {"plan": "Inst other (1 x [all])"}, "it would install other, too"),
+            ("PlanIsEmpty", {"plan": ""}, "the package is not in the plan"),
+            ("OlderThanTold", {"field": "Package: qdagent\nVersion: 7.1.0.0"},
+             "the package is qdagent 7.1.0.0, not qdagent 7.2.1.15")]),
 ]
 
 HEALTH = partial(row, status=27, config="health = {rollback = false, settle = '1s', timeout = '90s'}")
@@ -224,6 +226,8 @@ HEALTHS = [
            check=both(ails("its unit is failed (failed)"), is_bad)),
     HEALTH("CheckThatFailedBefore", status=0, commands=unit(RUNNING), check=tells(GOOD),
            prepare=both(installed(), drop_in("health/x", "exit 3")), has="WRN check x ended with 3"),
+    HEALTH("DatabaseThatOnceDoesNotAnswer", status=0, check=tells(GOOD), commands=unit(RUNNING, database=dpkg(
+        INSTALL + '; >"$tmp/../busy"', query='rm "$tmp/../busy" 2>/dev/null && exit 2; ' + QUERY))),
     row("BadVersion", status=25, calls="", requests="{GET version} | GET {folder}/{hash file}", prepare=both(
         installed(), bad(DIGEST)), check=tells({"cause": "known-bad", "outcome": "refused", "bad": ["7.2.1.15"],
         "message": "7.2.1.15 is known as bad here since 2026-03-01T14:05:09Z: why; "

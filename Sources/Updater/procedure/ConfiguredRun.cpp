@@ -65,10 +65,22 @@ int ConfiguredRun::perform(const RunRequest& request) try {
     if (agent && !agent->version.empty()) now.installed = agent->version;
   }
   recorder_ = newRecorder();
-  return static_cast<int>(performLocked(now));
+  return static_cast<int>(performRecorded(now));
 } catch (const std::exception& e) {
   return static_cast<int>(
       refuse(request, UpdateResult::Exception, std::string("Exception : ") + e.what()));
+}
+
+UpdateResult ConfiguredRun::performRecorded(const RunRequest& request) {
+  UpdateRun run;
+  try {
+    return performLocked(request, run);
+  } catch (const std::exception& e) {
+    run.message = std::string("Exception : ") + e.what();
+    QDLOG(ROOT, ERR, run.message);
+    finish(run, UpdateResult::Exception);
+    return UpdateResult::Exception;
+  }
 }
 
 /// A run that leaves no record.
@@ -80,9 +92,8 @@ UpdateResult ConfiguredRun::refuse(const RunRequest& request, UpdateResult resul
   return result;
 }
 
-UpdateResult ConfiguredRun::performLocked(const RunRequest& request) {
+UpdateResult ConfiguredRun::performLocked(const RunRequest& request, UpdateRun& run) {
   const LastError lastError;
-  UpdateRun run;
   run.installedText = request.installed;
   run.recorder = recorder_.get();
   run.window = &window_;

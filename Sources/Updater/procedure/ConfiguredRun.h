@@ -54,7 +54,8 @@ class ConfiguredRun {
 
  private:
   std::unique_ptr<Recorder> newRecorder();
-  UpdateResult performLocked(const RunRequest& request);
+  UpdateResult performRecorded(const RunRequest& request);
+  UpdateResult performLocked(const RunRequest& request, UpdateRun& run);
   UpdateResult update(Updater& updater, const RunRequest& request, UpdateRun& run);
   std::unique_ptr<PatientTransport> transport(const RunRequest& request, UpdateRun& run);
   void preferConffiles() const;
