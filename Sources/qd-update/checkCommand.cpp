@@ -24,6 +24,7 @@ struct Findings {
   UpdateResult result = UpdateResult::Done;
   std::string cause;                   ///< in place of the result's own, where that has several
   std::string message;                 ///< why nothing could be found, or is held back
+  unsigned long long bytes = 0;        ///< of the package; 0: not known yet
   std::time_t deferredUntil = 0;       ///< 0: not known, or not deferred
   std::vector<std::string> obstacles;  ///< what keeps a run from installing it now
 };
@@ -60,6 +61,7 @@ void askServer(Settings settings, const RunPlaces& places, const std::vector<Bad
   found.result = updater.checkOnly(withoutPassword(settings.server), run);
   if (run.available.isValid()) found.available = versionText(run.available);
   found.cause = run.cause;
+  found.bytes = run.expectedSize;
   found.deferredUntil = run.deferredUntil;
   const std::string message = explain(found.result, run, requests, lastError);
   found.message = plainLine(withoutPassword(message, settings.server));
@@ -86,7 +88,9 @@ Findings find(const Job& job) {
     return found;
   }
   askServer(*read.settings, job.places, bad, found);
-  found.obstacles = obstaclesNow(job.places);
+  if (found.result == UpdateResult::UpdateAvailable) {
+    found.obstacles = obstaclesNow(job.places, found.bytes, read.settings->install.reserve);
+  }
   return found;
 }
 

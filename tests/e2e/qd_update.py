@@ -17,7 +17,7 @@ import pyte
 
 from harness import Answer, Outcome, Row, blocks, difference, items, main, read, state, write
 from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, VERSION
-from settings import BLOCKS_WITH_FILE, DATABASE, PAST, bad, both, installed, tells
+from settings import BLOCKS_WITH_FILE, DATABASE, PAST, bad, both, installed, lock, tells
 
 DIED = PAST | {"phase": "install", "outcome": "running", "ended": None,
                "started": "2026-03-02T14:05:09Z"}
@@ -128,14 +128,16 @@ row = partial(Row, config="server = '{S}'", commands=DATABASE, prepare=installed
 
 CHECK = [
     row("CheckFindsAnUpdate", args=["check"], env={"LANG": "not_HERE.UTF-8"}, status=100, requests="{GET version}",
-        calls="{ask} | {ask}", files="", check=leaves_nothing, err="", out="{found} | An update is available. "
-            "`qd-update run` would install it now."),
-    row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], version="7.2.1.15", calls="{ask}",
+        calls="{ask} | {ask} | dpkg-query --listfiles qdagent", files="", check=leaves_nothing,
+        err="", out="{found} | An update is available. `qd-update run` would install it now."),
+    row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], version="7.2.1.15", calls="",
         prepare=records(PAST), err="", out="{found} | Last run    2026-03-01 14:06, updated | "
         "The installed version is up to date."),
-    row("CheckPrintsJson", args=["check", "--json", "-v"], status=100, prepare=installed("hi |7.2.0.1"),
-        check=lambda _, outcome: difference("found", [json.loads(outcome.out)[name] for name in (
-            "available", "obstacles")], ["7.2.1.15", ["the package is on hold"]])),
+    row("CheckPrintsJson", args=["check", "--json", "-v"], status=100,
+        config="server = '{S}'\ninstall.reserve = '900000GiB'", prepare=both(
+            installed("hi |7.2.0.1"), lock(-1000, "1")), check=lambda _, outcome: difference("found", [
+                re.sub("(at|by) .*", "", text) for text in json.loads(outcome.out)["obstacles"]], [
+                "the package is on hold", "a run began less than an hour ago, ", "not enough room "])),
     row("CheckFails", {VERSION: 404}, args=["check"], status=2, check=leaves_nothing, out="Installed   7.2.0.1",
         err="cannot get {F}/version_long.txt: the server answers 404"),
     row("CheckKnowsABadVersion", args=["check"], status=25, prepare=both(installed(), bad(DIGEST)), out="{found}",

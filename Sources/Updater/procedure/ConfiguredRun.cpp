@@ -12,10 +12,25 @@
 #include "Updater/package/installedAgent.h"
 #include "Updater/prepare/room.h"
 #include "Updater/procedure/LastError.h"
+#include "Updater/procedure/lockFile.h"
 #include "Updater/process/Interrupts.h"
 #include "Updater/terms/utilsPlatform.h"
 #include "ground/osal_ownfile.h"
 #include "logging/QDLog.h"
+
+namespace {
+
+/// Only who may read whose lock it is can tell that the run died.
+bool isLockedBeside(const RunPlaces& places) try {
+  const std::string note = places.stateFolder + "/lock";
+  if (::access(note.c_str(), F_OK) == 0 && ::access(note.c_str(), R_OK) != 0) return false;
+  const std::string former = readStateFile(places.stateFolder, "lock");
+  return lockHoldsBeside(findLock(placeOfLock()), former, lockTimeNow());
+} catch (const std::exception&) {
+  return false;  // without a temporary folder there is no lock
+}
+
+}  // namespace
 
 RunPlaces RunPlaces::ofInstance(const std::string& instance) {
   return {.settingsFile = settingsFileOf(utils::getConfigurationFolder(), instance),
@@ -257,12 +272,20 @@ std::string readBadVersions(const RunPlaces& places, std::vector<BadVersion>& ba
   return {};
 }
 
-std::vector<std::string> obstaclesNow(const RunPlaces& places) {
+std::vector<std::string> obstaclesNow(const RunPlaces& places, unsigned long long bytes,
+                                      unsigned long long reserve) {
   std::vector<std::string> obstacles;
-  const auto agent = utils::queryInstalledAgent(utils::installedKind());
+  const utils::AgentDistrib kind = utils::installedKind();
+  const auto agent = utils::queryInstalledAgent(kind);
   if (agent && agent->isOnHold()) obstacles.emplace_back("the package is on hold");
   if (stateFolderIsLocked(places.stateFolder) == true) {
     obstacles.emplace_back("another run is under way");
+  } else if (isLockedBeside(places)) {
+    obstacles.push_back("a run began less than an hour ago, by " + placeOfLock());
+  }
+  if (std::string fault = utils::missingRoom(utils::placeOfAgent(kind), bytes, reserve);
+      !fault.empty()) {
+    obstacles.push_back(std::move(fault));
   }
   return obstacles;
 }

@@ -105,5 +105,7 @@ inline constexpr const char* kBadVersions = "bad.json";
 /// Reads it. Returns what is faulty, with what to do; empty when nothing is.
 std::string readBadVersions(const RunPlaces& places, std::vector<BadVersion>& bad);
 
-/// What would keep an update from being installed at this moment, a line each. Reads only.
-std::vector<std::string> obstaclesNow(const RunPlaces& places);
+/// What would keep an update from being installed at this moment, a line each: `bytes` are those of
+/// its package, as far as they are known, `reserve` those that must stay free. Reads only.
+std::vector<std::string> obstaclesNow(const RunPlaces& places, unsigned long long bytes,
+                                      unsigned long long reserve);
