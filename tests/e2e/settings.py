@@ -147,8 +147,8 @@ RUNS = [
         commands=dpkg('echo "iF |7.2.1.15" >"$tmp/../installed"')),
     row("AgentThatDoesNotStart", status=14, commands=DEAF, check=tells(
         {"cause": "start-failed", "bad": [], "message": "the agent could not be started; there is now: 7.2.1.15"})),
-    row("ServersTextIsOneLine", {VERSION: b"\x1b[2J\n" + b"x" * 2000}, status=5, check=tells(
-        {"message": "Invalid version_long.txt  [2J " + "x" * 970 + "..."})),
+    row("ServersTextIsOneLine", {VERSION: b"\x1b[2\xc2\x9bJ\n" + b"x" * 2000}, status=5, check=tells(
+        {"message": "Invalid version_long.txt  [2  J " + "x" * 968 + "..."})),
     row("SecretsAreInNoRecord", {"GET " + DEB: 403}, status=2, calls="{ask}", drive=lambda run, args: run.go(
         run.texts["S"].replace("//", "//u:pw@").encode().hex(), args[1]), check=tells(
             {"outcome": "failed", "cause": "transfer", "phase": "fetch", "bytes": 0, "attempts": 1,

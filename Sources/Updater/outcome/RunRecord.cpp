@@ -90,8 +90,12 @@ std::string utcText(std::time_t time) { return time == 0 ? "" : osal_utcText(tim
 std::string plainLine(std::string_view text) {
   constexpr std::size_t kMost = 1000;
   std::string line(text.substr(0, kMost));
-  std::ranges::replace_if(
-      line, [](unsigned char c) { return c < ' ' || c == 0x7f; }, ' ');
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const auto c = static_cast<unsigned char>(line[i]);
+    if (c < ' ' || c == 0x7f) line[i] = ' ';
+    // U+0080 to U+009F, which some terminals obey, in UTF-8.
+    if (c >= 0x80 && c <= 0x9f && i > 0 && line[i - 1] == '\xc2') line[i - 1] = line[i] = ' ';
+  }
   return text.size() > kMost ? line + "..." : line;
 }
 
