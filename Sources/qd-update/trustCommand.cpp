@@ -18,14 +18,15 @@ void show(const Job& job, const RootFacts& root) {
 }
 
 bool isWanted(const Job& job) {
+  if (job.options.replace) {
+    job.screen.print(
+        "Whatever is trusted now is forgotten, and nothing protects from older releases until the "
+        "first run.");
+  }
   if (job.options.yes) return true;
   if (::isatty(STDIN_FILENO) == 0) {
     std::cerr << "Nobody can be asked here; --yes takes the root as it is shown.\n";
     return false;
-  }
-  if (job.options.replace) {
-    std::cout << "Whatever is trusted now is forgotten, and nothing protects from older releases "
-                 "until the first run.\n";
   }
   std::cout << "Compare the keys with those that the publisher told you. Trust this root? [y/N] "
             << std::flush;

@@ -65,7 +65,7 @@ std::string placeRoot(const std::string& folder, const RootRead& root, bool repl
   }
   tuf::Folder store(folder);
   const auto stored = store.read(kRootFile, kMostBytes);
-  if (stored == root.text) return {};
+  if (stored == root.text && !replace) return {};
   if (stored && !replace && !follows(*stored, root.text)) {
     return "another root is trusted already, and this one does not follow from it; --replace "
            "begins "
