@@ -22,7 +22,7 @@ case $kind in
     unmet="qd-nowhere >= 2 is needed by qdagent-7.2.1.15-1.noarch"
     foreign="package qdagent-7.2.1.15-1.s390x is intended for a different architecture"
     conflicting="qd-other conflicts with qdagent-7.2.1.15-1.noarch"
-    refusal="error: qdagent-7.2.1.4-1.noarch: erase skipped"
+    refusal="error: %prein(qdagent-7.2.1.15-1.noarch) scriptlet failed, exit status 1"
     ;;
 esac
 

@@ -231,6 +231,12 @@ class Reader {
                "[trust] needs \"root\": the path of the first trusted root, which the publisher "
                "of the packages gives out");
     }
+    if (settings_.rollout && settings_.rollout->minAge.count() > 0 && !settings_.trust) {
+      complain(
+          file["rollout"]["min_age"].node()->source(),
+          "\"min_age\" is used only with [trust], whose releases say since when they are there: "
+          "add that section or remove this key");
+    }
     if (!settings_.mirrors.empty() && !settings_.trust) {
       complain(file["mirrors"].node()->source(),
                "\"mirrors\" are used only with [trust], which tells a mirror's packages from "

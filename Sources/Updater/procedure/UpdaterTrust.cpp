@@ -152,11 +152,16 @@ Updater::Stop Updater::checkGatesAgain(UpdateRun& run) {
 }
 
 /// Looks up anew what the repository says of the chosen release. Where nobody answers, what it said
-/// before holds.
+/// before holds. The wait may have used up what time there was for requests.
 Updater::Stop Updater::refreshRelease(UpdateRun& run) {
   const SignedRelease chosen = *run.release;
+  constexpr std::chrono::minutes kLimit{1};
+  run.repository->extend(std::chrono::steady_clock::now() + kLimit);
   const TrustFailure failure = run.repository->refresh(false);
-  if (failure.kind == TrustFailure::Kind::Network) return std::nullopt;
+  if (failure.kind == TrustFailure::Kind::Network) {
+    QDLOG(ROOT, WRN, "Cannot look up again whether the release was halted : " << failure.text);
+    return std::nullopt;
+  }
   run.message = failure.text;
   if (failure) return resultOf(failure.kind);
   run.repository->disconnect();

@@ -39,11 +39,17 @@ RolloutDecision checkPin(const Release& release, const RolloutSettings& settings
   return heldBack(release, Gate::Pin, {}, "is outside the pin " + settings.pin->text());
 }
 
+/// When a release may be installed that its own gates let through at `time`.
+std::optional<UnixTime> openFrom(std::optional<UnixTime> time, const RolloutSettings& settings) {
+  return time && !settings.windows.empty() ? nextOpen(settings.windows, *time) : time;
+}
+
 RolloutDecision checkShare(const Release& release, const Ramp& ramp, const RolloutMachine& machine,
-                           UnixTime now) {
+                           const RolloutSettings& settings, UnixTime now) {
   const double slot = slotOf(machine.id, release.version);
   if (isThrough(ramp, slot, now)) return {&release, {}, {}, {}};
-  const std::optional<UnixTime> until = throughAt(ramp, slot);
+  std::optional<UnixTime> until = throughAt(ramp, slot);
+  if (until) until = openFrom(std::max(*until, UnixTime(ramp.start + settings.minAge)), settings);
   return heldBack(release, Gate::Share, until,
                   until ? "reaches this machine later in its roll-out"
                         : "is not for this machine's share of the roll-out yet");
@@ -55,12 +61,13 @@ RolloutDecision checkRelease(const Release& release, const RolloutMachine& machi
   if (release.halted) return heldBack(release, Gate::Halted, {}, "is halted by its publisher");
   const Ramp& ramp = *rampFor(release, machine);
   if (RolloutDecision pin = checkPin(release, settings); pin.gate != Gate::None) return pin;
-  if (RolloutDecision share = checkShare(release, ramp, machine, now); share.gate != Gate::None) {
+  if (RolloutDecision share = checkShare(release, ramp, machine, settings, now);
+      share.gate != Gate::None) {
     return share;
   }
   const UnixTime aged = ramp.start + settings.minAge;
   if (aged <= now) return {&release, {}, {}, {}};
-  return heldBack(release, Gate::Age, aged, "is younger than min_age asks");
+  return heldBack(release, Gate::Age, openFrom(aged, settings), "is younger than min_age asks");
 }
 
 /// The gates of the machine.

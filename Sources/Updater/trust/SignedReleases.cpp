@@ -128,6 +128,10 @@ TrustFailure SignedReleases::refresh(bool patient) {
   }
 }
 
+void SignedReleases::extend(std::chrono::steady_clock::time_point deadline) {
+  options_.deadline = std::max(options_.deadline.value_or(deadline), deadline);
+}
+
 void SignedReleases::disconnect() { session_.reset(); }
 
 /// A session with a server whose metadata is trusted and up to date.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -54,6 +55,9 @@ class SignedReleases {
   TrustFailure refresh(bool patient);
 
   [[nodiscard]] const std::vector<SignedRelease>& releases() const { return releases_; }
+
+  /// Requests from now on may take until `deadline`, where they had less time.
+  void extend(std::chrono::steady_clock::time_point deadline);
 
   /// Ends the connection, so that no command inherits it. `releases` stays.
   void disconnect();

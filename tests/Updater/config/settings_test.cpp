@@ -49,6 +49,9 @@ TEST(Settings, SayWhatIsWrongAndWhatToDo) {
       {"server = 'http://a.example/?y=1'",
        takes("1:10", "server", address, "\"http://a.example/?y=1\"")},
       {"server = 7", takes("1:10", "server", address, "7")},
+      {"rollout.min_age = '3d'",
+       "f:1:19: \"min_age\" is used only with [trust], whose releases say "
+       "since when they are there: add that section or remove this key"},
       {"mirrors = ['https://m.example']",
        "f:1:11: \"mirrors\" are used only with [trust], which tells a mirror's packages from "
        "forged ones: add that section or remove this key"},

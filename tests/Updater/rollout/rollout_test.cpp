@@ -88,6 +88,7 @@ TEST(Rollout, ChoosesTheHighestVersionThatTheGatesLetThrough) {
   const double slot = slotOf(kMachine, Version("7.3.0.0"));
   const std::string turn = utcText(at("2026-03-10T00:00:00Z") + 1s +
                                    std::chrono::seconds(static_cast<long>(slot * 36000)));
+  const std::string aged = "2026-03-13T00:00:00Z";
 
   const struct {
     const char* installed;
@@ -105,10 +106,9 @@ TEST(Rollout, ChoosesTheHighestVersionThatTheGatesLetThrough) {
       {"7.2.5.0", turn, "stable", "", "0s", "7.3.0.0", Gate::None, ""},
       {"7.3.0.0", "2026-03-11", "stable", "", "0s", "", Gate::None, ""},
       {"7.0.0.0", "2026-03-06", "stable", "", "0s", "7.1.0.0", Gate::None, ""},
-      {"7.2.1.4", "2026-03-06", "stable", "", "3d", "7.3.0.0", Gate::Share, turn},
+      {"7.2.1.4", "2026-03-06", "stable", "", "3d", "7.3.0.0", Gate::Share, aged},
       {"7.2.1.4", "2026-03-11", "stable", "7.2.*", "8d", "7.3.0.0", Gate::Pin, ""},
-      {"7.2.1.4", "2026-03-11", "stable", "7.3.*", "3d", "7.3.0.0", Gate::Age,
-       "2026-03-13T00:00:00Z"},
+      {"7.2.1.4", "2026-03-11", "stable", "7.3.*", "3d", "7.3.0.0", Gate::Age, aged},
       {"7.0.0.0", "2026-03-11", "beta", "", "0s", "7.1.0.0", Gate::Share, ""},
       {"6.8.0.0", "2026-03-11", "beta", "", "0s", "7.1.0.0", Gate::TooOld, ""},
       {"7.0.0.0", "2026-03-11", "other", "", "0s", "", Gate::None, ""},
