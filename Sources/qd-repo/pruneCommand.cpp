@@ -50,16 +50,23 @@ std::string fileOf(tuf::Version version, const std::string& role) {
   return std::to_string(version) + "." + role + ".json";
 }
 
-/// The versions that are current, or were so after `since`.
-std::vector<tuf::Version> recent(const tufrepo::Repository& repository, const std::string& role,
-                                 std::time_t since) {
+tuf::Version versionOf(const nlohmann::json& content) {
+  return content.at("version").get<tuf::Version>();
+}
+
+/// The versions of snapshots that are current, or were so after `since`. Higher ones are what
+/// interrupted commands have left.
+std::vector<tuf::Version> recentSnapshots(const tufrepo::Repository& repository,
+                                          std::time_t since) {
+  const tuf::Version current = versionOf(repository.snapshot());
   std::vector<tuf::Version> versions;
-  std::time_t replaced = 0;  // the version that is looked at; 0: it is the newest
-  const std::vector<tuf::Version> all = repository.versionsOf(role);
+  std::time_t replaced = 0;  // the version that is looked at
+  const std::vector<tuf::Version> all = repository.versionsOf("snapshot");
   for (auto version = all.rbegin(); version != all.rend(); ++version) {
-    if (replaced == 0 || replaced > since) versions.push_back(*version);
+    if (*version > current) continue;
+    if (*version == current || replaced > since) versions.push_back(*version);
     struct stat info {};
-    const std::string path = repository.folder() + "/metadata/" + fileOf(*version, role);
+    const std::string path = repository.folder() + "/metadata/" + fileOf(*version, "snapshot");
     replaced = ::stat(path.c_str(), &info) == 0 ? info.st_mtime : since;
   }
   return versions;
@@ -81,15 +88,22 @@ void addTargetsOf(const std::string& file, Wanted& wanted) {
   }
 }
 
+/// The targets document that a snapshot names.
+std::string targetsOf(tufrepo::Repository& repository, const std::string& snapshot) {
+  tuf::Envelope envelope(repository.metadata().read(snapshot, kMaxFile).value_or(""));
+  const tuf::Snapshot content = tuf::parseSnapshot(std::move(envelope.content));
+  return fileOf(content.files.at("targets.json").version, "targets");
+}
+
 Wanted wantedOf(tufrepo::Repository& repository, std::time_t since) {
   Wanted wanted;
-  for (const tuf::Version version : recent(repository, "snapshot", since)) {
-    wanted.metadata.insert(fileOf(version, "snapshot"));
-  }
-  for (const tuf::Version version : recent(repository, "targets", since)) {
-    const std::string name = fileOf(version, "targets");
-    wanted.metadata.insert(name);
-    addTargetsOf(repository.metadata().read(name, kMaxFile).value_or(""), wanted);
+  for (const tuf::Version version : recentSnapshots(repository, since)) {
+    const std::string snapshot = fileOf(version, "snapshot");
+    const std::string targets = targetsOf(repository, snapshot);
+    wanted.metadata.insert({snapshot, targets});
+    if (const auto file = repository.metadata().read(targets, kMaxFile)) {
+      addTargetsOf(*file, wanted);
+    }
   }
   return wanted;
 }
@@ -111,12 +125,15 @@ std::uintmax_t sweep(const fs::path& folder, const fs::path& top,
   return freed;
 }
 
-/// The roots stay: a client of any age follows them one by one.
+/// The roots stay: a client of any age follows them one by one. What interrupted commands have left
+/// stays, too, until its number has passed, so that no number is used twice.
 void sweepMetadata(tufrepo::Repository& repository, const Wanted& wanted) {
-  for (const char* const role : {"snapshot", "targets"}) {
+  const std::map<std::string, tuf::Version> current = {
+      {"snapshot", versionOf(repository.snapshot())}, {"targets", versionOf(repository.targets())}};
+  for (const auto& [role, newest] : current) {
     for (const tuf::Version version : repository.versionsOf(role)) {
       const std::string name = fileOf(version, role);
-      if (!wanted.metadata.contains(name)) repository.metadata().remove(name);
+      if (version < newest && !wanted.metadata.contains(name)) repository.metadata().remove(name);
     }
   }
 }
