@@ -70,8 +70,8 @@ void Repository::load() {
   const std::string targets = read(versioned(targetsVersion, "targets"), targets_);
   const std::string newest = versioned(roots.back(), "root");
   tuf::naming("metadata/" + newest, [&] { take(file(newest)); });
-  // What is signed anew is what the keys' owner signed before, not what somebody has put there. A
-  // process may have ended between the new root and the documents that its keys sign.
+  // What is signed anew is what the keys' owner signed before, not what somebody has put there.
+  // Processes may have ended between a new root and the documents that its keys sign.
   constexpr std::time_t kNothingHasExpired = 0;
   for (auto version = roots.rbegin();; ++version) {
     try {
@@ -80,13 +80,13 @@ void Repository::load() {
       trusted.updateSnapshot(snapshot);
       trusted.updateTargets(targets);
       if (version != roots.rbegin()) {
-        mending_ = {.targets = !isSigned(targets, "targets"),
-                    .snapshot = !isSigned(snapshot, "snapshot")};
+        mending_ = Renewal{.targets = !isSigned(targets, "targets"),
+                           .snapshot = !isSigned(snapshot, "snapshot")};
       }
       break;
     } catch (const tuf::Error& e) {
       const bool mayBeOlder =
-          e.kind() == tuf::ErrorKind::Unsigned && version == roots.rbegin() && roots.size() > 1;
+          e.kind() == tuf::ErrorKind::Unsigned && std::next(version) != roots.rend();
       if (!mayBeOlder) throw;
     }
   }
@@ -213,23 +213,26 @@ bool sameKeys(const tuf::Root& a, const tuf::Root& b, const char* role) {
 }  // namespace
 
 void Repository::renew(KeyRing& keys, const Renewal& asked, std::time_t now) {
-  const Renewal renewal{.targets = asked.targets || mending_.targets,
-                        .snapshot = asked.snapshot || mending_.snapshot};
+  const Renewal mending = mending_.value_or(Renewal{});
+  const Renewal renewal{.targets = asked.targets || mending.targets,
+                        .snapshot = asked.snapshot || mending.snapshot};
   Signers signers;
   for (const std::string& role : rolesOf(renewal)) {
     signers[role] = keys.needed(role, root_.roles.at(role));
   }
   renewWith(signers, renewal, now);
-  mending_ = {};
+  mending_.reset();
 }
 
 bool Repository::install(const std::string& nextRoot, KeyRing& keys, std::time_t now) {
   tuf::TrustedSet trusted(file(versioned(root_.version, "root")), now);
   trusted.updateRoot(nextRoot);
   const tuf::Root& next = trusted.root();
-  const Renewal renewal{.targets = !sameKeys(root_, next, "targets"),
-                        .snapshot = !sameKeys(root_, next, "snapshot")};
-  const bool signsAnew = renewal.targets || renewal.snapshot || !sameKeys(root_, next, "timestamp");
+  const Renewal mending = mending_.value_or(Renewal{});
+  const Renewal renewal{.targets = mending.targets || !sameKeys(root_, next, "targets"),
+                        .snapshot = mending.snapshot || !sameKeys(root_, next, "snapshot")};
+  const bool signsAnew =
+      mending_ || renewal.targets || renewal.snapshot || !sameKeys(root_, next, "timestamp");
   Signers signers;
   bool seamless = true;
   for (const std::string& role : rolesOf(renewal)) {
@@ -247,6 +250,7 @@ bool Repository::install(const std::string& nextRoot, KeyRing& keys, std::time_t
   metadata_.write(name, nextRoot);
   take(nextRoot);
   if (!seamless) renewWith(signers, renewal, now);
+  mending_.reset();
   mendRootCopy();
   return seamless;
 }

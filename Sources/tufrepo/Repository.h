@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -60,9 +61,9 @@ class Repository {
   [[nodiscard]] bool snapshotIsOld(std::time_t now) const;
 
   /// Puts the next root in place, which must have enough signatures, and signs anew what it has
-  /// other keys for. What the keys allow is first signed with the keys of both roots, so that there
-  /// is no moment at which a client is refused. Returns false where old keys are missing: then
-  /// there was one.
+  /// other keys for, or what is still signed for an older root. What the keys allow is first signed
+  /// with the keys of both roots, so that there is no moment at which a client is refused. Returns
+  /// false where old keys are missing: then there was one.
   bool install(const std::string& nextRoot, KeyRing& keys, std::time_t now);
 
   /// Numbers of the files "N.ROLE.json", ascending.
@@ -92,7 +93,7 @@ class Repository {
   Json timestamp_;
   Json snapshot_;
   Json targets_;
-  Renewal mending_;  ///< what the root's keys have not signed yet
+  std::optional<Renewal> mending_;  ///< what the root's keys have not signed yet
 };
 
 }  // namespace tufrepo

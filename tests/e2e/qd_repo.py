@@ -326,7 +326,7 @@ def killed(line, stride, publisher):
 
 
 def lost(role, publisher):
-    """The key of a role is lost: a rotation that is killed is completed by refresh, or begun again."""
+    """The key of a role is lost: a rotation that is killed is completed by refresh or another one, or begun again."""
     publisher.publish(OLD)
     publisher.key("new")
     for key in (publisher.folder / "keys").glob(f"{role}.p*"):
@@ -335,7 +335,7 @@ def lost(role, publisher):
     turned_away = 0
     for at in interrupted(publisher, rotate):
         turned_away += publisher.run("verify repo").returncode
-        if publisher.run("refresh repo --targets").returncode:
+        if publisher.run(("refresh repo --targets", "rotate repo root")[at % 2]).returncode:
             publisher(rotate)
         publisher("verify repo")
     if not turned_away:
