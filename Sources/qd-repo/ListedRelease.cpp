@@ -42,7 +42,7 @@ std::string folderOf(const Release& release) {
   return std::string("linux/") + utils::agentArchToString(release.arch);
 }
 
-bool isFullyOut(const Release& release, UnixTime now) {
-  const auto stable = release.channels.find("stable");
-  return !release.halted && stable != release.channels.end() && shareAt(stable->second, now) >= 1;
+bool isFullyOut(const Release& release, UnixTime now, const std::string& channel) {
+  const auto ramp = release.channels.find(channel);
+  return !release.halted && ramp != release.channels.end() && shareAt(ramp->second, now) >= 1;
 }

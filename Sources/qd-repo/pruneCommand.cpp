@@ -20,21 +20,39 @@ namespace {
 namespace fs = std::filesystem;
 constexpr std::uint64_t kMaxFile = std::uint64_t{64} << 20;
 
+/// Keeps the releases that lead a machine that is too old to this one: in each channel the highest,
+/// down to one that all machines get.
+void keepSteps(const Release& release, const std::vector<ListedRelease>& releases, UnixTime now,
+               std::set<std::string>& kept) {
+  for (const auto& [channel, ramp] : release.channels) {
+    for (const auto& [path, length, sha256, step] : releases) {  // highest first
+      const bool leads = step.os == release.os && step.arch == release.arch &&
+                         step.kind == release.kind && step.version < release.version &&
+                         !(step.version < *release.minFrom) && step.channels.contains(channel);
+      if (!leads) continue;
+      kept.insert(path);
+      if (isFullyOut(step, now, channel)) break;
+    }
+  }
+}
+
 /// The paths of the releases that stay: of every channel and platform the highest ones that are not
-/// halted, what is halted among them, and what machines without signed metadata get.
+/// halted, what is halted among them, the highest one that all machines get, and the steps to
+/// these.
 std::set<std::string> pathsToKeep(const std::vector<ListedRelease>& releases, unsigned keep,
                                   UnixTime now) {
   std::set<std::string> kept;
   std::map<std::tuple<std::string, int, int, int>, unsigned> counts;
+  std::map<std::tuple<std::string, int, int, int>, unsigned> out;
   for (const auto& [path, length, sha256, release] : releases) {  // highest first
     for (const auto& [channel, ramp] : release.channels) {
-      unsigned& count = counts[{channel, release.os, release.arch, release.kind}];
-      if (count < keep) kept.insert(path);
-      if (!release.halted) ++count;
+      const std::tuple line(channel, release.os, release.arch, release.kind);
+      if (counts[line] < keep) kept.insert(path);
+      if (!release.halted) ++counts[line];
+      if (isFullyOut(release, now, channel) && out[line]++ == 0) kept.insert(path);
     }
-    if (!isFullyOut(release, now)) continue;
-    unsigned& offered = counts[{"", release.os, release.arch, release.kind}];
-    if (offered++ == 0) kept.insert(path);
+    // A step is lower than what it leads to, so its own steps are looked for later.
+    if (release.minFrom && kept.contains(path)) keepSteps(release, releases, now, kept);
   }
   return kept;
 }

@@ -133,9 +133,17 @@ def life(publisher, check=Publisher.check):
         if publisher.key_of(role) == old:
             yield f"{role} has its old key"
     yield from step("prune repo --keep 1 --grace 0s", f"{NEW} {OLD}")
-    left = sorted(path.name for path in publisher.repo.glob("linux/*/*") if path.suffix in (".deb", ".rpm"))
-    if left != [f"qdagent_{TOP}.deb", f"qdagent_{NEW}.deb", f"qdagent_{OLD}.rpm"]:
-        yield f"after prune: {left}"
+
+
+def steps(publisher):
+    """prune leaves a way to what it keeps, and what all machines of a channel get."""
+    for version, words in (("1.0.0.0", "stable"), ("2.0.0.0", "stable"), ("2.1.0.0", "stable --percent=5"), (
+            "3.0.0.0", "stable --min-from=2.0.0.0"), ("1.1.0.0", "beta"), ("1.2.0.0", "beta --percent=5")):
+        publisher(f"publish repo {publisher.package(version)} --channel {words}")
+    publisher("prune repo --keep 1 --grace 0s")
+    left = " ".join(sorted(path.name[8:15] for path in publisher.repo.glob("linux/*/*.deb")))
+    if left != "1.1.0.0 1.2.0.0 2.0.0.0 2.1.0.0 3.0.0.0":
+        yield left
 
 
 def tuf_js(publisher):
@@ -424,7 +432,7 @@ def over(case, *made):
 
 
 def cases(_, everywhere):
-    single = (life, tuf_js, refusals, audits, copies, together, page, documented)
+    single = (life, steps, tuf_js, refusals, audits, copies, together, page, documented)
     return {case.__name__: over(case) for case in single} | {
         "ecdsa": over(life, "--ecdsa"), "offline": over(offline, "--threshold 2 --root-keys 3", "open sesame\n")} | {
         f"killed: {line}": over(functools.partial(killed, line, 1 if everywhere else 7)) for line in KILLED} | {
