@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <regex>
 #include <stdexcept>
 #include <system_error>
 
@@ -52,4 +53,9 @@ void placePlain(const std::string& repository, const ListedRelease& listed,
             plain);
   folder.write(name + ".version", versionText(listed.release.version) + "\n");
   folder.write(name + ".md5", md5 + "  " + name + "\n");
+}
+
+bool isPublishedName(const std::string& name) {
+  static const std::regex form(R"(\.unfinished|.+_\d+(\.\d+){3}\.(deb|rpm)(\.version|\.md5)?)");
+  return std::regex_match(name, form);
 }

@@ -14,3 +14,7 @@ void writePlainFiles(tufrepo::Repository& repository, std::time_t now);
 /// Puts a package where programs without signed metadata find it: a hard link at its plain path,
 /// with a version and a digest file.
 void placePlain(const std::string& repository, const ListedRelease& listed, const std::string& md5);
+
+/// Whether a file of this name is a package that was published, one that was not whole yet, or what
+/// `placePlain` puts beside it. Others' files have other names.
+bool isPublishedName(const std::string& name);

@@ -126,14 +126,18 @@ Wanted wantedOf(tufrepo::Repository& repository, std::time_t since) {
   return wanted;
 }
 
-/// Removes the files below a folder that are not wanted. Returns the bytes that were freed.
+/// Removes the published files below a folder that are not wanted. Returns the bytes that were
+/// freed.
 std::uintmax_t sweep(const fs::path& folder, const fs::path& top,
                      const std::set<std::string>& wanted) {
   std::vector<fs::path> unwanted;
   std::error_code failure;
   for (const auto& entry : fs::recursive_directory_iterator(folder, failure)) {
     const std::string name = entry.path().lexically_relative(top).generic_string();
-    if (entry.is_regular_file() && !wanted.contains(name)) unwanted.push_back(entry.path());
+    const bool isOurs = isPublishedName(entry.path().filename().string());
+    if (isOurs && entry.is_regular_file() && !wanted.contains(name)) {
+      unwanted.push_back(entry.path());
+    }
   }
   std::uintmax_t freed = 0;
   for (const fs::path& path : unwanted) {

@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 #include "qd-repo/ListedRelease.h"
@@ -10,6 +12,8 @@
 #include "tufrepo/Repository.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 /// What runs from cron signs without a passphrase; the other keys may have one.
 bool signsFromCron(const std::string& role) { return role == "snapshot" || role == "timestamp"; }
@@ -28,10 +32,36 @@ std::map<std::string, tufrepo::FirstRole> firstRoles(const RepoOptions& options,
   return roles;
 }
 
+/// What init would replace in the folder, empty for nothing. A repository that was interrupted
+/// while it was made has some of the first metadata only.
+std::string foreignIn(const fs::path& folder) {
+  static const std::set<std::string> ours = {".unfinished", "1.root.json", "1.targets.json",
+                                             "1.snapshot.json", "root.json"};
+  for (const char* const name : {"agent_setup_def.json", "index.html"}) {
+    if (fs::exists(folder / name)) return name;
+  }
+  std::error_code missing;
+  for (const auto& entry : fs::directory_iterator(folder / "metadata", missing)) {
+    const std::string name = entry.path().filename().string();
+    if (!ours.contains(name)) return "metadata/" + name;
+  }
+  return {};
+}
+
+/// A repository that is there is refused when it is made, under its lock.
+void requireNoOthers(const std::string& folder) {
+  if (fs::exists(fs::path(folder) / "metadata" / "timestamp.json")) return;
+  const std::string foreign = foreignIn(folder);
+  if (foreign.empty()) return;
+  throw std::runtime_error("There is " + foreign + " in " + folder +
+                           " already, which init does not replace: take another folder");
+}
+
 }  // namespace
 
 int initRepository(const RepoOptions& options) {
   (void)keysOf(options);  // refuses a folder of keys in the repository
+  requireNoOthers(options.repository);
   if (options.rootKeys != 0 && options.rootKeys < options.threshold.value_or(1)) {
     throw std::runtime_error("--root-keys makes fewer keys than --threshold asks for: make more");
   }

@@ -112,7 +112,8 @@ void Repository::create(const std::string& folder, const Json& root, KeyRing& ke
   const fs::path timestamp = fs::path(folder) / "metadata" / "timestamp.json";
   const tuf::Folder lock(madeFolder(folder));
   if (fs::exists(timestamp)) {
-    throw std::runtime_error("There is a repository in " + folder + " already");
+    throw std::runtime_error("There is a repository in " + folder +
+                             " already: refresh completes one whose init was interrupted");
   }
   tuf::Folder metadata(folder + "/metadata");
   madeFolder(folder + "/targets");
