@@ -229,6 +229,7 @@ Result Transfer::perform(const Request& request, const Begin& begin, const Sink&
   if (result.error == CURLE_OK && !answer.headersEnded) result.error = CURLE_PARTIAL_FILE;
   if (result.error != CURLE_OK) {
     result.message = message[0] != 0 ? message.data() : curl_easy_strerror(result.error);
+    if (result.tooLarge) result.message = "the answer is longer than it may be";
   }
   return std::move(result);
 }

@@ -45,6 +45,7 @@ def repositories() -> dict[str, dict]:
     assert not ours.wrong, ours.wrong
     made["forged"] = {path: b"X" + body[1:] if path.startswith(TARGET) else body
                       for path, body in made["good"].items()}
+    made["longer"] = {path: body + b"X" if path.startswith(TARGET) else body for path, body in made["good"].items()}
     stamp = "/metadata/timestamp.json"
     made["tired"] = made["good"] | {stamp: [503, made["good"][stamp]]}
     made["guarded"] = {path: lambda request, _, body=body: body if "authorization" in request.headers else 401
@@ -134,7 +135,7 @@ def rows() -> list[Row]:
         row("AsksTwiceWhereNothingIsNew", drive=then("good", "7.2.1.15"), calls="", history=2,
             checks=[asked(refresh)], outcome="up-to-date"),
         row("ComesBackToATiredServer", "tired"),
-        row("RefusesAnotherPackage", "forged", status=24, calls="{ask}"),
+        *(row("RefusesPackage" + name, name, status=24, calls="{ask}") for name in ("forged", "longer")),
         row("RefusesEditedMetadata", "edited", status=24),
         row("RefusesAnOlderRepository", "halted", drive=then("good"), status=24, history=2),
         row("HaltedIsDeferred", "halted", status=21, message="7.2.1.15 is halted by its publisher"),

@@ -71,6 +71,7 @@ int PatientTransport::head(const std::string& url, Headers& headers) {
 int PatientTransport::download(const std::string& url, int fd, const std::string& path,
                                unsigned long long limit, Headers& headers) try {
   const bool kept = !partialFolder_.empty() && path.starts_with(partialFolder_ + "/");
+  tooLong_ = false;
   PartialFile file(fd, path, kept, digests_);
   file.resume(url);
   if (file.size() > 0) QDLOG(ROOT, NFY, "Resuming the download at " << file.size() << " bytes");
@@ -79,6 +80,7 @@ int PatientTransport::download(const std::string& url, int fd, const std::string
   const fetch::Result result =
       persist(url, [&](fetch::Transfer& transfer) { return resume(transfer, file, whole); });
   file_ = nullptr;
+  tooLong_ = result.tooLarge;
   file.flush();
   md5_ = file.digests().md5();
   sha256_ = file.digests().sha256();

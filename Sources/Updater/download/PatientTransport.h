@@ -43,6 +43,7 @@ class PatientTransport : public HttpTransport {
   /// Empty where it was not wanted.
   [[nodiscard]] std::string md5() const override { return md5_; }
   [[nodiscard]] std::string sha256() const override { return sha256_; }
+  [[nodiscard]] bool wasTooLong() const override { return tooLong_; }
   void close() override { transfer_.reset(); }
 
   /// Why the latest request failed, for people; empty when it did not.
@@ -73,5 +74,6 @@ class PatientTransport : public HttpTransport {
   std::uint64_t lastTenth_ = 0;
   std::string md5_;
   std::string sha256_;
+  bool tooLong_ = false;
   std::string failure_;
 };

@@ -25,6 +25,8 @@ class HttpTransport {
   /// The digests of what was downloaded last, computed as it came.
   [[nodiscard]] virtual std::string md5() const = 0;
   [[nodiscard]] virtual std::string sha256() const = 0;
+  /// Whether the latest download failed since more than `limit` bytes came.
+  [[nodiscard]] virtual bool wasTooLong() const = 0;
   /// Closes the connections.
   virtual void close() = 0;
 };
@@ -79,6 +81,8 @@ class HttpClient {
   [[nodiscard]] std::string sha256OfDownload() const {
     return transport ? transport->sha256() : "";
   }
+  /// Whether it failed since it was longer than `setDownloadLimit` lets it be.
+  [[nodiscard]] bool downloadWasTooLong() const { return transport && transport->wasTooLong(); }
 
   /// GET into memory. `headers` receives the response's headers, name as sent, both sides trimmed;
   /// the last value of a name wins, across redirects too.

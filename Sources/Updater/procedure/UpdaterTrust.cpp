@@ -237,7 +237,8 @@ UpdateResult Updater::downloadSignedFrom(const std::string& address, UpdateRun& 
   const int r = acquired ? httpClient.download(address, package.fd(), run.headers, path) : -1;
   if (r != 0) {
     QDLOG(ROOT, ERR, "'Fail to download setup file: [" << r << "]");
-    return UpdateResult::TransferFailed;
+    return httpClient.downloadWasTooLong() ? UpdateResult::NotTrusted
+                                           : UpdateResult::TransferFailed;
   }
   run.enter(Phase::Verify);
   package.remember();

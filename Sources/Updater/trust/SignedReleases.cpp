@@ -110,6 +110,9 @@ std::string SignedReleases::establishRoot(const std::string& rootFile) try {
 }
 
 TrustFailure SignedReleases::refresh(bool patient) {
+  if (const std::string fault = storedRootFault(folder_); !fault.empty()) {
+    return {TrustFailure::Kind::Untrusted, fault};
+  }
   std::minstd_rand random{std::random_device{}()};
   const auto goesOn = [this] { return !options_.watcher || options_.watcher(0, 0); };
   for (unsigned int failures = 1;; ++failures) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -57,6 +58,14 @@ RootRead readRootFile(const std::string& path) {
   return read;
 }
 
+std::string storedRootFault(const std::string& folder) {
+  const std::string path = folder + "/" + kRootFile;
+  if (::access(path.c_str(), F_OK) != 0) return {};
+  const RootRead stored = readRootFile(path);
+  if (stored.fault.empty()) return {};
+  return stored.fault + "; qd-update trust ROOT.json --replace begins anew";
+}
+
 std::string placeRoot(const std::string& folder, const RootRead& root, bool replace) try {
   fs::create_directories(fs::path(folder).parent_path());
   // Whoever could open it could keep every run waiting for its lock.
@@ -66,6 +75,7 @@ std::string placeRoot(const std::string& folder, const RootRead& root, bool repl
   tuf::Folder store(folder);
   const auto stored = store.read(kRootFile, kMostBytes);
   if (stored == root.text && !replace) return {};
+  if (const std::string fault = storedRootFault(folder); !replace && !fault.empty()) return fault;
   if (stored && !replace && !follows(*stored, root.text)) {
     return "another root is trusted already, and this one does not follow from it; --replace "
            "begins "

@@ -25,6 +25,10 @@ struct RootRead {
 };
 RootRead readRootFile(const std::string& path);
 
+/// Why the root that is trusted in `folder` can't be read, with what to do; empty when it can, or
+/// there is none.
+std::string storedRootFault(const std::string& folder);
+
 /// Puts a root that was read in place in `folder`. One that is there already stays, and the reason
 /// is returned, unless the new one is the same or follows from it, signed by the keys of both.
 /// `replace`: whatever is there goes, and trust begins anew. Returns a sentence, or empty.
