@@ -73,7 +73,7 @@ OptionsRead readOptions(int argc, const char* const* argv, std::time_t now) {
       addCommand(app, options, History, "history", "list the runs, newest last");
   addJson(history, options);
   history->add_option("-n", options.count, "at most so many runs")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}))
       ->capture_default_str();
   history->add_option("--since", since, "runs since then: 7d, 2026-11-24, \"2026-11-24 02:14\"");
 

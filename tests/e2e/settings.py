@@ -348,6 +348,8 @@ FAULTY = [
     faulty("PasswordForAll", "{file}: holds a password that others can read; chmod 600 it, and change the password "
            "if others may have read it", "fetch.proxy = 'u:p@h'"),
     faulty("HookOfAUser", "{own}/hooks/before-1: {foreign}", prepare=drop_in("hooks/before-1", "", owner=7)),
+    faulty("LinkToNowhere", "{own}/inhibit: a link to nowhere", prepare=both(
+        drop_in("hooks/before-1", ""), lambda run: os.symlink("/gone", run.own("/etc/qd/update.d/inhibit")))),
     faulty("FolderOfHooksForAll", "{own}: {others}", prepare=both(
         drop_in("hooks/before-1", ""), lambda run: os.chmod(run.side("own/etc/qd/update.d"), 0o775))),
     faulty("FaultyBadVersions", f"{STATE}/bad.json: is no list of bad versions; see to its content, then remove it",

@@ -126,8 +126,14 @@ std::string foreignFileFault(const std::string& path) {
 DropIns listDropIns(const std::string& folder, bool executable) {
   boost::system::error_code failed;
   fs::directory_iterator entry(folder, failed);
-  if (failed == boost::system::errc::no_such_file_or_directory) return {};
   DropIns result;
+  if (failed == boost::system::errc::no_such_file_or_directory) {
+    for (const fs::path& path : {fs::path(folder).parent_path(), fs::path(folder)}) {
+      const bool isLink = fs::symlink_status(path, failed).type() == fs::symlink_file;
+      if (isLink && !fs::exists(path, failed)) result.fault = path.string() + ": a link to nowhere";
+    }
+    return result;
+  }
   result.fault = failed ? folder + ": " + failed.message() : folderFault(folder);
   // Whoever may write to the one above could put another in its place.
   if (result.fault.empty()) result.fault = folderFault(fs::path(folder).parent_path().string());

@@ -86,7 +86,8 @@ Wrong packageCount(const Node& node, unsigned int& target) {
 
 constexpr const char* kAddress = "an address such as \"https://updates.example.com/agent\"";
 constexpr const char* kPath = "a path that begins with \"/\"";
-constexpr const char* kTime = "a duration with a unit (s, m, h, d), such as \"30m\"";
+constexpr const char* kTime =
+    "a duration of at most 3660d with a unit (s, m, h, d), such as \"30m\"";
 constexpr const char* kSomeTime = "a duration of at least \"1s\" (s, m, h, d), such as \"30m\"";
 constexpr const char* kSize = "a size such as \"64MiB\" (KiB, MiB, GiB, or bytes without a unit)";
 constexpr const char* kTruth = "true or false, without quotes";

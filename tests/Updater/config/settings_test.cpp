@@ -30,7 +30,7 @@ std::string takes(const std::string& place, const std::string& key, const std::s
 
 TEST(Settings, SayWhatIsWrongAndWhatToDo) {
   const std::string address = "an address such as \"https://updates.example.com/agent\"";
-  const std::string time = "a duration with a unit (s, m, h, d), such as \"30m\"";
+  const std::string time = "a duration of at most 3660d with a unit (s, m, h, d), such as \"30m\"";
   const std::string someTime = "a duration of at least \"1s\" (s, m, h, d), such as \"30m\"";
   const std::string size = "a size such as \"64MiB\" (KiB, MiB, GiB, or bytes without a unit)";
   const std::string path = "a path that begins with \"/\"";
