@@ -75,7 +75,8 @@ std::string placeRoot(const std::string& folder, const RootRead& root, bool repl
   tuf::Folder store(folder);
   const auto stored = store.read(kRootFile, kMostBytes);
   if (stored == root.text && !replace) return {};
-  if (const std::string fault = storedRootFault(folder); !replace && !fault.empty()) return fault;
+  std::string fault = replace ? std::string() : storedRootFault(folder);
+  if (!fault.empty()) return fault;
   if (stored && !replace && !follows(*stored, root.text)) {
     return "another root is trusted already, and this one does not follow from it; --replace "
            "begins "
