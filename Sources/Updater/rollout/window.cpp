@@ -1,41 +1,36 @@
 #include "Updater/rollout/window.h"
 
+#include <time.h>
+
 #include <algorithm>
-#include <ctime>
 
 #include "ground/osal_localtime.h"
 
 namespace {
 
-/// `minutes` after midnight of the day that lies `days` after the one of `today`.
-UnixTime localInstant(const std::tm& today, int days, int minutes) {
-  std::tm local{};
-  local.tm_year = today.tm_year;
-  local.tm_mon = today.tm_mon;
-  local.tm_mday = today.tm_mday + days;
-  local.tm_hour = minutes / 60;
-  local.tm_min = minutes % 60;
-  local.tm_isdst = -1;
-  return UnixTime(std::chrono::seconds(std::mktime(&local)));
+bool isOpen(const Window& window, const std::tm& local) {
+  const int minute = local.tm_hour * 60 + local.tm_min;
+  const int today = (local.tm_wday + 6) % 7;  // 0: Monday
+  const auto hasDay = [&](int day) { return (window.days >> (day % 7) & 1U) != 0; };
+  const bool hasOpened = hasDay(today) && minute >= window.opens;
+  if (window.opens < window.closes) return hasOpened && minute < window.closes;
+  const bool isOpenSinceYesterday = hasDay(today + 6) && minute < window.closes;
+  return hasOpened || isOpenSinceYesterday;
 }
 
 }  // namespace
 
 std::optional<UnixTime> nextOpen(const std::vector<Window>& windows, UnixTime now) {
-  constexpr int kMinutesOfDay = 24 * 60;
-  std::tm today{};
-  if (!osal_toLocalTime(now.time_since_epoch().count(), today)) return std::nullopt;
-  std::optional<UnixTime> next;
-  for (const Window& window : windows) {
-    const int closes = window.closes + (window.closes <= window.opens ? kMinutesOfDay : 0);
-    for (int day = -1; day <= 7; ++day) {
-      const int weekday = (today.tm_wday + 6 + day + 7) % 7;  // 0: Monday
-      if ((window.days >> weekday & 1U) == 0) continue;
-      if (localInstant(today, day, closes) <= now) continue;
-      const UnixTime opens = std::max(now, localInstant(today, day, window.opens));
-      if (!next || opens < *next) next = opens;
-      break;  // the days after this one are later
-    }
+  using std::chrono::minutes;
+  constexpr minutes kHorizon = std::chrono::weeks(2);  // one week's may be left out by the clocks
+  std::tm local{};
+  if (!osal_toLocalTime(now.time_since_epoch().count(), local)) return std::nullopt;
+  for (UnixTime time = now; time <= now + kHorizon;
+       time = std::chrono::floor<minutes>(time) + minutes(1)) {
+    const std::time_t instant = time.time_since_epoch().count();
+    ::localtime_r(&instant, &local);  // by the setting that was looked at above
+    const auto isOpenThen = [&](const Window& window) { return isOpen(window, local); };
+    if (std::any_of(windows.begin(), windows.end(), isOpenThen)) return time;
   }
-  return next;
+  return std::nullopt;
 }
