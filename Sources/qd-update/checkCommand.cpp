@@ -27,6 +27,7 @@ struct Findings {
   unsigned long long bytes = 0;        ///< of the package; 0: not known yet
   std::time_t deferredUntil = 0;       ///< 0: not known, or not deferred
   std::vector<std::string> obstacles;  ///< what keeps a run from installing it now
+  std::vector<std::string> notes;      ///< what else the administrator may want to know
 };
 
 /// For people; empty when all is well.
@@ -76,6 +77,7 @@ Findings find(const Job& job) {
   if (found.message.empty()) found.message = checkTrust(*read.settings, job.places);
   if (found.message.empty()) found.message = checkDropIns(job.places, programs);
   if (found.message.empty()) found.message = readBadVersions(job.places, bad);
+  found.notes = programs.notes;
   if (!found.message.empty()) {
     found.result = UpdateResult::ConfigurationFaulty;
     return found;
@@ -124,11 +126,12 @@ void print(const Job& job, const Findings& found) {
     std::ranges::replace(outcome, '-', ' ');
     job.screen.print("Last run    " + localText(last->ended) + ", " + outcome);
   }
+  for (const std::string& note : found.notes) job.screen.print(plainLine(note), Colour::Yellow);
   if (found.message.empty() || found.result == UpdateResult::Done ||
       found.result == UpdateResult::HeldBack) {
     job.screen.print(verdict(found));
   } else {
-    std::cerr << found.message << '\n';
+    std::cerr << plainLine(found.message) << '\n';
   }
 }
 
@@ -143,6 +146,7 @@ void printJson(const Job& job, const Findings& found) {
       {"message", found.message},
       {"deferred_until", found.deferredUntil == 0 ? Json() : Json(utcText(found.deferredUntil))},
       {"obstacles", found.obstacles},
+      {"notes", found.notes},
       {"last_run", last ? Json::parse(statusText(*last)) : Json()}};
   job.screen.print(json.dump(2, ' ', false, Json::error_handler_t::replace));
 }

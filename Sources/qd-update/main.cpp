@@ -5,6 +5,7 @@
 #include "Updater/process/agentPlaces.h"
 #include "Updater/process/processStart.h"
 #include "Updater/terms/UpdateResult.h"
+#include "Updater/terms/utilsPlatform.h"
 #include "qd-update/commands.h"
 
 namespace {
@@ -15,6 +16,12 @@ int carryOut(const Options& options) {
   if (job.places.settingsFile.empty()) {
     std::cerr << "QD_AGENT_INSTANCE is no name of an instance: it has a \"/\", or is too long\n";
     return static_cast<int>(UpdateResult::ConfigurationFaulty);
+  }
+  const bool changesTrustOrMarks =
+      options.command == Options::Command::Trust || options.command == Options::Command::Forgive;
+  if (changesTrustOrMarks && !utils::checkAdmin()) {
+    std::cerr << "needs root\n";
+    return static_cast<int>(UpdateResult::NotAdministrator);
   }
   switch (options.command) {
     case Options::Command::Run:

@@ -1,6 +1,10 @@
 // What the records say: `status` and `history`.
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -68,6 +72,11 @@ Json jsonOf(std::optional<bool> value) { return value ? Json(*value) : Json(); }
 int showStatus(const Job& job) {
   const auto record = readStatus(job.places.stateFolder);
   const auto agent = utils::agentRuns();
+  const std::string path = job.places.stateFolder + "/status.json";
+  if (!record && (::access(path.c_str(), F_OK) == 0 || errno != ENOENT)) {
+    std::cerr << path << ": is no record that this program can read; the next run writes it anew\n";
+    return static_cast<int>(UpdateResult::Exception);
+  }
   if (!record) {
     if (job.options.json) {
       job.screen.print(

@@ -17,7 +17,7 @@ import pyte
 
 from harness import Answer, Outcome, Row, blocks, difference, items, main, read, state, write
 from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, VERSION
-from settings import BLOCKS_WITH_FILE, DATABASE, PAST, bad, both, installed, lock, tells
+from settings import BLOCKS_WITH_FILE, DATABASE, PAST, bad, both, drop_in, installed, lock, tells
 
 DIED = PAST | {"phase": "install", "outcome": "running", "ended": None,
                "started": "2026-03-02T14:05:09Z"}
@@ -131,7 +131,8 @@ CHECK = [
         calls="{ask} | {ask} | dpkg-query --listfiles qdagent", files="", check=leaves_nothing,
         err="", out="{found} | An update is available. `qd-update run` would install it now."),
     row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], version="7.2.1.15", calls="",
-        prepare=records(PAST), err="", out="{found} | Last run    2026-03-01 14:06, updated | "
+        prepare=both(records(PAST), drop_in("hooks/Before", "")), err="", out="{found} | Last run    2026-03-01 14:06, "
+        "updated | Passed over for its name, neither before-... nor after-... : {own}/hooks/Before | "
         "The installed version is up to date."),
     row("CheckPrintsJson", args=["check", "--json", "-v"], status=100,
         config="server = '{S}'\ninstall.reserve = '900000GiB'", prepare=both(
@@ -150,7 +151,7 @@ CHECK = [
     row("CheckNeedsAServer", config="", args=["check"], status=20, requests="", calls="", check=leaves_nothing,
         out="", err='{file}: names no server; set "server" to the address that the updates come from'),
     row("CheckKnowsNoAgent", args=["check"], status=4, requests="", prepare=None, commands={"dpkg-query": "exit 1"},
-        out="", err="the package manager knows no installed agent; --installed says its version"),
+        out="", err="the package manager knows no installed agent, or does not answer; --installed says its version"),
 ]
 
 RUN = [
@@ -182,6 +183,9 @@ RUN = [
 STATUS = [
     row("StatusOfNoRun", args=["status"], commands={}, check=leaves_nothing, err="",
         out="No run has left a record in /var/lib/qd/update.{I}. | Agent       runs"),
+    row("StatusOfAnUnknownRecord", args=["status"], commands={}, out="", status=11, prepare=lambda run: write(
+        state(run), '{"schema": 2}'), err="/var/lib/qd/update.{I}/status.json: is no record that this program can "
+        "read; the next run writes it anew"),
     row("StatusOfARunThatDied", args=["status"], prepare=records(DIED), commands={"systemctl": "exit 3"}, err="",
         out="Started     2026-03-02 14:05 | From        7.2.0.1 | To          7.2.1.15 | "
             "Agent       does not run | Run         {zeros} | It died in phase install. See that "

@@ -156,9 +156,10 @@ RUNS = [
     row("HookRefuses", status=28, calls="{ask} | {fits}", prepare=both(installed(), drop_in(
         "hooks/before-1", 'echo $QD_UPDATE_FROM $QD_UPDATE_TO $QD_UPDATE_PHASE $QD_UPDATE_OUTCOME '
         '$QD_UPDATE_STATUS; exit 3'), drop_in("hooks/before-2", "touch $TMPDIR/ran"),
-        drop_in("inhibit/no.mark", "")), has="WRN Passed over for its name, not of letters, digits, _ and - "
-        "alone : {own}/inhibit/no.mark | {before} | WRN hook before-1 ended with 3", files="agent_upd.log",
-        check=tells({"cause": "hook-refused", "phase": "prepare", "outcome": "refused",
+        drop_in("inhibit/no.mark", ""), drop_in("hooks/Before-1", "")), has="WRN Passed over for its name, "
+        "not of letters, digits, _ and - alone : {own}/inhibit/no.mark | WRN Passed over for its name, neither "
+        "before-... nor after-... : {own}/hooks/Before-1 | {before} | WRN hook before-1 ended with 3",
+        files="agent_upd.log", check=tells({"cause": "hook-refused", "phase": "prepare", "outcome": "refused",
                      "message": "hook before-1 ended with 3"})),
     row("HookExchangesThePackage", status=7, calls="{ask} | {fits}", prepare=both(
         installed(), drop_in("hooks/before-1", "echo >>{path}")),

@@ -127,6 +127,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request, UpdateRun& 
     return UpdateResult::ConfigurationFaulty;
   }
 
+  for (const std::string& note : programs.notes) QDLOG(ROOT, WRN, note);
   Updater updater(request.skipInstall);
   CommandOutput output;
   run.settings = &settings_;
@@ -245,19 +246,23 @@ std::string checkTrust(const Settings& settings, const RunPlaces& places) {
 }
 
 std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs) {
-  for (const char* const name : {"hooks", "health", "inhibit"}) {
-    const bool isRun = std::string_view(name) != "inhibit";
-    DropIns found = listDropIns(places.dropInFolder + "/" + name, isRun);
+  std::vector<std::string> marks;
+  const std::pair<const char*, std::vector<std::string>*> kFolders[] = {
+      {"hooks", &programs.hooks}, {"health", &programs.checks}, {"inhibit", &marks}};
+  for (const auto& [name, files] : kFolders) {
+    DropIns found = listDropIns(places.dropInFolder + "/" + name, files != &marks);
     if (!found.fault.empty()) return found.fault;
     for (const std::string& path : found.passedOver) {
-      QDLOG(ROOT, WRN,
-            "Passed over for its name, not of letters, digits, _ and - alone : " << path);
+      programs.notes.push_back(
+          "Passed over for its name, not of letters, digits, _ and - alone : " + path);
     }
-    if (std::string_view(name) == "hooks") {
-      programs.hooks = std::move(found.files);
-    } else if (std::string_view(name) == "health") {
-      programs.checks = std::move(found.files);
-    }
+    *files = std::move(found.files);
+  }
+  for (const std::string& path : programs.hooks) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    if (name.starts_with("before-") || name.starts_with("after-")) continue;
+    programs.notes.push_back("Passed over for its name, neither before-... nor after-... : " +
+                             path);
   }
   return {};
 }

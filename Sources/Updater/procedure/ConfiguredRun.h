@@ -81,19 +81,20 @@ bool isBad(UpdateResult result, const UpdateRun& run);
 struct OwnPrograms {
   std::vector<std::string> hooks;
   std::vector<std::string> checks;  ///< of the agent's health
+  std::vector<std::string> notes;   ///< which files are passed over for their names, a line each
 };
 
 /// What is said where nobody knows the installed version.
 inline constexpr const char* kNoAgent =
-    "the package manager knows no installed agent; --installed says its version";
+    "the package manager knows no installed agent, or does not answer; --installed says its "
+    "version";
 
 /// Why what the trust begins with, and what it has come to, can't be relied on: somebody else may
 /// write to it. Empty when all is well, and without [trust].
 std::string checkTrust(const Settings& settings, const RunPlaces& places);
 
 /// What a run would find faulty besides the settings file itself, with what to do; empty when
-/// nothing. `programs`: those that may be run. Logs which files are passed over for their names
-/// (WRN).
+/// nothing. `programs`: those that may be run.
 std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs);
 
 /// Whether a run died, or is just at work, between the stop of the agent and its own end.
