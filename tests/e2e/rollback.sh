@@ -20,13 +20,14 @@ case $kind in
 esac
 
 # The agent runs `code`, Python, first, has `unit`, a line, among its unit's settings, and two configuration files that
-# name the version.
+# name the version; the later version has one more.
 furnish() {
   printf 'if os.path.exists("/qd/stay-away"):\n    raise SystemExit(1)\n%s\n' "${code:-}" >/qd/code
   sed -i '/^import socket/r /qd/code' "$1/usr/sbin/qdagent"
   sed -i "/^.Service/a ${unit:-# as it was}" "$1/usr/lib/systemd/system/qdagent.service"
   mkdir -p "$1/etc/qdagent"
   say "of $2" | tee "$1/etc/qdagent/ours" >"$1/etc/qdagent/theirs"
+  [ "$2" != 7.2.1.15 ] || say "of $2" >"$1/etc/qdagent/new"
 }
 
 # The records and the package database lie on a disk of their own, with little room.
@@ -69,7 +70,7 @@ ails() {
 expect_old() {
   expect "package" "$(there)" "$old"
   expect_agent active 7.2.1.4
-  expect "configuration files" "$(cat /etc/qdagent/{ours,theirs})" "the administrator's
+  expect "configuration files" "$(cat /etc/qdagent/{ours,theirs,new} 2>&-)" "the administrator's
 of 7.2.1.4"
   show_records
 }

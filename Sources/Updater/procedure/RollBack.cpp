@@ -129,9 +129,11 @@ void RollBack::putBack() noexcept {
 void RollBack::restoreConfiguration(bool isBack) const noexcept try {
   const auto agent = isBack ? std::nullopt : utils::queryInstalledAgent(order_.kind);
   if (agent && Version(agent->version) == Version(order_.failedVersion)) return;
-  if (!utils::restoreConfigurationFiles(order_.folder.pathOf(kSavedConfiguration))) {
+  const std::string archive = order_.folder.pathOf(kSavedConfiguration);
+  if (!utils::restoreConfigurationFiles(archive)) {
     QDLOG(ROOT, WRN, "Cannot put the configuration files back");
   }
+  if (isBack && order_.kind == utils::DistribDeb) utils::removeForeignConfiguration(archive);
 } catch (...) {
   // The restart is worth more.
 }
