@@ -127,7 +127,7 @@ dpkg-deb --field {keep} Package Version Installed-Size Pre-Depends Depends
 [timer] systemd-run --quiet --collect --unit=qd-update-window-{I}.timer {brings} {once} --property=TimeoutStopSec=infinity
 [has timer] {timer} --property=SuccessExitStatus=12 {given} {qd-update} recover
 [ends timer] systemctl stop qd-update-window-{I}.timer
-[put back] dpkg --force-downgrade -i {keep} | systemctl daemon-reload | systemctl reset-failed qdagent
+[put back] dpkg --force-downgrade -i {keep} | {fits back} | systemctl daemon-reload | systemctl reset-failed qdagent
 [printed] {installing} | NFY Unpacking | NFY ii |7.2.1.15
 """)
 row = partial(Row, config="", commands=DATABASE, prepare=installed(), blocks=BLOCKS | BLOCKS_WITH_FILE)
@@ -262,9 +262,9 @@ def kept(content: str | bytes = PACKAGE):
 
 
 def keeps(*versions: str):
-    """That these packages are kept, for root's eyes only, and nothing besides."""
+    """That these packages are kept, for root's eyes only, and nothing besides but the saved configuration."""
     def check(run, _):
-        yield from difference("kept", sorted(os.listdir(keep(run))),
+        yield from difference("kept", sorted({*os.listdir(keep(run))} - {"configuration.tar"}),
                               sorted(version + ".deb" for version in versions) + ["kept.json"])
         yield from difference("list", [e["version"] for e in json.loads(read(keep(run, "kept.json")))], [*versions])
         yield from difference("mode", [oct(os.stat(keep(run)).st_mode & 0o777)], ["0o700"])
