@@ -118,7 +118,8 @@ BLOCKS_WITH_FILE = blocks("""
 dpkg-query --show --showformat=${db:Status-Status}\\n | dpkg --no-act -i {path}
 apt-get -q --simulate --no-install-recommends --allow-downgrades install {path}
 [show] systemctl show --property=Type,ActiveState,SubState,MainPID,NRestarts,ActiveEnterTimestampMonotonic qdagent
-[fits back] dpkg-query --show --showformat=${Conffiles}\\n qdagent
+[its files] dpkg-query --show --showformat=${Conffiles}\\n qdagent
+[fits back] {its files}
 dpkg-deb --field {keep} Package Version Installed-Size Pre-Depends Depends
 [keep] /var/lib/qd/update.{I}/keep/7.2.0.1.deb
 [brings] --description=Bring an interrupted update of the backup agent to an end --on-active=20s --on-unit-active=20s
@@ -127,7 +128,7 @@ dpkg-deb --field {keep} Package Version Installed-Size Pre-Depends Depends
 [timer] systemd-run --quiet --collect --unit=qd-update-window-{I}.timer {brings} {once} --property=TimeoutStopSec=infinity
 [has timer] {timer} --property=SuccessExitStatus=12 {given} {qd-update} recover
 [ends timer] systemctl stop qd-update-window-{I}.timer
-[put back] dpkg --force-downgrade -i {keep} | {fits back} | systemctl daemon-reload | systemctl reset-failed qdagent
+[put back] dpkg --force-downgrade -i {keep} | {its files} | systemctl daemon-reload | systemctl reset-failed qdagent
 [printed] {installing} | NFY Unpacking | NFY ii |7.2.1.15
 """)
 row = partial(Row, config="", commands=DATABASE, prepare=installed(), blocks=BLOCKS | BLOCKS_WITH_FILE)
