@@ -1,43 +1,30 @@
 #include "Updater/health/KeptPackages.h"
 
 #include <algorithm>
-#include <exception>
-#include <nlohmann/json.hpp>
+#include <stdexcept>
 
-std::optional<std::vector<KeptPackage>> parseKeptPackages(std::string_view text) try {
-  std::vector<KeptPackage> packages;
-  if (text.empty()) return packages;
-  const auto json = nlohmann::json::parse(text);
-  if (!json.is_array()) return std::nullopt;
-  for (const auto& entry : json) {
-    packages.push_back({.version = entry.at("version"),
-                        .file = entry.at("file"),
-                        .sha256 = entry.at("sha256"),
-                        .md5 = entry.at("md5"),
-                        .mayReturn = entry.at("rollback"),
-                        .since = entry.at("since")});
-    const std::string& file = packages.back().file;
+#include "Updater/health/jsonList.h"
+
+std::optional<std::vector<KeptPackage>> parseKeptPackages(std::string_view text) {
+  return readJsonList<KeptPackage>(text, [](const nlohmann::json& entry) -> KeptPackage {
+    const std::string file = entry.at("file");
     if (file.empty() || file.front() == '.' || file.find('/') != std::string::npos) {
-      return std::nullopt;
+      throw std::runtime_error("no name of a file in this folder");
     }
-  }
-  return packages;
-} catch (const std::exception&) {
-  return std::nullopt;
+    return {.version = entry.at("version"),
+            .file = file,
+            .sha256 = entry.at("sha256"),
+            .md5 = entry.at("md5"),
+            .mayReturn = entry.at("rollback"),
+            .since = entry.at("since")};
+  });
 }
 
 std::string keptPackagesText(const std::vector<KeptPackage>& packages) {
-  auto json = nlohmann::ordered_json::array();
-  for (const KeptPackage& kept : packages) {
-    json.push_back({{"version", kept.version},
-                    {"file", kept.file},
-                    {"sha256", kept.sha256},
-                    {"md5", kept.md5},
-                    {"rollback", kept.mayReturn},
-                    {"since", kept.since}});
-  }
-  using Handler = nlohmann::ordered_json::error_handler_t;
-  return json.dump(1, ' ', false, Handler::replace) + "\n";
+  return jsonListText(packages, [](const KeptPackage& kept) -> nlohmann::ordered_json {
+    return {{"version", kept.version}, {"file", kept.file},          {"sha256", kept.sha256},
+            {"md5", kept.md5},         {"rollback", kept.mayReturn}, {"since", kept.since}};
+  });
 }
 
 const KeptPackage* findKept(const std::vector<KeptPackage>& packages, std::string_view version) {
