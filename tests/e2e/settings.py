@@ -224,6 +224,8 @@ HEALTHS = [
     HEALTH("Healthy", status=0, commands=unit("ActiveState=activating", RUNNING), check=tells(GOOD),
            prepare=both(installed(), drop_in("health/x", "echo $QD_UPDATE_PHASE $QD_UPDATE_TO")),
            has="NFY x: prepare 7.2.1.15 | NFY x: health 7.2.1.15 | NFY The agent is healthy"),
+    HEALTH("UpToDateIsDown", version="7.2.1.15", status=0, commands={"systemctl": "exit 3"}, check=tells(
+        {"outcome": "up-to-date", "message": "the agent does not run"}), has="WRN The agent does not run"),
     HEALTH("DiesWhileItSettles", commands=unit(RUNNING, "ActiveState=failed\nSubState=failed"),
            check=both(ails("its unit is failed (failed)"), is_bad)),
     HEALTH("CheckThatFailedBefore", status=0, commands=unit(RUNNING), check=tells(GOOD),

@@ -139,12 +139,20 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request, UpdateRun& 
   run.dropInFolder = places_.dropInFolder;
   const UpdateResult result = update(updater, request, run);
   if (isBad(result, run)) markBad(run);
+  if (result == UpdateResult::Done && !run.updated && !request.skipInstall) noteWhetherItRuns(run);
   if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
   // Records are for all to read.
   run.message = withoutPassword(run.message, request.server);
   finish(run, result);
   if (run.attempts > 0) runHooks(programs.hooks, "after-", recorder_->record(), false, {});
   return result;
+}
+
+/// An agent that is down must not hide behind "up to date".
+void ConfiguredRun::noteWhetherItRuns(UpdateRun& run) const {
+  if (!settings_.health || utils::agentRuns() != false) return;
+  QDLOG(ROOT, WRN, "The agent does not run");
+  run.message += (run.message.empty() ? "" : "; ") + std::string("the agent does not run");
 }
 
 UpdateResult ConfiguredRun::update(Updater& updater, const RunRequest& request, UpdateRun& run) {

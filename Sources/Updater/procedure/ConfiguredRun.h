@@ -59,6 +59,7 @@ class ConfiguredRun {
   UpdateResult update(Updater& updater, const RunRequest& request, UpdateRun& run);
   std::unique_ptr<PatientTransport> transport(const RunRequest& request, UpdateRun& run);
   void preferConffiles() const;
+  void noteWhetherItRuns(UpdateRun& run) const;
   UpdateResult endFormerRun();
   UpdateResult resume(const AgentWindow& window, UpdateRun& run);
   void finish(const UpdateRun& run, UpdateResult result);
