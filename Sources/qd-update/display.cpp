@@ -186,9 +186,7 @@ std::string outcomeText(const RunRecord& record) {
 
 std::string fitted(std::string_view text, std::size_t width) {
   constexpr std::string_view kCut = "...";
-  std::string result(text);
-  std::ranges::replace_if(
-      result, [](unsigned char c) { return c < ' ' || c == 0x7f; }, '?');
+  const std::string result = plainLine(text);
   if (columnsOf(result) <= width) return result;
   const std::size_t kept = width > kCut.size() ? width - kCut.size() : 0;
   std::size_t end = 0;

@@ -30,7 +30,7 @@ std::string phaseText(Phase phase, const std::string& version);
 /// How a run ended, in a sentence.
 std::string outcomeText(const RunRecord& record);
 
-/// `text`, cut to `width` columns; what is cut ends in "...". Control characters become "?".
+/// `text` as a plain line, cut to `width` columns; what is cut ends in "...".
 std::string fitted(std::string_view text, std::size_t width);
 
 /// Runs as a table of lines, each of at most `width` columns: columns that have no room are left
