@@ -137,13 +137,26 @@ void SignedReleases::extend(std::chrono::steady_clock::time_point deadline) {
 
 void SignedReleases::disconnect() { session_.reset(); }
 
+/// Who is not the `last` server leaves half of the time to the others, and has its limit for each
+/// of its files, which are small.
+fetch::Options SignedReleases::optionsFor(bool last) const {
+  constexpr std::chrono::minutes kForEach{5};
+  fetch::Options options = options_;
+  if (last) return options;
+  const auto now = Clock::now();
+  options.timeout = kForEach;
+  options.deadline = now + (options_.deadline.value_or(now) - now) / 2;
+  return options;
+}
+
 /// A session with a server whose metadata is trusted and up to date.
 SignedReleases::Attempt SignedReleases::connect() {
   Attempt attempt;
   for (const std::string& server : servers_) {
     try {
       session_.reset();  // one at a time has the folder
-      session_ = std::make_unique<Session>(folder_, server, options_);
+      session_ =
+          std::make_unique<Session>(folder_, server, optionsFor(&server == &servers_.back()));
       session_->client.refresh();
       return {};
     } catch (const tuf::Error& e) {

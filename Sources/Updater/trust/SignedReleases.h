@@ -72,6 +72,7 @@ class SignedReleases {
   struct Attempt;
 
   Attempt connect();
+  [[nodiscard]] fetch::Options optionsFor(bool last) const;
 
   std::string folder_;
   std::vector<std::string> servers_;
