@@ -46,6 +46,12 @@ std::optional<milliseconds> pauseAfter(unsigned int failures,
   return pause < left ? std::optional(pause) : std::nullopt;
 }
 
+bool mayGoOn(milliseconds taken, milliseconds left, std::uint64_t come, std::uint64_t missing) {
+  using Real = duration<double>;
+  return taken <= left ||
+         static_cast<double>(come) * Real(left) >= static_cast<double>(missing) * Real(taken);
+}
+
 bool pauseFor(milliseconds time, const std::function<bool()>& goesOn) {
   constexpr milliseconds kTick{100};
   const auto until = std::chrono::steady_clock::now() + time;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <optional>
 
@@ -18,6 +19,12 @@ bool isTransient(const Result& result);
 std::optional<std::chrono::milliseconds> pauseAfter(unsigned int failures,
                                                     std::optional<std::chrono::seconds> wanted,
                                                     double random, std::chrono::milliseconds left);
+
+/// Whether a download is worth the time that somebody else could have in its place: it has taken
+/// no more than half of all, or would end in the time that is `left`, were the `missing` bytes as
+/// fast as those that have `come`.
+bool mayGoOn(std::chrono::milliseconds taken, std::chrono::milliseconds left, std::uint64_t come,
+             std::uint64_t missing);
 
 /// Waits, as long as `goesOn`, which is asked ten times a second and may be empty, says so. Returns
 /// whether it waited to the end.

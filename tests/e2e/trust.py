@@ -8,8 +8,9 @@ import sys
 import tempfile
 import time
 
-from harness import Place, Row, Server, Skip, difference, fill, main, read, write
-from harness.suite import PROGRAMS
+from fetch import part
+from harness import Answer, Place, Row, Server, Skip, difference, fill, main, read, write
+from harness.suite import PROGRAMS, logged
 from qd_repo import Publisher, files
 from settings import STATE, both, drop_in, installed, row as settings_row, state, tells
 
@@ -48,8 +49,10 @@ def repositories() -> dict[str, dict]:
     made["longer"] = {path: body + b"X" if path.startswith(TARGET) else body for path, body in made["good"].items()}
     stamp = "/metadata/timestamp.json"
     made["tired"] = made["good"] | {stamp: [503, made["good"][stamp]]}
-    made["guarded"] = {path: lambda request, _, body=body: body if "authorization" in request.headers else 401
-                       for path, body in made["good"].items()}
+    made["guarded"] = {path: lambda request, run, give=part(body, '"t"'): give(request, run) if "authorization" in
+                       request.headers else 401 for path, body in made["good"].items()}
+    made |= {f"slow {name}": made[name] | {path: Answer(body, paced=lambda *_: time.sleep(3)) for path, body in
+             made[name].items() if TARGET in path or name == "good"} for name in ("good", "forged", "former")}
     made["busy"] = {path: 503 if path.startswith(TARGET) else body for path, body in made["good"].items()}
     made["edited"] = {path: body.replace(b'"7.2.1.15"', b'"7.2.1.16"')
                       for path, body in made["good"].items()}
@@ -119,6 +122,9 @@ AILS = {"status": 27, "calls": None, "config": "[health]\nsettle = '0s'\ntimeout
     before, drop_in("health/x", "[ $QD_UPDATE_PHASE != health ]"))}
 
 
+HASTE = "[fetch]\ndeadline = '16s'\n"
+
+
 def target(version: str) -> str:
     """The package under its SHA-256; the other name is its SHA-512."""
     return next(path for path in sorted(repositories()["final"], key=len)
@@ -163,6 +169,10 @@ def rows() -> list[Row]:
         row("TriesTheMirrors", "guarded", drive=mirrored),
         row("TriesTheMirrorsBeforeItWaits", "guarded", drive=functools.partial(mirrored, name="busy"), checks=[
             lambda _, outcome: ["waited"] * any("again in" in line for line in outcome.log)]),
+        *(row(f"LeavesASlowServer{word}", "guarded", config=HASTE, drive=functools.partial(mirrored, name=name), checks=[
+            logged("Resuming the download at")]) for word, name in (("", "slow good"), ("ThatLies", "slow forged"))),
+        row("LeavesASlowServerOfTheWayBack", "former", drive=functools.partial(mirrored, name="slow former"),
+            **AILS | {"status": 26, "config": AILS["config"] + HASTE}),
         row("FindsNoSuchChannel", config='channel = "other"\n', outcome="up-to-date", calls="",
             message="the repository has no release for this machine in the channel other"),
         settings_row("TrustsRootsThatFollow", {}, program="qd-update", config=CONFIG, drive=trusts, args=[], good={},

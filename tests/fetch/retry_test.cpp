@@ -36,6 +36,17 @@ TEST(PauseAfter, GrowsToAMinuteAndNeverPassesTheDeadline) {
   }
 }
 
+TEST(MayGoOn, HasHalfOfTheTimeAndMoreWhereItIsFastEnough) {
+  const auto mayGoOn = [](int taken, int left, std::uint64_t come, std::uint64_t missing) {
+    return fetch::mayGoOn(seconds(taken), seconds(left), come, missing);
+  };
+  EXPECT_TRUE(mayGoOn(60, 60, 0, 100));
+  EXPECT_FALSE(mayGoOn(61, 60, 0, 100));
+  EXPECT_TRUE(mayGoOn(90, 30, 75, 25));
+  EXPECT_FALSE(mayGoOn(90, 30, 74, 26));
+  EXPECT_FALSE(mayGoOn(90, -1, 99, 1));
+}
+
 TEST(IsTransient, TellsWhatMayPassFromWhatStays) {
   for (const long status : {408L, 429L, 500L, 503L, 599L}) {
     EXPECT_TRUE(fetch::isTransient({.status = status})) << status;

@@ -34,6 +34,14 @@ void removeOthers(const fs::path& kept, const fs::path& note) {
   for (const fs::path& other : others) ::unlink(other.c_str());
 }
 
+/// Whether one and the same file should lie at both addresses: it is named by its SHA-256.
+bool isSameFile(const std::string& url, const std::string& other) {
+  constexpr std::size_t kDigits = 64;
+  const std::string name = url.substr(url.rfind('/') + 1);
+  return name.find_first_not_of("0123456789abcdef") == kDigits && name[kDigits] == '.' &&
+         name == other.substr(other.rfind('/') + 1);
+}
+
 }  // namespace
 
 std::string openPartialFolder(const std::string& state) {
@@ -58,10 +66,12 @@ void PartialFile::resume(const std::string& url) {
     osal_readAll(fd.get(), note, kMostNote);
   }
   const std::size_t end = note.find('\n');
-  if (end == std::string::npos || note.substr(0, end) != url) return restart();
-  validator_ = note.substr(end + 1, note.find('\n', end + 1) - end - 1);
+  if (end == std::string::npos) return restart();
+  const std::string from = note.substr(0, end);
+  if (from == url) validator_ = note.substr(end + 1, note.find('\n', end + 1) - end - 1);
   const off_t size = ::lseek(fd_, 0, SEEK_END);
-  if (validator_.empty() || size < 0) return restart();
+  takenUp_ = size > 0 && (from == url ? !validator_.empty() : isSameFile(url, from));
+  if (!takenUp_) return restart();
   size_ = static_cast<std::uint64_t>(size);
   digests_.restart();
   digests_.extend(size_);
@@ -73,6 +83,7 @@ void PartialFile::restart() {
   buffer_.clear();
   size_ = 0;
   validator_.clear();
+  takenUp_ = false;
 }
 
 bool PartialFile::begin(const fetch::Result& head) {
@@ -81,12 +92,15 @@ bool PartialFile::begin(const fetch::Result& head) {
     const auto range =
         header == head.headers.end() ? std::nullopt : parseContentRange(header->second);
     const std::string validator = validatorOf(head.headers);
-    const bool same = validator.empty() || validator == validator_;
-    if (range && range->first == size_ && same) return true;
+    const bool same = validator_.empty() || validator.empty() || validator == validator_;
+    if (!range || range->first != size_ || !same) {
+      restart();
+      return false;
+    }
+    if (!validator_.empty()) return true;
+  } else {
     restart();
-    return false;
   }
-  restart();
   validator_ = validatorOf(head.headers);
   note();
   return true;

@@ -24,16 +24,20 @@ class PartialFile {
   /// beside it, and it is not taken up by a later run.
   PartialFile(int fd, std::string path, bool kept, RunningDigests::Kinds digests);
 
-  /// Takes up what is there of the file at `url`. Where it is not known what it belongs to, it is
-  /// emptied.
+  /// Takes up what is there of the file at `url`, or of one that another server has by the same
+  /// name, which begins with a SHA-256. Where it is not known what it belongs to, it is emptied.
   void resume(const std::string& url);
 
   /// Empties it.
   void restart();
 
   [[nodiscard]] std::uint64_t size() const { return size_; }
-  /// For If-Range; empty: there is none, so nothing can be resumed.
+  /// For If-Range; empty: there is none.
   [[nodiscard]] const std::string& validator() const { return validator_; }
+  /// Whether an answer may go on where this ends.
+  [[nodiscard]] bool canContinue() const { return !validator_.empty() || takenUp_; }
+  /// Whether it begins with what was there before.
+  [[nodiscard]] bool isTakenUp() const { return takenUp_; }
 
   /// An answer begins. False: it does not continue what is there, which is then emptied.
   bool begin(const fetch::Result& head);
@@ -55,6 +59,7 @@ class PartialFile {
   bool kept_;
   std::string url_;
   std::string validator_;
+  bool takenUp_ = false;
   std::uint64_t size_ = 0;  // with what is in the buffer
   std::string buffer_;
   RunningDigests digests_;

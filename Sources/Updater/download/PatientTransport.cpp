@@ -71,16 +71,20 @@ int PatientTransport::head(const std::string& url, Headers& headers) {
 int PatientTransport::download(const std::string& url, int fd, const std::string& path,
                                unsigned long long limit, Headers& headers) try {
   const bool kept = !partialFolder_.empty() && path.starts_with(partialFolder_ + "/");
-  tooLong_ = false;
+  tooLong_ = resumed_ = false;
   PartialFile file(fd, path, kept, digests_);
   file.resume(url);
   if (file.size() > 0) QDLOG(ROOT, NFY, "Resuming the download at " << file.size() << " bytes");
   const fetch::Request whole{.url = addressOf(url), .maxBytes = limit};
   file_ = &file;
+  wanted_ = limit;
+  begunAt_ = file.size();
+  begun_ = Clock::now();
   const fetch::Result result =
       persist(url, [&](fetch::Transfer& transfer) { return resume(transfer, file, whole); });
   file_ = nullptr;
   tooLong_ = result.tooLarge;
+  resumed_ = file.isTakenUp();
   file.flush();
   md5_ = file.digests().md5();
   sha256_ = file.digests().sha256();
@@ -97,7 +101,7 @@ fetch::Result PatientTransport::resume(fetch::Transfer& transfer, PartialFile& f
                                        const fetch::Request& whole) {
   fetch::Result result;
   for (int attempt = 0; attempt < 2; ++attempt) {
-    if (file.validator().empty() || file.size() > whole.maxBytes) file.restart();
+    if (!file.canContinue() || file.size() > whole.maxBytes) file.restart();
     fetch::Request request = whole;
     request.from = file.size();
     if (request.from > 0) request.ifRange = file.validator();
@@ -138,6 +142,10 @@ fetch::Result PatientTransport::persist(const std::string& url, const Attempt& a
   for (;;) {
     if (transfer_ == nullptr) transfer_ = std::make_unique<fetch::Transfer>(options_);
     fetch::Result result = attempt(*transfer_);
+    if (result.error != CURLE_OK && hasHadItsShare()) {
+      result.message = "too slow, " + std::to_string(file_->size()) + " bytes by now";
+      return result;
+    }
     if (!patient_ || !fetch::isTransient(result)) return result;
     failures = result.bytes > 0 ? 1 : failures + 1;  // where something came it is worth more
     const double random = std::uniform_real_distribution<>(0, 1)(random_);
@@ -146,7 +154,8 @@ fetch::Result PatientTransport::persist(const std::string& url, const Attempt& a
     QDLOG(ROOT, WRN,
           "Request " << url << " failed : " << describe(result) << " - again in " << time->count()
                      << " ms");
-    if (!fetch::pauseFor(*time, [this] { return !watcher_ || watcher_(0); })) return result;
+    const auto goesOn = [this] { return (!watcher_ || watcher_(0)) && !hasHadItsShare(); };
+    if (!fetch::pauseFor(*time, goesOn)) return result;
   }
 }
 
@@ -162,7 +171,14 @@ bool PatientTransport::watch(std::uint64_t expected) noexcept {
     }
     lastTenth_ = tenth;
   }
-  return !watcher_ || watcher_(come);
+  return (!watcher_ || watcher_(come)) && !hasHadItsShare();
+}
+
+bool PatientTransport::hasHadItsShare() const {
+  if (!sharing_ || file_ == nullptr) return false;
+  const auto taken = std::chrono::duration_cast<milliseconds>(Clock::now() - begun_);
+  const std::uint64_t size = std::min(file_->size(), wanted_);
+  return !fetch::mayGoOn(taken, timeLeft(), size - std::min(size, begunAt_), wanted_ - size);
 }
 
 std::string PatientTransport::addressOf(const std::string& url) const {

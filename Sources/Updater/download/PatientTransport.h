@@ -40,6 +40,10 @@ class PatientTransport : public HttpTransport {
   int download(const std::string& url, int fd, const std::string& path, unsigned long long limit,
                Headers& headers) override;
   void setPatient(bool patient) override { patient_ = patient; }
+  /// Half of the time that is left is such a download's own; more of it as long as it comes fast
+  /// enough to end in time.
+  void setSharing(bool sharing) override { sharing_ = sharing; }
+  [[nodiscard]] bool wasResumed() const override { return resumed_; }
   /// Empty where it was not wanted.
   [[nodiscard]] std::string md5() const override { return md5_; }
   [[nodiscard]] std::string sha256() const override { return sha256_; }
@@ -56,6 +60,7 @@ class PatientTransport : public HttpTransport {
   fetch::Result resume(fetch::Transfer& transfer, class PartialFile& file,
                        const fetch::Request& whole);
   bool watch(std::uint64_t expected) noexcept;
+  [[nodiscard]] bool hasHadItsShare() const;
   [[nodiscard]] std::string addressOf(const std::string& url) const;
   [[nodiscard]] std::chrono::milliseconds timeLeft() const;
   int judge(const std::string& url, const fetch::Result& result, Headers& headers);
@@ -68,8 +73,13 @@ class PatientTransport : public HttpTransport {
   std::minstd_rand random_{std::random_device{}()};
 
   bool patient_ = true;
+  bool sharing_ = false;
+  bool resumed_ = false;
   RunningDigests::Kinds digests_;
-  const class PartialFile* file_ = nullptr;  ///< that is being downloaded
+  const class PartialFile* file_ = nullptr;      ///< that is being downloaded
+  std::uint64_t wanted_ = 0;                     ///< its bytes
+  std::uint64_t begunAt_ = 0;                    ///< those that were there when the download
+  std::chrono::steady_clock::time_point begun_;  ///< was begun
   std::uint64_t resumedAt_ = 0;
   std::uint64_t lastTenth_ = 0;
   std::string md5_;

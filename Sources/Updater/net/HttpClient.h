@@ -22,6 +22,10 @@ class HttpTransport {
                        unsigned long long limit, Headers& headers) = 0;
   /// Whether what fails for a moment only is asked again; so it is at the beginning.
   virtual void setPatient(bool patient) = 0;
+  /// Whether downloads leave time for somebody who comes after; at the beginning they do not.
+  virtual void setSharing(bool sharing) = 0;
+  /// Whether the latest download went on with what an earlier one had brought.
+  [[nodiscard]] virtual bool wasResumed() const = 0;
   /// The digests of what was downloaded last, computed as it came.
   [[nodiscard]] virtual std::string md5() const = 0;
   [[nodiscard]] virtual std::string sha256() const = 0;
@@ -75,6 +79,14 @@ class HttpClient {
   void setPatient(bool patient) {
     if (transport != nullptr) transport->setPatient(patient);
   }
+
+  /// Whether downloads by another's hand leave time for somebody who comes after.
+  void setSharing(bool sharing) {
+    if (transport != nullptr) transport->setSharing(sharing);
+  }
+
+  /// Whether the latest download by another's hand went on with what an earlier one had brought.
+  [[nodiscard]] bool downloadWasResumed() const { return transport && transport->wasResumed(); }
 
   /// The digests of the latest download by another's hand; empty: they are not known here.
   [[nodiscard]] std::string md5OfDownload() const { return transport ? transport->md5() : ""; }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -165,6 +166,14 @@ class Updater {
   // Parts of obtainPackage. downloadOnce returns Done, TransferFailed, WrongSize or WrongDigest.
   Stop downloadVerified(UpdateRun& run);
   Stop downloadSigned(UpdateRun& run);
+
+  /// From an address; Done, TransferFailed, or NotTrusted where it is another file.
+  using Download = std::function<UpdateResult(const std::string& address)>;
+
+  /// Downloads the release from the first server that has it. `isLast`: nothing is downloaded
+  /// after it.
+  UpdateResult askServers(const UpdateRun& run, const SignedRelease& release, bool isLast,
+                          const Download& download);
   UpdateResult downloadSignedFrom(const std::string& address, UpdateRun& run);
   UpdateResult downloadOnce(UpdateRun& run);
   UpdateResult verifyDigest(UpdateRun& run);

@@ -203,28 +203,44 @@ void Updater::fillFromRelease(UpdateRun& run) {
   logParameters(setup);
 }
 
-/// From the first server that has the signed file. One that has no answer for the moment is waited
-/// for when no other has it.
 Updater::Stop Updater::downloadSigned(UpdateRun& run) {
-  std::vector<std::string> left = run.repository->addressesOf(*run.release);
+  const UpdateResult result = askServers(run, *run.release, true, [&](const std::string& address) {
+    return downloadSignedFrom(address, run);
+  });
+  if (result == UpdateResult::Done) return std::nullopt;
+  if (result == UpdateResult::NotTrusted) {
+    run.message = "the package is not the one that was signed";
+  }
+  return result;
+}
+
+/// One that has no answer for the moment, or is too slow, is waited for when no other has the file.
+UpdateResult Updater::askServers(const UpdateRun& run, const SignedRelease& release, bool isLast,
+                                 const Download& download) {
+  std::vector<std::string> left = run.repository->addressesOf(release);
+  const bool isAlone = left.size() == 1;
   bool refused = false;
   for (const bool patient : {false, true}) {
-    if (!patient && left.size() == 1) continue;
+    if (!patient && isAlone) continue;
     std::vector<std::string> failed;
     for (const std::string& address : left) {
+      const bool isLastOfAll = isLast && patient && &address == &left.back();
       httpClient.setPatient(patient);
-      const UpdateResult result = downloadSignedFrom(withoutPassword(address), run);
+      httpClient.setSharing(!isAlone && !isLastOfAll);
+      UpdateResult result = download(withoutPassword(address));
+      if (result == UpdateResult::NotTrusted && !isAlone && httpClient.downloadWasResumed()) {
+        result = download(withoutPassword(address));  // the fault may be in what another began
+      }
       httpClient.setPatient(true);
-      if (result == UpdateResult::Done) return std::nullopt;
+      httpClient.setSharing(false);
+      if (result == UpdateResult::Done) return result;
       if (run.isInterrupted()) return UpdateResult::TransferFailed;
       refused = refused || result == UpdateResult::NotTrusted;
       if (result == UpdateResult::TransferFailed) failed.push_back(address);
     }
     left = std::move(failed);
   }
-  if (!refused) return UpdateResult::TransferFailed;
-  run.message = "the package is not the one that was signed";
-  return UpdateResult::NotTrusted;
+  return refused ? UpdateResult::NotTrusted : UpdateResult::TransferFailed;
 }
 
 UpdateResult Updater::downloadSignedFrom(const std::string& address, UpdateRun& run) {

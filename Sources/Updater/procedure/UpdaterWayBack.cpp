@@ -82,7 +82,6 @@ std::string Updater::findWayBack(UpdateRun& run) {
   return "no package of " + version + " that could be verified was found";
 }
 
-/// From the first server that has the signed file.
 bool Updater::fetchFormer(UpdateRun& run, const SignedRelease& former) {
   const std::string path = run.keep.pathOf(kIncoming);
   ScopedFd fd;
@@ -93,15 +92,17 @@ bool Updater::fetchFormer(UpdateRun& run, const SignedRelease& former) {
   }
   QDLOG(ROOT, NFY, "Fetching the version that runs, for the way back");
   httpClient.setDownloadLimit(former.file.length);
-  std::string sha256;
-  for (const std::string& address : run.repository->addressesOf(former)) {
-    const int r = httpClient.download(withoutPassword(address), fd.get(), run.headers, path);
-    sha256 = r == 0 ? httpClient.sha256OfDownload() : "";
-    if (sha256 == former.sha256() || run.isInterrupted()) break;
-  }
+  const auto download = [&](const std::string& address) {
+    const int r = httpClient.download(address, fd.get(), run.headers, path);
+    if (r != 0 && !httpClient.downloadWasTooLong()) return UpdateResult::TransferFailed;
+    const bool isIt = r == 0 && httpClient.sha256OfDownload() == former.sha256();
+    return isIt ? UpdateResult::Done : UpdateResult::NotTrusted;
+  };
+  const UpdateResult result = askServers(run, former, false, download);
   run.recorder->progress(0);  // the package that counts is still to come
-  if (!sha256.empty() && sha256 == former.sha256()) {
-    return keep(run, path, describe(run.installed, distrib, sha256, httpClient.md5OfDownload()));
+  if (result == UpdateResult::Done && !former.sha256().empty()) {
+    return keep(run, path,
+                describe(run.installed, distrib, former.sha256(), httpClient.md5OfDownload()));
   }
   ::unlink(path.c_str());
   return false;
