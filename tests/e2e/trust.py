@@ -169,8 +169,9 @@ def rows() -> list[Row]:
         row("TriesTheMirrors", "guarded", drive=mirrored),
         row("TriesTheMirrorsBeforeItWaits", "guarded", drive=functools.partial(mirrored, name="busy"), checks=[
             lambda _, outcome: ["waited"] * any("again in" in line for line in outcome.log)]),
-        *(row(f"LeavesASlowServer{word}", "guarded", config=HASTE, drive=functools.partial(mirrored, name=name), checks=[
-            logged("Resuming the download at")]) for word, name in (("", "slow good"), ("ThatLies", "slow forged"))),
+        *(row(name, "guarded", config=HASTE, drive=functools.partial(mirrored, name=first), checks=[
+            logged("Resuming the download at")])
+          for name, first in (("LeavesASlowServer", "slow good"), ("LeavesASlowServerThatLies", "slow forged"))),
         row("LeavesASlowServerOfTheWayBack", "former", drive=functools.partial(mirrored, name="slow former"),
             **AILS | {"status": 26, "config": AILS["config"] + HASTE}),
         row("FindsNoSuchChannel", config='channel = "other"\n', outcome="up-to-date", calls="",
