@@ -134,7 +134,7 @@ dpkg-deb --field {keep} Package Version Installed-Size Pre-Depends Depends
 row = partial(Row, config="", commands=DATABASE, prepare=installed(), blocks=BLOCKS | BLOCKS_WITH_FILE)
 
 RUNS = [
-    row("Updates", calls="{ask} | {fits} | {stop} | {install} | {start} | {ask}", files="agent_upd.log",
+    row("Updates", calls="{ask} | {fits} | {ask} | {stop} | {install} | {start} | {ask}", files="agent_upd.log",
         has="NFY Unpacking | NFY Remove lock file", check=both(
             tells(GOOD), lambda run, _: difference("partial", os.listdir(state(run, "partial")), []))),
     row("FindsNothingNewer", version="7.2.1.15", status=0, calls="", check=tells(
@@ -177,6 +177,8 @@ FITS = [
     row("OnHold", status=21, calls="{ask}", requests="{GET version}", prepare=installed("hi |7.2.0.1"),
         check=tells({"cause": "deferred", "outcome": "deferred", "message":
                      "the package qdagent is on hold; apt-mark unhold qdagent ends that"})),
+    row("OnHoldSinceItBegan", status=21, calls="{ask} | {fits} | {ask}", prepare=both(installed(), drop_in(
+        "hooks/before-1", 'echo "hi |7.2.0.1" >$TMPDIR/../installed'))),
     row("NoRoomForTheDownload", config="install.reserve = '900000GiB'", status=22, calls="{ask}",
         requests="{HEAD}", check=tells({"cause": "no-room"})),
     row("NoRoomForTheInstallation", commands=dpkg(field="Package: qdagent\nInstalled-Size: 99999999999999"),
@@ -285,8 +287,8 @@ BACK_AGAIN = {"status": 26, "cause": "rolled-back", "outcome": "rolled-back", "p
 NOTHING = "no package of 7.2.0.1 that could be verified was found"
 ROLLBACKS = [
     BACK_TO("RollsBack", status=26, prepare=both(installed(), kept()), check=both(keeps("7.2.0.1", "7.2.0.0"), tells(
-        BACK_AGAIN)), calls="{ask} | {fits} | {fits back} | {has timer} | {stop} | {install} | {start} | {ask} | "
-            "{show} | {stop} | {put back} | {start} | {ask} | {show} | {ends timer}"),
+        BACK_AGAIN)), calls="{ask} | {fits} | {fits back} | {ask} | {has timer} | {stop} | {install} | {start} | "
+            "{ask} | {show} | {stop} | {put back} | {start} | {ask} | {show} | {ends timer}"),
     *(BACK_TO(f"KeepsAtMost{most}", status=0, commands=unit(RUNNING), prepare=both(installed(), kept()),
               config=f"health = {{settle = '0s', keep = {most}}}", check=keeps(*versions))
       for most, versions in ((0, ["7.2.1.15"]), (2, ["7.2.1.15", "7.2.0.1"]))),

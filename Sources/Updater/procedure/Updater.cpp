@@ -116,6 +116,7 @@ UpdateResult Updater::perform(const std::string& url, UpdateRun& run) try {
       {Phase::Prepare, &Updater::checkHealthBefore},
       {Phase::Prepare, &Updater::prepareWayBack},
       {Phase::Prepare, &Updater::lockPackageManager},
+      {Phase::Prepare, &Updater::checkHold},  // it may have been wanted since
       {Phase::Prepare, &Updater::checkGatesAgain},
       {Phase::Prepare, &Updater::openWindow},
       {Phase::Stop, &Updater::replaceAgent},

@@ -18,7 +18,7 @@ bool Updater::prepares(const UpdateRun& run) const {
 }
 
 Updater::Stop Updater::checkHold(UpdateRun& run) {
-  if (!prepares(run)) return std::nullopt;
+  if (!prepares(run) || distrib != utils::DistribDeb) return std::nullopt;
   const auto agent = utils::queryInstalledAgent(distrib);
   if (!agent || !agent->isOnHold()) return std::nullopt;
   run.message = "the package qdagent is on hold; apt-mark unhold qdagent ends that";
