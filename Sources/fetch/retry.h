@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "fetch/Transfer.h"
 
@@ -19,6 +20,10 @@ bool isTransient(const Result& result);
 std::optional<std::chrono::milliseconds> pauseAfter(unsigned int failures,
                                                     std::optional<std::chrono::seconds> wanted,
                                                     double random, std::chrono::milliseconds left);
+
+/// Told of each pause before a request is sent again: why it failed, in a sentence, and how long
+/// the pause is. It must not throw.
+using PauseListener = std::function<void(const std::string& why, std::chrono::milliseconds time)>;
 
 /// Whether a download is worth the time that somebody else could have in its place: it has taken
 /// no more than half of all, or would end in the time that is `left`, were the `missing` bytes as

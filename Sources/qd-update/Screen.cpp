@@ -109,6 +109,14 @@ void RunDisplay::showProgress(const RunRecord& record) {
   screen_.drawLast(progressLine(screen_.width(), record.bytes, record.size, rate));
 }
 
+void RunDisplay::showPause(const std::string& why, std::chrono::milliseconds time) noexcept try {
+  using std::chrono::system_clock;
+  const std::time_t at = system_clock::to_time_t(system_clock::now() + time);
+  screen_.drawLast(fitted(pauseText(why, at), screen_.width() - 1));
+} catch (...) {
+  // Showing it is worth less than doing it.
+}
+
 void ScreenLog::log(unsigned int pid, unsigned long long threadId, const char* module,
                     const char* level, const char* file, int line, const char* func,
                     const char* message) {

@@ -43,6 +43,9 @@ class RunDisplay {
 
   void show(const RunRecord& record);
 
+  /// A request failed, and is sent again after `time`: the last line, until something else happens.
+  void showPause(const std::string& why, std::chrono::milliseconds time) noexcept;
+
  private:
   using Clock = std::chrono::steady_clock;
 

@@ -40,7 +40,7 @@ std::string explain(UpdateResult result, const UpdateRun& run, const PatientTran
 }
 
 void askServer(Settings settings, const RunPlaces& places, const std::vector<BadVersion>& bad,
-               Findings& found) {
+               const fetch::PauseListener& onPause, Findings& found) {
   // Somebody waits for the answer.
   settings.fetch.deadline = std::min(settings.fetch.deadline, std::chrono::seconds(30));
   const LastError lastError;
@@ -54,9 +54,11 @@ void askServer(Settings settings, const RunPlaces& places, const std::vector<Bad
   run.installedText = found.installed;
   run.bad = bad;
   run.server = settings.server;
+  run.onPause = onPause;
   PatientTransport requests(settings.fetch, settings.serversFrom(settings.server),
                             settings.fetch.deadline);
   requests.setWatcher([](unsigned long long) { return !Interrupts::came(); });
+  requests.setPauseListener(onPause);
   Updater updater(false);
   updater.httpClient.setTransport(&requests);
   found.result = updater.checkOnly(withoutPassword(settings.server), run);
@@ -89,7 +91,13 @@ Findings find(const Job& job) {
     found.message = kNoAgent;
     return found;
   }
-  askServer(*read.settings, job.places, bad, found);
+  fetch::PauseListener onPause;
+  RunDisplay display(job.screen);
+  if (!job.options.json) {
+    onPause = [&display](const std::string& why, auto time) { display.showPause(why, time); };
+  }
+  askServer(*read.settings, job.places, bad, onPause, found);
+  job.screen.clearLast();
   if (found.result == UpdateResult::UpdateAvailable) {
     found.obstacles = obstaclesNow(job.places, found.bytes, read.settings->install.reserve);
   }

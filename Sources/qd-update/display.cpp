@@ -72,6 +72,11 @@ std::string lineOf(const std::vector<Column>& columns, std::size_t row, bool tit
   return line.substr(0, line.find_last_not_of(' ') + 1);
 }
 
+std::string timeText(std::time_t time, const char* format) {
+  char text[64];
+  return {text, osal_formatLocalTime(time, format, text, sizeof text)};
+}
+
 }  // namespace
 
 std::string bytesText(std::uint64_t bytes) {
@@ -99,10 +104,11 @@ std::string clockText(std::uint64_t seconds) {
 }
 
 std::string localText(std::time_t time) {
-  char text[64];
-  const std::size_t length =
-      time == 0 ? 0 : osal_formatLocalTime(time, "%Y-%m-%d %H:%M", text, sizeof text);
-  return {text, length};
+  return time == 0 ? std::string() : timeText(time, "%Y-%m-%d %H:%M");
+}
+
+std::string pauseText(const std::string& why, std::time_t at) {
+  return "Again at " + timeText(at, "%H:%M:%S") + ": " + why;
 }
 
 std::string progressLine(std::size_t width, std::uint64_t bytes, std::uint64_t size,

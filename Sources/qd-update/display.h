@@ -27,6 +27,9 @@ std::string progressLine(std::size_t width, std::uint64_t bytes, std::uint64_t s
 /// What a run does in this phase, for a line of its own; empty for those that need none.
 std::string phaseText(Phase phase, const std::string& version);
 
+/// That a request failed, and is sent again at that time.
+std::string pauseText(const std::string& why, std::time_t at);
+
 /// How a run ended, in a sentence.
 std::string outcomeText(const RunRecord& record);
 

@@ -87,6 +87,7 @@ int runUpdate(const Job& job) {
   ConfiguredRun run(std::move(settings), job.places);
   if (job.screen.isTerminal() && !job.options.quiet && !job.options.json) {
     run.observer = [&display](const RunRecord& record) { display.show(record); };
+    run.onPause = [&display](const std::string& why, auto time) { display.showPause(why, time); };
   }
   const int status = run.perform(request);
   tellEnd(job, run.record());

@@ -5,7 +5,6 @@
 
 #include "Updater/download/PartialFile.h"
 #include "Updater/download/contentRange.h"
-#include "fetch/retry.h"
 #include "logging/QDLog.h"
 
 using std::chrono::milliseconds;
@@ -19,6 +18,13 @@ constexpr std::uint64_t kSmallestBuffer = std::uint64_t{16} * 1024;
 std::string describe(const fetch::Result& result) {
   if (result.error == CURLE_OK) return "[" + std::to_string(result.status) + "]";
   return "[" + std::to_string(static_cast<int>(result.error)) + "] -> " + result.message;
+}
+
+/// For people.
+std::string sentenceOf(const std::string& url, const fetch::Result& result) {
+  return "cannot get " + url + ": " +
+         (result.error == CURLE_OK ? "the server answers " + std::to_string(result.status)
+                                   : result.message);
 }
 
 }  // namespace
@@ -154,6 +160,7 @@ fetch::Result PatientTransport::persist(const std::string& url, const Attempt& a
     QDLOG(ROOT, WRN,
           "Request " << url << " failed : " << describe(result) << " - again in " << time->count()
                      << " ms");
+    if (onPause_) onPause_(sentenceOf(url, result), *time);
     const auto goesOn = [this] { return (!watcher_ || watcher_(0)) && !hasHadItsShare(); };
     if (!fetch::pauseFor(*time, goesOn)) return result;
   }
@@ -197,9 +204,7 @@ int PatientTransport::judge(const std::string& url, const fetch::Result& result,
   headers = result.headers;
   failure_.clear();
   if (result.error == CURLE_OK && result.status == 200) return 0;
-  failure_ = "cannot get " + url + ": " +
-             (result.error == CURLE_OK ? "the server answers " + std::to_string(result.status)
-                                       : result.message);
+  failure_ = sentenceOf(url, result);
   QDLOG(ROOT, ERR, "Request " << url << " failed : " << describe(result));
   return result.error == CURLE_OK && result.status != 0 ? static_cast<int>(result.status) : -1;
 }

@@ -11,6 +11,7 @@
 #include "Updater/download/RunningDigests.h"
 #include "Updater/net/HttpClient.h"
 #include "fetch/Transfer.h"
+#include "fetch/retry.h"
 
 /// What the settings say of every request, all of which must have ended `deadline` from now on.
 fetch::Options fetchOptionsOf(const FetchSettings& settings, std::chrono::seconds deadline);
@@ -27,6 +28,9 @@ class PatientTransport : public HttpTransport {
 
   /// As HttpClient's.
   void setWatcher(HttpClient::Watcher watcher) { watcher_ = std::move(watcher); }
+
+  /// Empty: nobody is told.
+  void setPauseListener(fetch::PauseListener listener) { onPause_ = std::move(listener); }
 
   /// Downloads into this folder, made by openPartialFolder, go on in a later run.
   void setPartialFolder(std::string folder) { partialFolder_ = std::move(folder); }
@@ -69,6 +73,7 @@ class PatientTransport : public HttpTransport {
   std::vector<std::string> servers_;
   std::string partialFolder_;
   HttpClient::Watcher watcher_;
+  fetch::PauseListener onPause_;
   std::unique_ptr<fetch::Transfer> transfer_;
   std::minstd_rand random_{std::random_device{}()};
 

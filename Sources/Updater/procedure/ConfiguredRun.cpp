@@ -209,6 +209,8 @@ std::unique_ptr<PatientTransport> ConfiguredRun::transport(const RunRequest& req
     if (bytes > 0) recorder_->progress(bytes);
     return !Interrupts::came();
   });
+  requests->setPauseListener(onPause);
+  run.onPause = onPause;
   if (folder_.isOpen()) run.downloadFolder = openPartialFolder(folder_.path());
   // Records without room never keep an update from running: the temporary folder may have some.
   const auto free = utils::freeBytes(run.downloadFolder);

@@ -41,6 +41,9 @@ class ConfiguredRun {
   /// Called at each phase and whenever bytes came. Set before `perform`.
   std::function<void(const RunRecord&)> observer;
 
+  /// Told of pauses before requests that are sent again. Set before `perform`.
+  fetch::PauseListener onPause;
+
   /// The update. Returns the exit status of the process. No std::exception leaves it.
   int perform(const RunRequest& request);
 

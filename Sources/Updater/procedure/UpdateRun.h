@@ -22,6 +22,7 @@
 #include "Updater/terms/UpdateResult.h"
 #include "Updater/terms/Version.h"
 #include "Updater/trust/SignedReleases.h"
+#include "fetch/retry.h"
 
 /// What the steps of one update hand on to each other.
 struct UpdateRun {
@@ -43,6 +44,7 @@ struct UpdateRun {
   // What a run with a settings file has besides; the other has none of it.
   const Settings* settings = nullptr;
   Recorder* recorder = nullptr;
+  fetch::PauseListener onPause;     ///< may be empty
   CommandOutput* output = nullptr;  ///< takes what commands print
   WindowKeeper* window = nullptr;   ///< stands while the agent is being replaced
   std::vector<std::string> hooks;

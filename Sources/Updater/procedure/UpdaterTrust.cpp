@@ -55,6 +55,7 @@ Updater::Stop Updater::chooseRelease(UpdateRun& run) {
   run.repository = std::make_unique<SignedReleases>(
       run.trustFolder, run.settings->serversFrom(run.server.empty() ? serverUrl : run.server),
       options);
+  run.repository->setPauseListener(run.onPause);
   run.message = run.repository->establishRoot(run.settings->trust->root);
   if (!run.message.empty()) {
     QDLOG(ROOT, ERR, "Configuration : " << run.message);

@@ -12,7 +12,6 @@
 
 #include "Updater/config/settingValues.h"
 #include "Updater/trust/trustedRoot.h"
-#include "fetch/retry.h"
 #include "logging/QDLog.h"
 #include "tuf/Client.h"
 #include "tuf/Error.h"
@@ -127,6 +126,7 @@ TrustFailure SignedReleases::refresh(bool patient) {
                                          std::uniform_real_distribution<>(0, 1)(random), left);
     if (!pause) return std::move(attempt.failure);
     QDLOG(ROOT, WRN, attempt.failure.text << " - again in " << pause->count() << " ms");
+    if (onPause_) onPause_(attempt.failure.text, *pause);
     if (!fetch::pauseFor(*pause, goesOn)) return std::move(attempt.failure);
   }
 }

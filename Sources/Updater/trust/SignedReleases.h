@@ -3,10 +3,12 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Updater/rollout/Release.h"
 #include "fetch/Transfer.h"
+#include "fetch/retry.h"
 #include "tuf/metadata.h"
 
 /// A release with the file that it is.
@@ -45,6 +47,9 @@ class SignedReleases {
   SignedReleases(std::string folder, std::vector<std::string> servers, fetch::Options options);
   ~SignedReleases();
 
+  /// Empty: nobody is told.
+  void setPauseListener(fetch::PauseListener listener) { onPause_ = std::move(listener); }
+
   /// Puts the root of the file in place where the folder has none yet. Returns what is wrong with
   /// it, in a sentence; empty when a root is there.
   std::string establishRoot(const std::string& rootFile);
@@ -77,6 +82,7 @@ class SignedReleases {
   std::string folder_;
   std::vector<std::string> servers_;
   fetch::Options options_;
+  fetch::PauseListener onPause_;
   std::unique_ptr<Session> session_;
   std::vector<SignedRelease> releases_;
 };
