@@ -9,6 +9,11 @@ using std::chrono::duration;
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
+std::string reasonOf(const Result& result) {
+  return result.error == CURLE_OK ? "the server answers " + std::to_string(result.status)
+                                  : result.message;
+}
+
 bool isTransient(const Result& result) {
   switch (result.error) {
     case CURLE_OK:

@@ -21,8 +21,11 @@ std::optional<std::chrono::milliseconds> pauseAfter(unsigned int failures,
                                                     std::optional<std::chrono::seconds> wanted,
                                                     double random, std::chrono::milliseconds left);
 
-/// Told of each pause before a request is sent again: why it failed, in a sentence, and how long
-/// the pause is. It must not throw.
+/// Why there is no good answer, for people, without the address.
+std::string reasonOf(const Result& result);
+
+/// Told of each pause before a request is sent again: why it failed, as above, and how long the
+/// pause is. It must not throw.
 using PauseListener = std::function<void(const std::string& why, std::chrono::milliseconds time)>;
 
 /// Whether a download is worth the time that somebody else could have in its place: it has taken

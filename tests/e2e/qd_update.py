@@ -177,9 +177,9 @@ RUN = [
     on_terminal("TerminalBecomesNarrower", 80, "{begun} | {whole}",
                 script={DEB: paced({5: sees("{begun} | BAR  BYTES"), 6: lambda run: run.terminal.resize(40),
                                     8: sees("{begun} | BAR")})}),
-    *(on_terminal(f"{name.title()}OnATerminalTellsOfRetries", 200, out, [name], status=status, script={
+    *(on_terminal(f"{name.title()}OnATerminalTellsOfRetries", 80, out, [name], status=status, script={
         VERSION: [503, lambda _, run: sees(run.texts["retry"])(run) or "7.2.1.15", "7.2.1.15"]}, texts={
-            "retry": f"{begun}Again at TIME: cannot get {{F}}/version_long.txt: the server answers 503"})
+            "retry": begun + "Again at TIME: the server answers 503"})
       for name, begun, status, out in (("run", "Checking for an update | ", 0, "{begun} | {whole}"), (
           "check", "", 100, "{found} | An update is available. `qd-update run` would install it now."))),
     on_terminal("RunOnATerminalIsInterrupted", 80, status=29, script={DEB: paced({4: interrupt})},

@@ -20,13 +20,6 @@ std::string describe(const fetch::Result& result) {
   return "[" + std::to_string(static_cast<int>(result.error)) + "] -> " + result.message;
 }
 
-/// For people.
-std::string sentenceOf(const std::string& url, const fetch::Result& result) {
-  return "cannot get " + url + ": " +
-         (result.error == CURLE_OK ? "the server answers " + std::to_string(result.status)
-                                   : result.message);
-}
-
 }  // namespace
 
 fetch::Options fetchOptionsOf(const FetchSettings& settings, std::chrono::seconds deadline) {
@@ -160,7 +153,7 @@ fetch::Result PatientTransport::persist(const std::string& url, const Attempt& a
     QDLOG(ROOT, WRN,
           "Request " << url << " failed : " << describe(result) << " - again in " << time->count()
                      << " ms");
-    if (onPause_) onPause_(sentenceOf(url, result), *time);
+    if (onPause_) onPause_(fetch::reasonOf(result), *time);
     const auto goesOn = [this] { return (!watcher_ || watcher_(0)) && !hasHadItsShare(); };
     if (!fetch::pauseFor(*time, goesOn)) return result;
   }
@@ -204,7 +197,7 @@ int PatientTransport::judge(const std::string& url, const fetch::Result& result,
   headers = result.headers;
   failure_.clear();
   if (result.error == CURLE_OK && result.status == 200) return 0;
-  failure_ = sentenceOf(url, result);
+  failure_ = "cannot get " + url + ": " + fetch::reasonOf(result);
   QDLOG(ROOT, ERR, "Request " << url << " failed : " << describe(result));
   return result.error == CURLE_OK && result.status != 0 ? static_cast<int>(result.status) : -1;
 }

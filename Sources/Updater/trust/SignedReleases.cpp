@@ -70,11 +70,13 @@ struct SignedReleases::Attempt {
   TrustFailure failure;
   bool transient = false;                        ///< one of them may have an answer a little later
   std::optional<std::chrono::seconds> wanted{};  ///< how long the least patient asks to wait
+  std::string reason{};                          ///< why the latest of them has none
 
   void note(const fetch::Result& last) {
     if (!fetch::isTransient(last)) return;
     wanted = transient ? std::min(wanted, last.retryAfter) : last.retryAfter;
     transient = true;
+    reason = fetch::reasonOf(last);
   }
 };
 
@@ -126,7 +128,7 @@ TrustFailure SignedReleases::refresh(bool patient) {
                                          std::uniform_real_distribution<>(0, 1)(random), left);
     if (!pause) return std::move(attempt.failure);
     QDLOG(ROOT, WRN, attempt.failure.text << " - again in " << pause->count() << " ms");
-    if (onPause_) onPause_(attempt.failure.text, *pause);
+    if (onPause_) onPause_(attempt.reason, *pause);
     if (!fetch::pauseFor(*pause, goesOn)) return std::move(attempt.failure);
   }
 }
