@@ -16,7 +16,7 @@ from functools import partial
 import pyte
 
 from harness import Answer, Outcome, Row, blocks, difference, items, main, read, state, write
-from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, VERSION
+from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, SUM, VERSION
 from settings import BLOCKS_WITH_FILE, DATABASE, PAST, bad, both, drop_in, installed, lock, tells
 
 DIED = PAST | {"phase": "install", "outcome": "running", "ended": None,
@@ -128,8 +128,9 @@ row = partial(Row, config="server = '{S}'", commands=DATABASE, prepare=installed
 """))
 
 CHECK = [
-    row("CheckFindsAnUpdate", args=["check"], env={"LANG": "not_HERE.UTF-8"}, status=100, requests="{GET version}",
-        calls="{ask} | {ask} | dpkg-query --listfiles qdagent", files="", check=leaves_nothing,
+    row("CheckFindsAnUpdate", args=["check"], env={"LANG": "not_HERE.UTF-8"}, status=100, files="",
+        requests="{GET version} | GET {folder}/{hash file}", calls="{ask} | {ask} | dpkg-query --listfiles qdagent",
+        check=leaves_nothing,
         err="", out="{found} | An update is available. `qd-update run` would install it now."),
     row("CheckFindsNothingNewer", args=["check", "--installed", "7.2.1.15"], version="7.2.1.15", calls="",
         prepare=both(records(PAST), drop_in("hooks/Before", "")), err="", out="{found} | Last run    2026-03-01 14:06, "
@@ -142,6 +143,8 @@ CHECK = [
                 "the package is on hold", "a run began less than an hour ago, ", "not enough room "])),
     row("CheckFails", {VERSION: 404}, args=["check"], status=2, check=leaves_nothing, out="Installed   7.2.0.1",
         err="cannot get {F}/version_long.txt: the server answers 404"),
+    row("CheckMissesTheDigest", {SUM: 404}, args=["check"], status=13, out="{found}",
+        err="without a digest nothing is installed: there is none at {F}/setup.deb.md5"),
     row("CheckKnowsABadVersion", args=["check"], status=25, prepare=both(installed(), bad(DIGEST)), out="{found}",
         err="7.2.1.15 is known as bad here since 2026-03-01T14:05:09Z: why; qd-update forgive 7.2.1.15 ends that"),
     row("ForgivesAVersion", args=["forgive", "7.2.1.15"], requests="", calls="", prepare=bad(DIGEST),

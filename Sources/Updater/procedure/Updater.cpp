@@ -134,7 +134,7 @@ UpdateResult Updater::checkOnly(const std::string& url, UpdateRun& run) try {
       {Phase::Check, &Updater::findTempDir},     {Phase::Check, &Updater::identifyArchitecture},
       {Phase::Check, &Updater::chooseRelease},   {Phase::Check, &Updater::chooseParameters},
       {Phase::Check, &Updater::compareVersions}, {Phase::Check, &Updater::checkKnownBad},
-      {Phase::Check, &Updater::checkGates},
+      {Phase::Check, &Updater::checkGates},      {Phase::Check, &Updater::fetchDigest},
   };
   serverUrl = url;
   const UpdateResult result = take(kSteps, run);

@@ -36,9 +36,9 @@ class Updater {
   /// The same with what the caller set in `run` and finds there afterwards.
   UpdateResult perform(const std::string& url, UpdateRun& run);
 
-  /// Asks the server alone: the first steps of the procedure. Done: the installed version is up to
-  /// date; UpdateAvailable: it is not, and `run.available` is the version to install. Changes
-  /// nothing and needs no rights. No std::exception leaves it.
+  /// Asks the server alone: the first steps of the procedure, and for the digest. Done: the
+  /// installed version is up to date; UpdateAvailable: it is not, and `run.available` is the
+  /// version to install. Changes nothing and needs no rights. No std::exception leaves it.
   UpdateResult checkOnly(const std::string& url, UpdateRun& run);
 
   /// Logs what a run is about to do.
