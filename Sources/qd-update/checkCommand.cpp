@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -63,9 +64,14 @@ void askServer(Settings settings, const RunPlaces& places, const std::vector<Bad
   updater.httpClient.setTransport(&requests);
   found.result = updater.checkOnly(withoutPassword(settings.server), run);
   if (run.available.isValid()) found.available = versionText(run.available);
-  found.cause = run.cause;
   found.bytes = run.expectedSize;
   found.deferredUntil = run.deferredUntil;
+  if (found.result == UpdateResult::InstallFailed) {  // it is there, without a digest
+    found.result = UpdateResult::UpdateAvailable;
+    found.obstacles.push_back(withoutPassword(run.message, settings.server));
+    return;
+  }
+  found.cause = run.cause;
   const std::string message = explain(found.result, run, requests, lastError);
   found.message = plainLine(withoutPassword(message, settings.server));
 }
@@ -99,7 +105,8 @@ Findings find(const Job& job) {
   askServer(*read.settings, job.places, bad, onPause, found);
   job.screen.clearLast();
   if (found.result == UpdateResult::UpdateAvailable) {
-    found.obstacles = obstaclesNow(job.places, found.bytes, read.settings->install.reserve);
+    std::ranges::move(obstaclesNow(job.places, found.bytes, read.settings->install.reserve),
+                      std::back_inserter(found.obstacles));
   }
   return found;
 }

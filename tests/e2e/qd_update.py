@@ -143,8 +143,9 @@ CHECK = [
                 "the package is on hold", "a run began less than an hour ago, ", "not enough room "])),
     row("CheckFails", {VERSION: 404}, args=["check"], status=2, check=leaves_nothing, out="Installed   7.2.0.1",
         err="cannot get {F}/version_long.txt: the server answers 404"),
-    row("CheckMissesTheDigest", {SUM: 404}, args=["check"], status=13, out="{found}",
-        err="without a digest nothing is installed: there is none at {F}/setup.deb.md5"),
+    row("CheckMissesTheDigest", {SUM: 404}, args=["check"], status=100, err="", out="{found} | An update is available. "
+        "`qd-update run` would not install it now: without a digest nothing is installed: there is none at "
+        "{F}/setup.deb.md5."),
     row("CheckKnowsABadVersion", args=["check"], status=25, prepare=both(installed(), bad(DIGEST)), out="{found}",
         err="7.2.1.15 is known as bad here since 2026-03-01T14:05:09Z: why; qd-update forgive 7.2.1.15 ends that"),
     row("ForgivesAVersion", args=["forgive", "7.2.1.15"], requests="", calls="", prepare=bad(DIGEST),

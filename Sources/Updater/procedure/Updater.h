@@ -38,7 +38,8 @@ class Updater {
 
   /// Asks the server alone: the first steps of the procedure, and for the digest. Done: the
   /// installed version is up to date; UpdateAvailable: it is not, and `run.available` is the
-  /// version to install. Changes nothing and needs no rights. No std::exception leaves it.
+  /// version to install, as it is with InstallFailed, where there is no digest. Changes nothing and
+  /// needs no rights. No std::exception leaves it.
   UpdateResult checkOnly(const std::string& url, UpdateRun& run);
 
   /// Logs what a run is about to do.
