@@ -192,7 +192,7 @@ std::string outcomeText(const RunRecord& record) {
 
 std::string fitted(std::string_view text, std::size_t width) {
   constexpr std::string_view kCut = "...";
-  const std::string result = plainLine(text);
+  std::string result = plainLine(text);
   if (columnsOf(result) <= width) return result;
   const std::size_t kept = width > kCut.size() ? width - kCut.size() : 0;
   std::size_t end = 0;
