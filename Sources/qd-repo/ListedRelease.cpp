@@ -42,6 +42,10 @@ std::string folderOf(const Release& release) {
   return std::string("linux/") + utils::agentArchToString(release.arch);
 }
 
+std::string nameOf(const ListedRelease& listed) {
+  return listed.path.substr(listed.path.rfind('/') + 1);
+}
+
 bool isFullyOut(const Release& release, UnixTime now, const std::string& channel) {
   const auto ramp = release.channels.find(channel);
   return !release.halted && ramp != release.channels.end() && shareAt(ramp->second, now) >= 1;

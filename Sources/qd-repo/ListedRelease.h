@@ -33,6 +33,9 @@ void setRelease(nlohmann::json& entry, const Release& release);
 /// "linux/amd64" or such: the folder of a release's packages.
 std::string folderOf(const Release& release);
 
+/// The last part of its path.
+std::string nameOf(const ListedRelease& listed);
+
 /// Whether all machines of a channel get it: it is not halted, and its ramp there has ended at
 /// 100 %. Those without signed metadata get what is so in "stable".
 bool isFullyOut(const Release& release, UnixTime now, const std::string& channel = "stable");

@@ -7,13 +7,13 @@
 std::string definitionOf(const std::vector<ListedRelease>& releases, UnixTime now) {
   nlohmann::ordered_json file = nlohmann::ordered_json::array();
   std::set<std::tuple<int, int, int>> seen;
-  for (const auto& [path, length, sha256, release] : releases) {  // highest first
+  for (const ListedRelease& listed : releases) {  // highest first
+    const Release& release = listed.release;
     if (!isFullyOut(release, now)) continue;
     if (!seen.emplace(release.os, release.arch, release.kind).second) continue;
-    const std::size_t slash = path.rfind('/');
-    const std::string name = path.substr(slash + 1);
+    const std::string name = nameOf(listed);
     file.push_back({{"name", versionText(release.version)},
-                    {"path", "/" + path.substr(0, slash)},
+                    {"path", "/" + listed.path.substr(0, listed.path.rfind('/'))},
                     {"setup", name},
                     {"version", name + ".version"},
                     {"hash", name + ".md5"},

@@ -90,8 +90,7 @@ std::string releaseRow(const ListedRelease& listed, const Ramp& ramp, UnixTime n
   return "<tr>" +
          cell("Version", "<strong>" + escaped(versionText(release.version)) + "</strong>") +
          cell("Platform", platform) + cell("Share", shareCell(release, ramp, now)) +
-         cell("Package", "<a href=\"" + escaped(listed.path) + "\">" +
-                             escaped(listed.path.substr(listed.path.rfind('/') + 1)) +
+         cell("Package", "<a href=\"" + escaped(listed.path) + "\">" + escaped(nameOf(listed)) +
                              "</a><br><code class=\"quiet\">" + listed.sha256 + "</code>") +
          "</tr>\n";
 }

@@ -47,12 +47,20 @@ void linkPlain(const fs::path& stored, const fs::path& plain) {
 void placePlain(const std::string& repository, const ListedRelease& listed,
                 const std::string& md5) {
   const fs::path plain = fs::path(repository) / listed.path;
-  const std::string name = plain.filename().string();
+  const std::string name = nameOf(listed);
   tuf::Folder folder(plain.parent_path().string());
   linkPlain(fs::path(repository) / "targets" / tufrepo::storedName(listed.path, listed.sha256),
             plain);
-  folder.write(name + ".version", versionText(listed.release.version) + "\n");
-  folder.write(name + ".md5", md5 + "  " + name + "\n");
+  folder.write(name + ".version", plainVersion(listed));
+  folder.write(name + ".md5", plainDigest(listed, md5));
+}
+
+std::string plainVersion(const ListedRelease& listed) {
+  return versionText(listed.release.version) + "\n";
+}
+
+std::string plainDigest(const ListedRelease& listed, const std::string& md5) {
+  return md5 + "  " + nameOf(listed) + "\n";
 }
 
 bool isPublishedName(const std::string& name) {

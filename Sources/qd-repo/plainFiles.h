@@ -15,6 +15,10 @@ void writePlainFiles(tufrepo::Repository& repository, std::time_t now);
 /// with a version and a digest file.
 void placePlain(const std::string& repository, const ListedRelease& listed, const std::string& md5);
 
+/// The content of these two files.
+std::string plainVersion(const ListedRelease& listed);
+std::string plainDigest(const ListedRelease& listed, const std::string& md5);
+
 /// Whether a file of this name is a package that was published, one that was not whole yet, or what
 /// `placePlain` puts beside it. Others' files have other names.
 bool isPublishedName(const std::string& name);

@@ -1,5 +1,6 @@
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -7,15 +8,15 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <set>
 #include <stdexcept>
-#include <tuple>
+#include <utility>
 
-#include "Updater/setup/utilsSetup.h"
 #include "ground/osal_scratch.h"
 #include "qd-repo/ListedRelease.h"
 #include "qd-repo/RepositoryFetcher.h"
 #include "qd-repo/commands.h"
+#include "qd-repo/definition.h"
+#include "qd-repo/plainFiles.h"
 #include "qd-repo/workplace.h"
 #include "tuf/Client.h"
 #include "tuf/Error.h"
@@ -43,6 +44,7 @@ class Audit {
     for (const auto& entry : client_.targets().files) checkCopies(entry.second);
     step([&] { releases_ = releasesIn(client_.targets()); });
     step([&] { checkRoles(); });
+    for (const ListedRelease& listed : releases_) step([&] { checkPlainFiles(listed); });
     step([&] { checkDefinition(); });
     step([&] { (void)needed("index.html"); });
     if (access_.isFolder) step([&] { checkNoPrivateKeys(); });
@@ -126,45 +128,41 @@ class Audit {
 
   /// What programs without signed metadata read must be what is signed.
   void checkDefinition() {
-    const auto file = nlohmann::json::parse(needed("agent_setup_def.json"));
+    const std::string text = needed("agent_setup_def.json");
     const UnixTime now{std::chrono::seconds(present())};
-    for (const nlohmann::json& element : file) {
-      step([&] { checkEntry(element.get<utils::AgentSetupDef>(), now); });
-    }
-    if (file.size() < offered(now)) {
+    if (text == definitionOf(releases_, now)) return;
+    // Not yet the present one, where a command ended before its last step or a ramp has ended
+    // since.
+    if (text == definitionOf(onceOffered(text), now)) {
       notes_.emplace_back("agent_setup_def.json is behind the metadata; refresh brings it up");
+    } else {
+      faults_.emplace_back("agent_setup_def.json is not what is signed: refresh writes it anew");
     }
   }
 
-  [[nodiscard]] std::size_t offered(UnixTime now) const {
-    std::set<std::tuple<int, int, int>> platforms;
-    for (const ListedRelease& listed : releases_) {
-      const Release& release = listed.release;
-      if (isFullyOut(release, now)) platforms.emplace(release.os, release.arch, release.kind);
+  /// The releases that a definition file names, as they were before any halt.
+  [[nodiscard]] std::vector<ListedRelease> onceOffered(const std::string& definition) const {
+    const auto file = nlohmann::json::parse(definition, nullptr, false);
+    std::vector<ListedRelease> named;
+    for (ListedRelease listed : releases_) {
+      const std::size_t slash = listed.path.rfind('/');
+      const bool isNamed = std::ranges::any_of(file, [&](const nlohmann::json& entry) {
+        return entry.is_object() && entry.value("setup", nlohmann::json()) == nameOf(listed) &&
+               entry.value("path", nlohmann::json()) == "/" + listed.path.substr(0, slash);
+      });
+      listed.release.halted = false;
+      if (isNamed) named.push_back(std::move(listed));
     }
-    return platforms.size();
+    return named;
   }
 
-  void checkEntry(const utils::AgentSetupDef& entry, UnixTime now) {
-    const std::string folder = entry.path.substr(entry.path.find_first_not_of('/')) + "/";
-    const std::string path = folder + entry.setup;
-    const auto target = client_.targets().files.find(path);
-    const ListedRelease* listed = nullptr;
-    for (const ListedRelease& release : releases_) {
-      if (release.path == path) listed = &release;
+  void checkPlainFiles(const ListedRelease& listed) {
+    const std::string md5 = checkBytes(listed.path, client_.targets().files.at(listed.path));
+    if (needed(listed.path + ".md5") != plainDigest(listed, md5)) {
+      faults_.push_back(listed.path + ".md5 is not the MD5 of " + listed.path);
     }
-    if (listed == nullptr || target == client_.targets().files.end()) {
-      throw std::runtime_error("agent_setup_def.json offers " + path + ", which is not signed");
-    }
-    if (!isFullyOut(listed->release, now)) {
-      notes_.push_back("agent_setup_def.json still offers " + path + "; refresh takes it back");
-    }
-    const std::string md5 = checkBytes(path, target->second);
-    if (needed(folder + entry.hash).substr(0, md5.size()) != md5) {
-      faults_.push_back(folder + entry.hash + " is not the MD5 of " + path);
-    }
-    if (!(Version(needed(folder + entry.version)) == listed->release.version)) {
-      faults_.push_back(folder + entry.version + " does not say the version of " + path);
+    if (needed(listed.path + ".version") != plainVersion(listed)) {
+      faults_.push_back(listed.path + ".version does not say the version of " + listed.path);
     }
   }
 

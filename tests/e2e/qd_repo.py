@@ -239,6 +239,7 @@ def audits(publisher):
     publisher.publish(OLD)
     whole = shutil.copytree(publisher.repo, publisher.folder / "whole", copy_function=os.link)
     plain = f"linux/amd64/qdagent_{OLD}.deb"
+    definition = (publisher.repo / "agent_setup_def.json").read_bytes()
     stored, second = (path.relative_to(publisher.repo) for path in publisher.repo.glob("targets/*/*/*"))
     for name, content, says in (
             (stored, b"forged", "has 6 bytes, not"),
@@ -246,7 +247,8 @@ def audits(publisher):
             (plain, b"forged", f"{plain} has 6 bytes"),
             (f"{plain}.md5", b"0" * 32, "is not the MD5"),
             (f"{plain}.version", b"1.1.1.1", "does not say the version"),
-            ("agent_setup_def.json", b"[]", "Note: agent_setup_def.json is behind"),
+            ("agent_setup_def.json", b"[]\n", "Note: agent_setup_def.json is behind"),
+            ("agent_setup_def.json", definition.replace(b"true", b"false"), "is not what is signed: refresh"),
             ("agent_setup_def.json", None, "agent_setup_def.json is missing"),
             ("index.html", None, "index.html is missing"),
             ("metadata/timestamp.json", b"{}", "timestamp.json is faulty: The member signatures"),
