@@ -18,7 +18,7 @@
 namespace fs = std::filesystem;
 
 void writePlainFiles(tufrepo::Repository& repository, std::time_t now) {
-  repository.mendRootCopy();
+  repository.mend();
   const auto releases = releasesIn(repository);
   repository.top().write("index.html", pageOf(repository, releases, now));
   repository.top().write("agent_setup_def.json",

@@ -9,7 +9,6 @@
 
 #include "tuf/Error.h"
 #include "tuf/naming.h"
-#include "tuf/threshold.h"
 #include "tuf/trustedSet.h"
 
 namespace tufrepo {
@@ -19,6 +18,9 @@ namespace fs = std::filesystem;
 using tuf::Version;
 
 constexpr std::uint64_t kMaxFile = std::uint64_t{64} << 20;
+constexpr const char* kTimestamp = "timestamp.json";
+/// The timestamp that takes its place with a root whose keys have signed it.
+constexpr const char* kWaiting = ".timestamp.json";
 
 std::string versioned(Version version, const std::string& role) {
   return std::to_string(version) + "." + role + ".json";
@@ -59,52 +61,38 @@ std::string Repository::read(const std::string& name, Json& content) const {
 void Repository::load() {
   const std::vector<Version> roots = versionsOf("root");
   if (roots.empty()) throw std::runtime_error("The repository has no metadata/1.root.json");
-  const std::string timestamp = read("timestamp.json", timestamp_);
-  const Version snapshotVersion = tuf::naming("metadata/timestamp.json", [&] {
-    return tuf::parseTimestamp(Json(timestamp_)).snapshot.version;
-  });
-  const std::string snapshot = read(versioned(snapshotVersion, "snapshot"), snapshot_);
-  const Version targetsVersion = tuf::naming("The snapshot", [&] {
-    return tuf::parseSnapshot(Json(snapshot_)).files.at("targets.json").version;
-  });
-  const std::string targets = read(versioned(targetsVersion, "targets"), targets_);
   const std::string newest = versioned(roots.back(), "root");
   tuf::naming("metadata/" + newest, [&] { take(file(newest)); });
-  // What is signed anew is what the keys' owner signed before, not what somebody has put there.
-  // Processes may have ended between a new root and the documents that its keys sign.
-  constexpr std::time_t kNothingHasExpired = 0;
-  for (auto version = roots.rbegin();; ++version) {
-    try {
-      tuf::TrustedSet trusted(file(versioned(*version, "root")), kNothingHasExpired);
-      trusted.updateTimestamp(timestamp);
-      trusted.updateSnapshot(snapshot);
-      trusted.updateTargets(targets);
-      if (version != roots.rbegin()) {
-        mending_ = Renewal{.targets = !isSigned(targets, "targets"),
-                           .snapshot = !isSigned(snapshot, "snapshot")};
-      }
-      break;
-    } catch (const tuf::Error& e) {
-      const bool mayBeOlder =
-          e.kind() == tuf::ErrorKind::Unsigned && std::next(version) != roots.rend();
-      if (!mayBeOlder) throw;
-    }
+  try {
+    take(file(newest), file(kTimestamp));
+  } catch (const tuf::Error& e) {
+    // A process may have ended between a root and the timestamp that goes with it.
+    const std::optional<std::string> waiting = metadata_.read(kWaiting, kMaxFile);
+    if (e.kind() != tuf::ErrorKind::Unsigned || !waiting) throw;
+    take(file(newest), *waiting);
+    waits_ = true;
   }
+}
+
+/// What is signed anew is what the owner of these keys signed before, not what somebody has put
+/// there, nor what a key has signed that was taken away.
+void Repository::take(const std::string& root, const std::string& timestamp) {
+  constexpr std::time_t kNothingHasExpired = 0;
+  tuf::TrustedSet trusted(root, kNothingHasExpired);
+  tuf::naming("metadata/timestamp.json", [&] {
+    trusted.updateTimestamp(timestamp);
+    timestamp_ = std::move(tuf::Envelope(timestamp).content);
+  });
+  const std::string snapshot = versioned(trusted.snapshotFile().version, "snapshot");
+  trusted.updateSnapshot(read(snapshot, snapshot_));
+  const std::string targets = versioned(trusted.targetsFile("targets").version, "targets");
+  trusted.updateTargets(read(targets, targets_));
 }
 
 void Repository::take(const std::string& root) {
   tuf::Envelope envelope(root);
   rootContent_ = envelope.content;
   root_ = tuf::parseRoot(std::move(envelope.content));
-}
-
-bool Repository::isSigned(const std::string& file, const std::string& role) const {
-  try {
-    tuf::requireThreshold(tuf::Envelope(file), root_.keys, root_.roles.at(role), role);
-    return true;
-  } catch (const tuf::Error&) {
-    return false;
-  }
 }
 
 void Repository::create(const std::string& folder, const Json& root, KeyRing& keys,
@@ -179,11 +167,11 @@ std::string Repository::write(Json& content, const std::string& role, Version ve
   content["version"] = version;
   content["expires"] = timeText(now + livesOf(rootContent_).at(role).count());
   std::string text = tuf::sign(content, signers.at(role));
-  metadata_.write(role == "timestamp" ? "timestamp.json" : versioned(version, role), text);
+  if (role != "timestamp") metadata_.write(versioned(version, role), text);
   return text;
 }
 
-void Repository::renewWith(const Signers& signers, const Renewal& renewal, std::time_t now) {
+std::string Repository::renewWith(const Signers& signers, const Renewal& renewal, std::time_t now) {
   if (renewal.targets) {
     const Version version = nextVersion("targets", targets_);
     snapshot_["meta"]["targets.json"] =
@@ -194,7 +182,7 @@ void Repository::renewWith(const Signers& signers, const Renewal& renewal, std::
     timestamp_["meta"]["snapshot.json"] =
         describe(version, write(snapshot_, "snapshot", version, signers, now));
   }
-  write(timestamp_, "timestamp", versionOf(timestamp_) + 1, signers, now);
+  return write(timestamp_, "timestamp", versionOf(timestamp_) + 1, signers, now);
 }
 
 namespace {
@@ -213,27 +201,22 @@ bool sameKeys(const tuf::Root& a, const tuf::Root& b, const char* role) {
 
 }  // namespace
 
-void Repository::renew(KeyRing& keys, const Renewal& asked, std::time_t now) {
-  const Renewal mending = mending_.value_or(Renewal{});
-  const Renewal renewal{.targets = asked.targets || mending.targets,
-                        .snapshot = asked.snapshot || mending.snapshot};
+void Repository::renew(KeyRing& keys, const Renewal& renewal, std::time_t now) {
   Signers signers;
   for (const std::string& role : rolesOf(renewal)) {
     signers[role] = keys.needed(role, root_.roles.at(role));
   }
-  renewWith(signers, renewal, now);
-  mending_.reset();
+  replaceTimestamp(renewWith(signers, renewal, now));
 }
 
 bool Repository::install(const std::string& nextRoot, KeyRing& keys, std::time_t now) {
+  mend();
   tuf::TrustedSet trusted(file(versioned(root_.version, "root")), now);
   trusted.updateRoot(nextRoot);
   const tuf::Root& next = trusted.root();
-  const Renewal mending = mending_.value_or(Renewal{});
-  const Renewal renewal{.targets = mending.targets || !sameKeys(root_, next, "targets"),
-                        .snapshot = mending.snapshot || !sameKeys(root_, next, "snapshot")};
-  const bool signsAnew =
-      mending_ || renewal.targets || renewal.snapshot || !sameKeys(root_, next, "timestamp");
+  const Renewal renewal{.targets = !sameKeys(root_, next, "targets"),
+                        .snapshot = !sameKeys(root_, next, "snapshot")};
+  const bool signsAnew = renewal.targets || renewal.snapshot || !sameKeys(root_, next, "timestamp");
   Signers signers;
   bool seamless = true;
   for (const std::string& role : rolesOf(renewal)) {
@@ -246,17 +229,29 @@ bool Repository::install(const std::string& nextRoot, KeyRing& keys, std::time_t
       if (!next.roles.at(role).keyIds.contains(key.id())) signers[role].push_back(key);
     }
   }
-  const std::string name = versioned(next.version, "root");
-  if (seamless && signsAnew) renewWith(signers, renewal, now);
-  metadata_.write(name, nextRoot);
   take(nextRoot);
-  if (!seamless) renewWith(signers, renewal, now);
-  mending_.reset();
-  mendRootCopy();
+  if (signsAnew) {
+    const std::string timestamp = renewWith(signers, renewal, now);
+    waits_ = !seamless;  // no client that knows but the root of before takes it
+    if (seamless) {
+      replaceTimestamp(timestamp);
+    } else {
+      metadata_.write(kWaiting, timestamp);
+    }
+  }
+  metadata_.write(versioned(next.version, "root"), nextRoot);
+  mend();
   return seamless;
 }
 
-void Repository::mendRootCopy() {
+void Repository::replaceTimestamp(const std::string& timestamp) {
+  metadata_.write(kTimestamp, timestamp);
+  metadata_.remove(kWaiting);
+  waits_ = false;
+}
+
+void Repository::mend() {
+  if (waits_) replaceTimestamp(file(kWaiting));
   const std::string newest = file(versioned(root_.version, "root"));
   if (metadata_.read("root.json", kMaxFile) != newest) metadata_.write("root.json", newest);
 }

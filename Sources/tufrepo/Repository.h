@@ -2,7 +2,6 @@
 
 #include <ctime>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,7 +22,8 @@ namespace tufrepo {
 /// change. What fails throws std::runtime_error (tuf::Error is one) with a plain sentence.
 class Repository {
  public:
-  /// Opens a repository, whose documents must be signed as its root says; they may have expired.
+  /// Opens a repository, whose documents must be signed as its newest root says; they may have
+  /// expired.
   explicit Repository(const std::string& folder);
 
   /// Makes a repository without targets, or completes one that was interrupted while it was made.
@@ -53,24 +53,24 @@ class Repository {
   /// The entries that the next targets document is to have, in place of those of `targets()`.
   void setEntries(Json entries) { targets_["targets"] = std::move(entries); }
 
-  /// Writes new documents; among them what a process that ended while it put a root in place has
-  /// left with other keys' signatures. Keys that are missing are missed before anything is written.
+  /// Writes new documents. Keys that are missing are missed before anything is written.
   void renew(KeyRing& keys, const Renewal& renewal, std::time_t now);
 
   /// Whether less than half of the snapshot's life is left.
   [[nodiscard]] bool snapshotIsOld(std::time_t now) const;
 
   /// Puts the next root in place, which must have enough signatures, and signs anew what it has
-  /// other keys for, or what is still signed for an older root. What the keys allow is first signed
-  /// with the keys of both roots, so that there is no moment at which a client is refused. Returns
-  /// false where old keys are missing: then there was one.
+  /// other keys for. What the keys allow is first signed with the keys of both roots, so that there
+  /// is no moment at which a client is refused. Returns false where old keys are missing: then
+  /// there was one.
   bool install(const std::string& nextRoot, KeyRing& keys, std::time_t now);
 
   /// Numbers of the files "N.ROLE.json", ascending.
   [[nodiscard]] std::vector<tuf::Version> versionsOf(const std::string& role) const;
 
-  /// Makes root.json the newest root again, where a process ended before it did.
-  void mendRootCopy();
+  /// Completes what a process has left that ended while it put a root in place: the timestamp that
+  /// the root's keys have signed, and root.json.
+  void mend();
 
  private:
   using Signers = std::map<std::string, std::vector<tuf::PrivateKey>>;
@@ -78,8 +78,10 @@ class Repository {
   void load();
   std::string read(const std::string& name, Json& content) const;
   void take(const std::string& root);
-  [[nodiscard]] bool isSigned(const std::string& file, const std::string& role) const;
-  void renewWith(const Signers& signers, const Renewal& renewal, std::time_t now);
+  void take(const std::string& root, const std::string& timestamp);
+  /// Returns the timestamp, which is not written yet.
+  std::string renewWith(const Signers& signers, const Renewal& renewal, std::time_t now);
+  void replaceTimestamp(const std::string& timestamp);
   std::string write(Json& content, const std::string& role, tuf::Version version,
                     const Signers& signers, std::time_t now);
   [[nodiscard]] tuf::Version nextVersion(const std::string& role, const Json& content) const;
@@ -93,7 +95,7 @@ class Repository {
   Json timestamp_;
   Json snapshot_;
   Json targets_;
-  std::optional<Renewal> mending_;  ///< what the root's keys have not signed yet
+  bool waits_ = false;  ///< the timestamp, for its place
 };
 
 }  // namespace tufrepo
