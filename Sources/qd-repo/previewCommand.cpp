@@ -10,6 +10,7 @@
 #include "ground/osal_replacefile.h"
 #include "qd-repo/ListedRelease.h"
 #include "qd-repo/commands.h"
+#include "qd-repo/workplace.h"
 #include "tufrepo/Repository.h"
 
 namespace {
@@ -93,7 +94,7 @@ nlohmann::json asJson(const std::string& channel, bool halted, const std::vector
 /// The ramps of a version that are to be shown; on all platforms they are alike as a rule, and the
 /// first is taken.
 std::map<std::string, Shown> rampsOf(const RepoOptions& options) {
-  const tufrepo::Repository repository(options.repository);
+  const tufrepo::Repository repository(options.repository, sayWaiting);
   std::map<std::string, Shown> ramps;
   for (const ListedRelease& listed : releasesIn(repository)) {
     if (!(listed.release.version == *options.version)) continue;

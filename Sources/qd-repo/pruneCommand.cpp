@@ -164,7 +164,7 @@ void sweepMetadata(tufrepo::Repository& repository, const Wanted& wanted) {
 
 int pruneRepository(const RepoOptions& options) {
   tufrepo::KeyRing keys = keysOf(options);
-  tufrepo::Repository repository(options.repository);
+  tufrepo::Repository repository(options.repository, sayWaiting);
   const std::time_t now = present();
   const auto releases = releasesIn(repository);
   const std::set<std::string> kept =

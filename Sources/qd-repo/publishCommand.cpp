@@ -78,7 +78,7 @@ Arrival take(tufrepo::TargetStore& store, const std::string& file, const RepoOpt
 
 int publishPackages(const RepoOptions& options) {
   tufrepo::KeyRing keys = keysOf(options);
-  tufrepo::Repository repository(options.repository);
+  tufrepo::Repository repository(options.repository, sayWaiting);
   for (const char* const role : {"targets", "snapshot", "timestamp"}) {
     (void)keys.needed(role, repository.root().roles.at(role));
   }

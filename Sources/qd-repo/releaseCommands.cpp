@@ -18,7 +18,7 @@ int changeRelease(const RepoOptions& options,
                   const std::function<void(Release& release, UnixTime now)>& change,
                   const std::function<std::string(const Release& release, UnixTime now)>& tell) {
   tufrepo::KeyRing keys = keysOf(options);
-  tufrepo::Repository repository(options.repository);
+  tufrepo::Repository repository(options.repository, sayWaiting);
   const std::time_t now = present();
   const UnixTime instant{std::chrono::seconds(now)};
   nlohmann::json entries = repository.targets().at("targets");

@@ -77,7 +77,7 @@ int installOrKeep(tufrepo::Repository& repository, tufrepo::KeyRing& keys, const
 
 int rotateKeys(const RepoOptions& options) {
   tufrepo::KeyRing keys = keysOf(options);
-  tufrepo::Repository repository(options.repository);
+  tufrepo::Repository repository(options.repository, sayWaiting);
   const std::string file = options.file.empty()
                                ? std::to_string(repository.root().version + 1) + ".root.json"
                                : options.file;
@@ -96,7 +96,7 @@ int signRoot(const RepoOptions& options) {
   }
   requireOutside(options.file, options.repository);
   tufrepo::KeyRing keys = keysOf(options);
-  tufrepo::Repository repository(options.repository);
+  tufrepo::Repository repository(options.repository, sayWaiting);
   const std::string waiting = readWaiting(options.file);
   try {
     const std::string root = tufrepo::signRoot(waiting, repository.root(), keys);

@@ -52,7 +52,7 @@ void printReleases(const std::vector<ListedRelease>& releases, UnixTime now) {
 }  // namespace
 
 int showRepository(const RepoOptions& options) {
-  const tufrepo::Repository repository(options.repository);
+  const tufrepo::Repository repository(options.repository, sayWaiting);
   const std::time_t time = present();
   const UnixTime now{std::chrono::seconds(time)};
   const std::vector<ListedRelease> releases = releasesIn(repository);

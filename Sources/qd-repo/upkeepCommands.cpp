@@ -76,8 +76,9 @@ int initRepository(const RepoOptions& options) {
   const auto roles = firstRoles(options, passphrase, ask);
   tufrepo::KeyRing keys(ask);
   keys.addFolder(options.keys);
-  tufrepo::Repository::create(options.repository, tufrepo::firstRoot(roles, lives), keys, now);
-  tufrepo::Repository repository(options.repository);
+  tufrepo::Repository::create(options.repository, tufrepo::firstRoot(roles, lives), keys, now,
+                              sayWaiting);
+  tufrepo::Repository repository(options.repository, sayWaiting);
   writePlainFiles(repository, now);
   std::cout << "Made the repository " << options.repository << "; its keys are in " << options.keys
             << "\nMachines are to trust " << options.repository << "/metadata/1.root.json\n";
@@ -86,7 +87,7 @@ int initRepository(const RepoOptions& options) {
 
 int refreshRepository(const RepoOptions& options) {
   tufrepo::KeyRing keys = keysOf(options);
-  tufrepo::Repository repository(options.repository);
+  tufrepo::Repository repository(options.repository, sayWaiting);
   const std::time_t now = present();
   repository.renew(keys, {.targets = options.targets, .snapshot = repository.snapshotIsOld(now)},
                    now);

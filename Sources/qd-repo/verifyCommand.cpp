@@ -210,7 +210,7 @@ class Audit {
 /// Nobody changes a folder while it is looked at.
 std::optional<tuf::Folder> lockOf(const RepoOptions& options) {
   if (!fs::is_directory(options.repository)) return std::nullopt;
-  return std::optional<tuf::Folder>(std::in_place, options.repository);
+  return std::optional<tuf::Folder>(std::in_place, options.repository, sayWaiting);
 }
 
 }  // namespace

@@ -115,6 +115,10 @@ void requireOutside(const std::string& file, const std::string& repository) {
                            ", which is public: take a place outside");
 }
 
+void sayWaiting(const std::string& repository) {
+  std::cerr << "qd-repo: another qd-repo is at work on " << repository << ": waiting for its end\n";
+}
+
 std::time_t present() { return std::time(nullptr); }
 
 void warnOfExpiry(const tufrepo::Repository& repository, std::time_t now) {

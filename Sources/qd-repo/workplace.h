@@ -24,6 +24,9 @@ tufrepo::KeyRing keysOf(const RepoOptions& options);
 /// Throws where a file that is not to be published lies in the repository.
 void requireOutside(const std::string& file, const std::string& repository);
 
+/// Says on standard error that another one has the repository.
+void sayWaiting(const std::string& repository);
+
 /// The present, asked once by every command.
 std::time_t present();
 

@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 
 #include "ground/osal_io.h"
 #include "ground/osal_ownfile.h"
@@ -22,6 +24,21 @@ constexpr const char* kUnfinished = ".unfinished";
 [[noreturn]] void fail(const std::string& what, const std::string& path, int error) {
   throw Error(ErrorKind::Storage,
               "Cannot " + what + ' ' + path + ": " + std::generic_category().message(error));
+}
+
+void lock(int folder, const std::string& path, const Waiting& waiting) {
+  constexpr std::chrono::seconds kSilence{1};
+  constexpr std::chrono::milliseconds kPause{20};
+  const auto end = std::chrono::steady_clock::now() + kSilence;
+  bool silent = static_cast<bool>(waiting);
+  while (::flock(folder, silent ? LOCK_EX | LOCK_NB : LOCK_EX) != 0) {
+    if (errno != EINTR && errno != EWOULDBLOCK) fail("lock", path, errno);
+    if (!silent) continue;
+    std::this_thread::sleep_for(kPause);
+    if (std::chrono::steady_clock::now() < end) continue;
+    waiting(path);
+    silent = false;
+  }
 }
 
 /// The file that is being written; unlinked unless it got its final name.
@@ -59,15 +76,13 @@ class Unfinished {
 
 }  // namespace
 
-Folder::Folder(const std::string& path) : path_(path) {
+Folder::Folder(const std::string& path, const Waiting& waiting) : path_(path) {
   std::error_code failure;
   std::filesystem::create_directories(path, failure);
   if (failure) fail("create", path, failure.value());
   folder_.reset(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder_) fail("open", path, errno);
-  while (::flock(folder_.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) fail("lock", path, errno);
-  }
+  lock(folder_.get(), path, waiting);
   ::unlinkat(folder_.get(), kUnfinished, 0);
 }
 

@@ -10,13 +10,15 @@
 
 namespace tuf {
 
+using Waiting = std::function<void(const std::string& folder)>;
+
 /// A folder of small files that are replaced whole or not at all. While the object lives no other
 /// Folder of any process has it: the constructor waits. All functions throw Error, Storage.
 class Folder {
  public:
   /// Creates the folder where it is missing, and what is left of a file that a killed process was
-  /// writing is removed.
-  explicit Folder(const std::string& path);
+  /// writing is removed. `waiting` is called, once, where another has the folder for a second.
+  explicit Folder(const std::string& path, const Waiting& waiting = {});
 
   /// The file's content, or nothing where there is none, it is no regular file, or it has more than
   /// `maxBytes`.

@@ -41,8 +41,8 @@ Version versionOf(const Json& content) { return content.at("version").get<Versio
 
 }  // namespace
 
-Repository::Repository(const std::string& folder)
-    : path_(requireRepository(folder)), top_(path_), metadata_(path_ + "/metadata") {
+Repository::Repository(const std::string& folder, const tuf::Waiting& waiting)
+    : path_(requireRepository(folder)), top_(path_, waiting), metadata_(path_ + "/metadata") {
   load();
 }
 
@@ -95,10 +95,10 @@ void Repository::take(const std::string& root) {
   root_ = tuf::parseRoot(std::move(envelope.content));
 }
 
-void Repository::create(const std::string& folder, const Json& root, KeyRing& keys,
-                        std::time_t now) {
+void Repository::create(const std::string& folder, const Json& root, KeyRing& keys, std::time_t now,
+                        const tuf::Waiting& waiting) {
   const fs::path timestamp = fs::path(folder) / "metadata" / "timestamp.json";
-  const tuf::Folder lock(madeFolder(folder));
+  const tuf::Folder lock(madeFolder(folder), waiting);
   if (fs::exists(timestamp)) {
     throw std::runtime_error("There is a repository in " + folder +
                              " already: refresh completes one whose init was interrupted");

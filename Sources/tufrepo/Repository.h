@@ -15,7 +15,7 @@ namespace tufrepo {
 
 /// A repository of The Update Framework in a folder of static files: FOLDER/metadata and
 /// FOLDER/targets, consistent snapshots. While the object lives no other one of any process has the
-/// folder: the constructor waits.
+/// folder: the constructor waits, and calls `waiting` where that takes long.
 ///
 /// Every file is written whole or not at all, and what describes a file after the file itself, the
 /// timestamp last: whenever the process ends, what lies there is the repository before or after a
@@ -24,11 +24,12 @@ class Repository {
  public:
   /// Opens a repository, whose documents must be signed as its newest root says; they may have
   /// expired.
-  explicit Repository(const std::string& folder);
+  explicit Repository(const std::string& folder, const tuf::Waiting& waiting = {});
 
   /// Makes a repository without targets, or completes one that was interrupted while it was made.
   /// One that is there already is an error.
-  static void create(const std::string& folder, const Json& root, KeyRing& keys, std::time_t now);
+  static void create(const std::string& folder, const Json& root, KeyRing& keys, std::time_t now,
+                     const tuf::Waiting& waiting = {});
 
   [[nodiscard]] const std::string& folder() const { return path_; }
   [[nodiscard]] const tuf::Root& root() const { return root_; }
