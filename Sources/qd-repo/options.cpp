@@ -76,7 +76,8 @@ class Arguments {
             "--expires",
             [read](const std::vector<std::string>& texts) {
               if (!std::all_of(texts.begin(), texts.end(), read)) {
-                throw CLI::ValidationError("--expires", "takes ROLE=DURATION, such as root=365d");
+                throw CLI::ValidationError(
+                    "--expires", "takes ROLE=DURATION of at most 3660d, such as root=365d");
               }
             },
             "how long a role's metadata holds: ROLE=DURATION")
@@ -186,7 +187,7 @@ class Arguments {
         ->required()
         ->check(CLI::Range(1, 1000000));
     addRead(prune, "--grace", "keep what was replaced within this time; else 1d",
-            "a time such as 2h", [this](const std::string& text) {
+            "a time of at most 3660d, such as 2h", [this](const std::string& text) {
               const auto time = parseDuration(text);
               if (time) options_.grace = *time;
               return time.has_value();

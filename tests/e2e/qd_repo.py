@@ -190,7 +190,7 @@ REFUSED = {  # a faulty line: what its one line of answer says
     "init old --keys keys": "There is index.html in old already",
     "init . --keys not-there": "which is public",
     "init not-there/ --keys not-there/keys": "which is public",
-    "init new --keys new-keys --expires week=1d": "ROLE=DURATION",
+    "init new --keys new-keys --expires root=3661d": "ROLE=DURATION of at most 3660d",
     "rotate repo root --remove 123": "No key of the role begins with 123",
     "rotate repo timestamp --threshold 2": "would have 1 keys",
     "rotate repo mirrors": "There is no role",
