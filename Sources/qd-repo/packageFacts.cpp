@@ -10,6 +10,7 @@
 
 #include "Updater/command/utilsExec.h"
 #include "Updater/command/utilsShell.h"
+#include "tuf/canonicalJson.h"
 
 using namespace std::string_view_literals;
 
@@ -34,13 +35,6 @@ std::map<std::string, std::string> askFor(std::string command) {
     if (colon != std::string::npos) fields[line.substr(0, colon)] = line.substr(colon + 2);
   }
   return fields;
-}
-
-bool isPlainName(const std::string& name) {
-  constexpr std::string_view kTaken =
-      "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ._+-";
-  return !name.empty() && name.find_first_not_of(kTaken) == std::string::npos && name[0] != '.' &&
-         name[0] != '-';
 }
 
 }  // namespace
@@ -69,7 +63,10 @@ PackageFacts readPackage(const std::string& file, const std::string& shown) {
                              " is neither a Debian nor an RPM package that dpkg-deb or rpm "
                              "can read: build it anew");
   }
-  facts.name = fields["Package"];
+  if (fields["Package"] != utils::kAgentPackage) {
+    throw std::runtime_error(shown + " is the package " + tuf::shown(fields["Package"]) +
+                             ", which no machine takes: name one of " + utils::kAgentPackage);
+  }
   const std::string version = fields["Version"].substr(0, fields["Version"].find('-'));
   facts.version = Version(version);
   if (!facts.version.isValid() || versionText(facts.version) != version) {
@@ -78,10 +75,8 @@ PackageFacts readPackage(const std::string& file, const std::string& shown) {
   }
   const std::string arch = fields["Architecture"];
   facts.arch = packageArch(arch);
-  if (!isPlainName(facts.name) ||
-      (facts.arch == utils::ArchUnknown && arch != "all" && arch != "noarch")) {
-    throw std::runtime_error(shown + " is called " + facts.name + " and is for " + arch +
-                             ": neither is known here");
+  if (facts.arch == utils::ArchUnknown && arch != "all" && arch != "noarch") {
+    throw std::runtime_error(shown + " is for " + tuf::shown(arch) + ", which is not known here");
   }
   return facts;
 }

@@ -6,7 +6,6 @@
 
 /// What a package says of itself.
 struct PackageFacts {
-  std::string name;
   Version version;
   utils::AgentArch arch = utils::ArchUnknown;  ///< unknown: it is for every architecture
   utils::AgentDistrib kind = utils::DistribNone;

@@ -56,8 +56,8 @@ Arrival take(tufrepo::TargetStore& store, const std::string& file, const RepoOpt
   const std::string copy = std::filesystem::absolute(store.broughtPath()).string();
   const PackageFacts facts = readPackage(copy, file);
   Release release = releaseOf(facts, options, file);
-  std::string path = folderOf(release) + "/" + facts.name + "_" + versionText(release.version) +
-                     "." + utils::agentDistribToString(release.kind);
+  std::string path = folderOf(release) + "/" + utils::kAgentPackage + "_" +
+                     versionText(release.version) + "." + utils::agentDistribToString(release.kind);
   for (const ListedRelease& known : listed) {
     if (!isSameRelease(known.release, release)) continue;
     if (known.sha256 != arrival.file.sha256) {

@@ -17,7 +17,7 @@ from pathlib import Path
 
 from harness import Place, Server, Skip, main
 
-CONTROL = ("Package: qdagent\nVersion: {}\nArchitecture: {}\nMaintainer: nobody <nobody@localhost>\n"
+CONTROL = ("Package: {}\nVersion: {}\nArchitecture: {}\nMaintainer: nobody <nobody@localhost>\n"
            "Description: sample\n")
 SPEC = "Name: qdagent\nVersion: {}\nRelease: 1\nSummary: s\nLicense: none\nBuildArch: noarch\n%description\n%files\n"
 CHECKOUT = Path(__file__).parents[2]
@@ -52,11 +52,11 @@ class Publisher:
             self.wrong.append(f"{line}: status {done.returncode}\n{done.stdout}{done.stderr}")
         return done.stdout
 
-    def package(self, version, arch="amd64", name=None, text=""):
+    def package(self, version, arch="amd64", name=None, text="", package="qdagent"):
         name = name or f"{version}.deb"
         tree = self.folder / f"{name}.tree"
         (tree / "DEBIAN").mkdir(parents=True)
-        (tree / "DEBIAN/control").write_text(CONTROL.format(version, arch))
+        (tree / "DEBIAN/control").write_text(CONTROL.format(package, version, arch))
         (tree / "content").write_text(version + text)
         subprocess.run(["dpkg-deb", "--build", "-Znone", "--root-owner-group", tree, self.folder / name],
                        check=True, capture_output=True)
@@ -174,6 +174,7 @@ REFUSED = {  # a faulty line: what its one line of answer says
     "publish repo all.deb --channel stable": "say by --arch",
     "publish repo odd.deb --channel stable": "give it four numbers",
     "publish repo text --channel stable": "neither a Debian nor an RPM package",
+    "publish repo foreign.deb --channel stable": "foreign.deb is the package \"other\", which no machine takes",
     "publish repo missing.deb --channel stable": "Cannot read missing.deb",
     "publish repo old.deb --channel ../x": "--channel: takes letters",
     "publish repo old.deb --channel stable --min-from 7.2.1.4": "give an older version by --min-from",
@@ -209,6 +210,7 @@ def refusals(publisher):
     for name, version, arch in (("old", OLD, "amd64"), ("other", OLD, "amd64"), ("new", NEW, "amd64"),
                                 ("new2", NEW, "amd64"), ("all", NEW, "all"), ("odd", "7.2", "amd64")):
         publisher.package(version, arch, f"{name}.deb", name)
+    publisher.package(NEW, name="foreign.deb", package="other")
     publisher("publish repo old.deb --channel stable")
     (publisher.folder / "text").write_text("no package")
     (publisher.folder / "old").mkdir()

@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::chrono::hours kCompletionLimit{3};
 constexpr unsigned long long kKiB = 1024;
-const std::string kAgentPackage = "qdagent";
 
 unsigned long long number(const std::string& text) {
   return std::strtoull(text.c_str(), nullptr, 10);

@@ -21,6 +21,9 @@ enum AgentDistrib : int {
   DistribSpk = 6,
 };
 
+/// The agent's package, as Debian's and RPM's databases name it.
+inline constexpr const char* kAgentPackage = "qdagent";
+
 /// The family this program was built for.
 AgentOS getOS();
 
