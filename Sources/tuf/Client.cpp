@@ -45,6 +45,22 @@ std::string consistentPath(const TargetFile& target) {
   return target.path.substr(0, name) + known->second + '.' + target.path.substr(name);
 }
 
+TrustedSet loadRoot(const Folder& folder, std::uint64_t limit) {
+  const std::optional<std::string> file = folder.read(roleFile("root"), limit);
+  if (!file) throw Error(ErrorKind::Storage, "There is no trusted root");
+  return naming("The trusted root", [&] { return TrustedSet(*file, systemTime()); });
+}
+
+void takeRoot(Folder& folder, TrustedSet& trusted, std::string_view root) {
+  if (trusted.updateRoot(root)) {
+    // Fast-forward: with keys that were stolen, somebody may have signed the highest versions.
+    // Deleted before the root is stored, so that the next run need not know of the change.
+    folder.remove(roleFile("timestamp"));
+    folder.remove(roleFile("snapshot"));
+  }
+  folder.write(roleFile("root"), root);
+}
+
 }  // namespace
 
 /// The way through the delegations to one target.
@@ -63,18 +79,17 @@ void Client::trust(Folder& folder, std::string_view root) {
   folder.write(roleFile("root"), root);
 }
 
+void Client::follow(Folder& folder, std::string_view root) {
+  TrustedSet trusted = loadRoot(folder, Limits{}.root);
+  naming("The root", [&] { takeRoot(folder, trusted, root); });
+}
+
 void Client::refresh() {
-  loadRoot();
+  trusted_.emplace(loadRoot(folder_, limits_.root));
   updateRoot();
   updateTimestamp();
   updateSnapshot();
   updateTargets();
-}
-
-void Client::loadRoot() {
-  const std::optional<std::string> file = stored("root", limits_.root);
-  if (!file) throw Error(ErrorKind::Storage, "There is no trusted root");
-  naming("The trusted root", [&] { trusted_.emplace(*file, systemTime()); });
 }
 
 void Client::updateRoot() {
@@ -82,13 +97,7 @@ void Client::updateRoot() {
     const std::string name = std::to_string(trusted_->root().version + 1) + ".root.json";
     const std::optional<std::string> file = fetchIfThere(name, limits_.root);
     if (!file) break;
-    if (naming(name, [&] { return trusted_->updateRoot(*file); })) {
-      // Fast-forward: with keys that were stolen, somebody may have signed the highest versions.
-      // Deleted before the root is stored, so that the next run need not know of the change.
-      folder_.remove(roleFile("timestamp"));
-      folder_.remove(roleFile("snapshot"));
-    }
-    store("root", *file);
+    naming(name, [&] { takeRoot(folder_, *trusted_, *file); });
   }
   trusted_->checkRootExpiry();
 }

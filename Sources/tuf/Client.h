@@ -34,6 +34,10 @@ class Client {
   /// Makes `root` the folder's trusted root, which must be signed by its own keys.
   static void trust(Folder& folder, std::string_view root);
 
+  /// Makes `root`, which must follow from the folder's trusted root, the trusted one, as a refresh
+  /// does that finds it on a server.
+  static void follow(Folder& folder, std::string_view root);
+
   /// Brings root, timestamp, snapshot and top-level targets up to date. The time of its start is
   /// the one that expiry is held against, in searches after it, too.
   void refresh();
@@ -52,7 +56,6 @@ class Client {
  private:
   struct Search;
 
-  void loadRoot();
   void updateRoot();
   void updateTimestamp();
   void updateSnapshot();

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 
 #include "ground/osal_io.h"
@@ -23,15 +24,13 @@ namespace {
 constexpr const char* kRootFile = "root.json";
 constexpr std::size_t kMostBytes = std::size_t{512} << 10;
 
-/// Whether the stored root, with the keys of both, lets `root` follow it.
-bool follows(const std::string& stored, const std::string& root) {
-  try {
-    tuf::TrustedSet trusted(stored, std::time(nullptr));
-    trusted.updateRoot(root);
-    return true;
-  } catch (const tuf::Error&) {
-    return false;
-  }
+void follow(tuf::Folder& store, const std::string& root) try {
+  tuf::Client::follow(store, root);
+} catch (const tuf::Error& e) {
+  if (e.kind() == tuf::ErrorKind::Storage) throw;
+  throw std::runtime_error(
+      "another root is trusted already, and this one does not follow from it; --replace begins "
+      "anew");
 }
 
 }  // namespace
@@ -73,19 +72,20 @@ std::string placeRoot(const std::string& folder, const RootRead& root, bool repl
     return "cannot create " + folder + ": " + std::strerror(errno);
   }
   tuf::Folder store(folder);
-  const auto stored = store.read(kRootFile, kMostBytes);
-  if (stored == root.text && !replace) return {};
-  std::string fault = replace ? std::string() : storedRootFault(folder);
-  if (!fault.empty()) return fault;
-  if (stored && !replace && !follows(*stored, root.text)) {
-    return "another root is trusted already, and this one does not follow from it; --replace "
-           "begins "
-           "anew";
+  if (replace) {
+    tuf::Client::trust(store, root.text);
+    for (const char* const role : {"timestamp.json", "snapshot.json", "targets.json"}) {
+      store.remove(role);
+    }
+    return {};
   }
-  tuf::Client::trust(store, root.text);
-  if (!replace) return {};
-  for (const char* const role : {"timestamp.json", "snapshot.json", "targets.json"}) {
-    store.remove(role);
+  const auto stored = store.read(kRootFile, kMostBytes);
+  if (stored == root.text) return {};
+  if (std::string fault = storedRootFault(folder); !fault.empty()) return fault;
+  if (stored) {
+    follow(store, root.text);
+  } else {
+    tuf::Client::trust(store, root.text);
   }
   return {};
 } catch (const std::exception& e) {
