@@ -40,9 +40,18 @@ UpdateResult resultOf(TrustFailure::Kind kind) {
       return UpdateResult::TransferFailed;
     case TrustFailure::Kind::Storage:
       return UpdateResult::Exception;
+    case TrustFailure::Kind::NoRoot:
+      return UpdateResult::ConfigurationFaulty;
     default:
       return UpdateResult::NotTrusted;
   }
+}
+
+UpdateResult tell(UpdateRun& run, const TrustFailure& failure) {
+  const bool isFaulty = failure.kind == TrustFailure::Kind::NoRoot;
+  run.message = failure.text;
+  QDLOG(ROOT, ERR, (isFaulty ? "Configuration : " : "No trusted releases : ") << failure.text);
+  return resultOf(failure.kind);
 }
 
 }  // namespace
@@ -56,16 +65,12 @@ Updater::Stop Updater::chooseRelease(UpdateRun& run) {
       run.trustFolder, run.settings->serversFrom(run.server.empty() ? serverUrl : run.server),
       options);
   run.repository->setPauseListener(run.onPause);
-  run.message = run.repository->establishRoot(run.settings->trust->root);
-  if (!run.message.empty()) {
-    QDLOG(ROOT, ERR, "Configuration : " << run.message);
-    return UpdateResult::ConfigurationFaulty;
+  if (const TrustFailure failure = run.repository->establishRoot(run.settings->trust->root)) {
+    return tell(run, failure);
   }
   run.refreshed = std::chrono::steady_clock::now();
   if (const TrustFailure failure = run.repository->refresh(true)) {
-    run.message = failure.text;
-    QDLOG(ROOT, ERR, "No trusted releases : " << failure.text);
-    return resultOf(failure.kind);
+    return tell(run, failure);
   }
   const RolloutDecision decision = decide(run);
   if (decision.release == nullptr) {

@@ -101,13 +101,12 @@ SignedReleases::SignedReleases(std::string folder, std::vector<std::string> serv
 
 SignedReleases::~SignedReleases() = default;
 
-std::string SignedReleases::establishRoot(const std::string& rootFile) try {
+TrustFailure SignedReleases::establishRoot(const std::string& rootFile) {
   const RootRead root = readRootFile(rootFile);
-  if (!root.fault.empty()) return "trust.root: " + root.fault;
+  if (!root.fault.empty()) return {TrustFailure::Kind::NoRoot, "trust.root: " + root.fault};
   if (::access((folder_ + "/root.json").c_str(), F_OK) == 0) return {};
-  return placeRoot(folder_, root, false);
-} catch (const std::exception& e) {
-  return e.what();
+  const std::string fault = placeRoot(folder_, root, false);
+  return {fault.empty() ? TrustFailure::Kind::None : TrustFailure::Kind::Storage, fault};
 }
 
 TrustFailure SignedReleases::refresh(bool patient) {

@@ -30,6 +30,7 @@ struct TrustFailure {
     Network,    ///< nobody answered as a repository does
     Storage,    ///< the folder can't be used
     Untrusted,  ///< what came is not trusted
+    NoRoot,     ///< the settings name none that can be trusted first
   };
   Kind kind = Kind::None;
   std::string text;  ///< a sentence
@@ -50,9 +51,8 @@ class SignedReleases {
   /// Empty: nobody is told.
   void setPauseListener(fetch::PauseListener listener) { onPause_ = std::move(listener); }
 
-  /// Puts the root of the file in place where the folder has none yet. Returns what is wrong with
-  /// it, in a sentence; empty when a root is there.
-  std::string establishRoot(const std::string& rootFile);
+  /// Puts the root of the file in place where the folder has none yet.
+  TrustFailure establishRoot(const std::string& rootFile);
 
   /// Brings the metadata up to date and takes the releases from it. Targets that are no releases
   /// are passed over. `patient`: where no server has an answer for the moment, they are asked again
