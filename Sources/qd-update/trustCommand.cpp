@@ -35,15 +35,9 @@ bool isWanted(const Job& job) {
   return answer == "y" || answer == "Y" || answer == "yes";
 }
 
-int fail(const std::string& text) {
+int fail(const std::string& text, UpdateResult result = UpdateResult::NotTrusted) {
   std::cerr << text << '\n';
-  return static_cast<int>(UpdateResult::NotTrusted);
-}
-
-/// Where the settings look for the first root; empty where they name none.
-std::string namedRootPath(const RunPlaces& places) {
-  const SettingsRead read = readSettingsFile(places.settingsFile);
-  return read.settings && read.settings->trust ? read.settings->trust->root : std::string();
+  return static_cast<int>(result);
 }
 
 std::string usualRootPath(const RunPlaces& places) {
@@ -53,18 +47,20 @@ std::string usualRootPath(const RunPlaces& places) {
 }  // namespace
 
 int trustRoot(const Job& job) {
+  const SettingsRead read = readSettingsFile(job.places.settingsFile);
+  if (!read.fault.empty()) return fail(read.fault, UpdateResult::ConfigurationFaulty);
   const RootRead root = readRootFile(job.options.root);
   if (!root.fault.empty()) return fail(root.fault);
   show(job, root.facts);
   if (!isWanted(job)) return fail("Nothing was changed.");
   const std::string refused = placeRoot(trustFolderOf(job.places), root, job.options.replace);
   if (!refused.empty()) return fail("Nothing was changed: " + refused);
-  const std::string named = namedRootPath(job.places);
-  const std::string path = named.empty() ? usualRootPath(job.places) : named;
+  const bool isNamed = read.settings && read.settings->trust;
+  const std::string path = isNamed ? read.settings->trust->root : usualRootPath(job.places);
   const int error = osal_replaceFile(path.c_str(), root.text, 0644, true);
   if (error != 0) return fail("Cannot write " + path + ": " + std::string(std::strerror(error)));
-  const char* const verb = named.empty() ? "Trusted. Let the settings name it, so that it counts"
-                                         : "Trusted. The settings name it";
+  const char* const verb = isNamed ? "Trusted. The settings name it"
+                                   : "Trusted. Let the settings name it, so that it counts";
   job.screen.print(std::string(verb) + ": [trust] root = \"" + path + "\".");
   return 0;
 }
