@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "ground/osal_heap.h"
 #include "tuf/Error.h"
 #include "tuf/address.h"
 #include "tuf/delegation.h"
@@ -199,6 +200,7 @@ void Client::store(const std::string& role, std::string_view file) {
 std::optional<std::string> Client::fetchIfThere(const std::string& name, std::uint64_t limit,
                                                 std::uint64_t expected) {
   std::string file;
+  osal_growHeap(std::min(limit, expected));
   file.reserve(std::min(limit, expected));
   const int status =
       fetcher_.fetch(joinUrl(url_, name), limit, [&](std::string_view bytes) { file += bytes; });

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "ground/osal_heap.h"
 #include "tuf/Error.h"
 
 namespace tuf {
@@ -133,6 +134,8 @@ void encode(const Json& value, std::string& out) {
 }  // namespace
 
 Json parseJson(std::string_view text) {
+  constexpr std::size_t kGrowth = 7;  // from a text to its values and their canonical form
+  osal_growHeap(kGrowth * text.size());
   Json result;
   Builder builder(result);
   if (!Json::sax_parse(text.begin(), text.end(), &builder)) refuseMalformed("No JSON");
