@@ -213,6 +213,7 @@ LOCKS = [
          files="{locked}"),
     lock("Stale", HOUR + 1, "{update}", texts=STALE, files="{kept}"),
     lock("Empty", "", "{lock unreadable}", files="{locked}"),
+    lock("BeyondNumbers", "9" * 20, "{lock unreadable}"),
     row("LineWithoutEnd", prepare=endless_line, log="{lock unreadable}", files="{locked}"),
     row("NotRoot", user=NOBODY, status=1, files="agent_upd.log",
         log="{identified} | ERR Need priveledged user or root user | {unlock}"),

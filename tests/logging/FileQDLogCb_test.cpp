@@ -22,17 +22,6 @@ class FileQDLogCbTest : public FolderTest {
   const std::string backup = folder / "agent_upd.bak";
 };
 
-TEST_F(FileQDLogCbTest, AppendsAndEchoes) {
-  writeFile(log, "before\n");
-  testing::internal::CaptureStdout();
-  FileQDLogCb(log, true).log(1, 2, "ROOT", "WRN", "/x/y.cpp", 7, "", "text");
-  const std::string line = testing::internal::GetCapturedStdout();
-  EXPECT_THAT(line,
-              testing::MatchesRegex("\\[[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\] - "
-                                    "ROOT:WRN - \\[ \\(y.cpp:7\\)\\] - text\n"));
-  EXPECT_EQ(content(log), "before\n" + line);
-}
-
 TEST(QDLogClock, StampsWithTheTimeZoneOfTheMoment) {
   QDLogClock clock;
   ::setenv("TZ", "AAA11", 1);

@@ -24,12 +24,6 @@ TEST(OsalEnv, CopiesAValueThatFitsWithItsTerminator) {
   EXPECT_STREQ(text, "");
 }
 
-TEST(OsalIdentity, AUuidFitsItsBuffer) {
-  char id[33];
-  EXPECT_EQ(osal_genUUID(id, 32), -1);
-  EXPECT_EQ(osal_genUUID(id, 33), 0);
-}
-
 TEST(OsalTime, IsLocalAndNowForZero) {
   unsigned char text[64];
   const auto textOf = [&text](unsigned long long ms, bool forFileName) {

@@ -1,7 +1,6 @@
 // Digests and time.
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <semaphore>
 #include <string>
@@ -63,15 +62,6 @@ TEST(QDHashMD5, HashesFilesOfAnySizeAndTakesWhatCannotBeReadAsEmpty) {
   EXPECT_EQ(hashOfFile(folder.path()), kOfNothing);
   EXPECT_TRUE(log.lines().empty());
 }
-
-#if OPENSSL_VERSION_NUMBER >= 0x30000000L
-TEST(QDHashMD5, IsNoTextThatADigestCouldEqualWhereOpenSslRefuses) {
-  ASSERT_EQ(EVP_set_default_properties(nullptr, "fips=yes"), 1);
-  EXPECT_EQ(hashOf("abc") + hashOfFile("/etc/passwd") + hashOfFile("/nowhere"), "");
-  ASSERT_EQ(EVP_set_default_properties(nullptr, ""), 1);
-  EXPECT_EQ(hashOf("abc"), kOfAbc);
-}
-#endif
 
 TEST(QDSysTime, PausesAreSlicedAndEndWhenAskedTo) {
   const SystemHooks hooks;

@@ -2,11 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <stdexcept>
 #include <string>
 
-#include "Files.h"
 #include "Updater/procedure/lockFile.h"
 #include "Updater/procedure/updateRules.h"
 
@@ -33,18 +30,6 @@ TEST(LockFile, HoldsBesideASurerOneUnlessNobodyCanHoldIt) {
   EXPECT_FALSE(lockHoldsBeside(kNow + 1, "", kNow)) << "in the future";
   EXPECT_FALSE(lockHoldsBeside(kNow - 3600001, "", kNow));
   EXPECT_FALSE(lockHoldsBeside(std::nullopt, "", kNow));
-}
-
-TEST(LockFile, IsWrittenWholeAndReadBack) {
-  const TempFolder folder;
-  const std::string path = folder / "lock";
-  ASSERT_TRUE(writeLock(path, 1700000000123));
-  EXPECT_EQ(content(path), "1700000000123\n");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1)
-      << "nothing else is left";
-  EXPECT_EQ(readLock(path), 1700000000123);
-  writeFile(path, "99999999999999999999");
-  EXPECT_THROW(readLock(path), std::logic_error);
 }
 
 }  // namespace
