@@ -52,8 +52,7 @@ def ranges(*expected: str, content: bytes = PACKAGE):
         seen = [request.headers.get("range", "all") for request in outcome.requests
                 if request.line.startswith("GET") and request.line.endswith("setup.deb")]
         yield from difference("parts", seen, list(expected))
-        yield from difference("installed", [read(run.side("sum"))[:32]],
-                              [hashlib.md5(content).hexdigest()])
+        yield from difference("installed", [read(run.side("sum"))[:32]], [hashlib.md5(content).hexdigest()])
     return check
 
 
@@ -74,8 +73,7 @@ A, B = '"a"', '"b"'
 RESUMED = [
     downloads("Cut", *[part(PACKAGE, A, 6000)] * 3, part(PACKAGE, A),
               parts=["all", "bytes=6000-", "bytes=12000-", "bytes=18000-"]),
-    downloads("Exchanged", part(PACKAGE, A, 6000), part(OTHER, B), content=OTHER,
-              parts=["all", "bytes=6000-"]),
+    downloads("Exchanged", part(PACKAGE, A, 6000), part(OTHER, B), content=OTHER, parts=["all", "bytes=6000-"]),
     downloads("ExchangedOnAServerWithoutConditions", part(PACKAGE, A, 6000), part(OTHER, B, 0, True),
               content=OTHER, parts=["all", "bytes=6000-", "all"]),
     downloads("ExchangedByAShorterOne", part(PACKAGE + PACKAGE, A, 30000), Answer(
@@ -198,8 +196,7 @@ CERTIFICATES = [
             {"/agent_setup_def.json": redirect("http://127.0.0.1/"), VERSION: redirect("http://127.0.0.1/")}),
     secured("Expired", LOCAL + " expired", OWN, "[60] -> SSL certificate problem: certificate has expired"),
     secured("SelfSigned", LOCAL, "ca = 'system'", "[60] -> SSL certificate problem: self-signed certificate"),
-    secured("NoAuthorities", LOCAL, "ca = '/nowhere.pem'",
-            "[77] -> error setting certificate file: /nowhere.pem"),
+    secured("NoAuthorities", LOCAL, "ca = '/nowhere.pem'", "[77] -> error setting certificate file: /nowhere.pem"),
     secured("ClientCertificate", LOCAL + " client", OWN + CLIENT),
 ]
 

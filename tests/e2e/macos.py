@@ -94,8 +94,7 @@ DISCOVERY = [
     mac("LastCandidate", {}, "{until stop} | {attached} | {installed}", files="{kept}",
         commands={"hdiutil": ATTACH}, requests="{searches}", calls="{commands}"),
     mac("NoFolder", {"/macosx/version_long.txt": 404}, "{opening} | {no definition} | {no special "
-        "folder} | ERR Request {F}/version_long.txt failed : [404] | {none}", status=11,
-        requests="{GET versions}"),
+        "folder} | ERR Request {F}/version_long.txt failed : [404] | {none}", status=11, requests="{GET versions}"),
     mac("NoLengthOfTheCandidate", {"HEAD " + DMG: Answer(length=None)},
         "{opening} | {definition} | {none}", status=11),
     mac("NoPackage", {DMG: 404}, "{opening} | {definition} | ERR Request {F}/TideKeeper.dmg failed "
@@ -131,16 +130,15 @@ IMAGES = [
         "pwned | DBG PKG path is {volume}/TideKeeper.pkg | {installed}",
         commands={"hdiutil": HOSTILE, "installer": COUNT}, files="{kept}",
         calls="{attach} | {stop} | {installer} {volume}/TideKeeper.pkg | 4 | hdiutil detach "
-              "/dev/disk4;touch pwned | {start}",
-        texts={"volume": r'/Volumes/$(touch pwned)`touch pwned`"' + "\\"}),
+              "/dev/disk4;touch pwned | {start}", texts={"volume": r'/Volumes/$(touch pwned)`touch pwned`"' + "\\"}),
     mac("SwappedWhileItIsAttached", {}, "{until stop} | {swapped} | {verified} | {swapped} | "
         "{verified} | {swapped} | ERR Invalid setup md5", status=7, commands={"hdiutil": SWAP},
         connections=3, files="{locked}", requests="{searches} | {GET} | {GET}",
         calls="{attach} | {detach} | {attach} | {detach} | {attach} | {detach}"),
     mac("PackageFromTheDefinitionFile", {
-        DEFINITION: "[" + entry(AWKWARD.replace('"', r'\"'), "/i", os=2) + "]",
-        "/i/v": "7.2.1.15", "/i/h": DIGEST + " ", "/i/" + AWKWARD: PACKAGE}, "{until stop} | {installed}", commands={"installer": COUNT}, files=AWKWARD + " | {locked}",
-        texts=DEFINED | {"P": AWKWARD, "install": f'{{installer}} "{{T}}/{QUOTED}"'},
+        DEFINITION: "[" + entry(AWKWARD.replace('"', r'\"'), "/i", os=2) + "]", "/i/v": "7.2.1.15",
+        "/i/h": DIGEST + " ", "/i/" + AWKWARD: PACKAGE}, "{until stop} | {installed}", files=AWKWARD + " | {locked}",
+        commands={"installer": COUNT}, texts=DEFINED | {"P": AWKWARD, "install": f'{{installer}} "{{T}}/{QUOTED}"'},
         calls="{stop} | {installer} {path} | 4 | {start}"),
 ]
 

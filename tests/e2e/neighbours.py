@@ -129,8 +129,7 @@ def swapped(name: str, moment: str) -> Row:
         return run.finish()
 
     def check(run: Run, outcome: Outcome):
-        yield from logged("WRN Re-download setup file because current one has a wrong hash: ")(
-            run, outcome)
+        yield from logged("WRN Re-download setup file because current one has a wrong hash: ")(run, outcome)
         with open(run.side("installed"), "rb") as file:
             if file.read() != PACKAGE:
                 yield "another package was installed"

@@ -7,10 +7,8 @@ import sys
 import time
 from functools import partial
 
-from harness import (NOBODY, Answer, Row, blocks, difference, fill, items, main, read, redirect,
-                     write)
-from harness.linux import (BLOCKS, DEB, DEFINITION, DIGEST, PACKAGE, SUM, VERSION, WRONG,
-                           entry)
+from harness import NOBODY, Answer, Row, blocks, difference, fill, items, main, read, redirect, write
+from harness.linux import BLOCKS, DEB, DEFINITION, DIGEST, PACKAGE, SUM, VERSION, WRONG, entry
 
 GET, HEAD = "GET " + DEB, "HEAD " + DEB
 SHORT = PACKAGE[1:]
@@ -83,13 +81,11 @@ VERSIONS = [
         needs=["strace -o /dev/null true"]),
     row("UpToDate", version="7.2.1.15", log="{until version} | {nothing to do}",
         requests="{GET version}", files="{locked}"),
-    row("InvalidArgumentVersion", version="7.2.1", status=4,
-        log="{identified} | ERR Invalid current version 7.2.1"),
+    row("InvalidArgumentVersion", version="7.2.1", status=4, log="{identified} | ERR Invalid current version 7.2.1"),
     row("InvalidServerVersion", {VERSION: "7.2.2"},
         "{until parameters} | ERR Invalid version_long.txt 7.2.2", status=5),
     row("NoVersionFile", {VERSION: 404}, "{until parameters} | ERR Request {F}/version_long.txt "
-        "failed : [404] | ERR Failed to download version:  [404] | {unlock}", status=2,
-        files="agent_upd.log"),
+        "failed : [404] | ERR Failed to download version:  [404] | {unlock}", status=2, files="agent_upd.log"),
     row("AgentTooOldForX11AndNoX11Here", version="7.1.5.2", log="{with x11} | NFY X11 not found | "
         "{as usual}", calls="{stop} | dpkg -S libX11 | {install} | {start}",
         commands={"dpkg": '[ "$1" != -S ] || { echo noise; echo noise >&2; exit 1; }'}),
@@ -114,8 +110,7 @@ PACKAGES = [
     row("DigestStartsWithBlank", {SUM: " {other sum}\n"},
         "{until version} | NFY Downloaded md5 is{blank} | {size} | {unverified}"),
     row("ShortPackageThreeTimes", {GET: SHORT}, "{until download} | {short} | {short} | {short} | "
-        "ERR Invalid setup size", status=6, requests="{HEAD} | {GET} | {GET} | {GET}",
-        files="{kept}"),
+        "ERR Invalid setup size", status=6, requests="{HEAD} | {GET} | {GET} | {GET}", files="{kept}"),
     row("WrongDigestThreeTimes", {SUM: "{other sum} *setup.deb\n"}, "{other three times}",
         status=7, requests="{HEAD} | {GET} | {GET} | {GET}", files="{locked}"),
     row("DigestOfZerosAndNoMd5InOpenSsl", {SUM: "{other sum} x"}, "{other three times}", status=7,
@@ -126,8 +121,7 @@ PACKAGES = [
         "{until download} | {wrong} | {wrong} | {short} | ERR Invalid setup size", status=6),
     row("NoLengthHeader", {HEAD: Answer(length=None)},
         "{until version} | {digest} | ERR Fail to determine file size", status=7),
-    row("LowerCaseLengthWins",
-        {HEAD: Answer(headers={"content-length": "  20000 "}, length="7")}, "{update}"),
+    row("LowerCaseLengthWins", {HEAD: Answer(headers={"content-length": "  20000 "}, length="7")}, "{update}"),
     row("PackageMissing", {DEB: 404}, "{until version} | {digest} | ERR Request {F}/setup.deb "
         "failed : [404] | ERR Fail to get HEAD for {F}/setup.deb: [404 ] | {unlock}", status=2,
         files="agent_upd.log"),
@@ -165,23 +159,19 @@ DEFINITIONS = [
     definition("NoEntryFits", f"[{entry('agent.DEB')}]"),
     definition("OtherMachine", f"[{entry('agent.deb', arch='{Other}')}]"),
     definition("Nothing", "", PARSING + "parse_error.101] parse error at line 1, column 1: syntax "
-               "error while parsing value - unexpected end of input; expected '[', '{', or a "
-               "literal"),
-    definition("KeyMissing", '[{"path": "/p"}]',
-               PARSING + "out_of_range.403] key 'name' not found"),
+               "error while parsing value - unexpected end of input; expected '[', '{', or a literal"),
+    definition("KeyMissing", '[{"path": "/p"}]', PARSING + "out_of_range.403] key 'name' not found"),
     definition("FaultyEntryBeforeTheGoodOne", f"""[{{"name": 1}}, {entry('agent.deb')}]""",
                PARSING + "type_error.302] type must be string, but is number"),
 ]
 
 COMMANDS = [
     row("StopFails", commands={"systemctl": '[ "$1" != stop ] || exit 5'}, calls="{commands}",
-        log="{until stop} | NFY Agent Stopping .... | ERR Fail to stop agent: [1280] | {upgraded}"
-            " | {started}"),
+        log="{until stop} | NFY Agent Stopping .... | ERR Fail to stop agent: [1280] | {upgraded} | {started}"),
     row("InstallFails", commands={"dpkg": "exit 1"}, log="{until stop} | {stopped} | {upgrading} | "
         "ERR Fail to install agent : [256] | {started}"),
     row("StartFails", commands={"systemctl": '[ "$1" != start ] || exit 3'},
-        log="{until stop} | {stopped} | {upgraded} | ERR Fail to re-start agent : [768] | "
-            "NFY Agent Update done"),
+        log="{until stop} | {stopped} | {upgraded} | ERR Fail to re-start agent : [768] | NFY Agent Update done"),
     row("OnlyRestart", option="-S", log="{until stop} | {stopped} | {started} | {unlock}",
         calls="{stop} | {start}", files="agent_upd.log | setup.deb"),
     row("OnlyRestartWithNothingNew", option="-S", version="7.3.0.0",
@@ -209,8 +199,7 @@ LOCKS = [
     lock("Held", 1000, "{held}", files="{locked}"),
     lock("HeldForNearlyAnHour", HOUR - 20000, "{held}", around=(" \t", "")),
     lock("HeldByTheFuture", -HOUR, "{held}"),
-    lock("HeldIsLeftAloneByOnlyRestart", 1000, "{held}", option="-S", around=("", " \nmore\n"),
-         files="{locked}"),
+    lock("HeldIsLeftAloneByOnlyRestart", 1000, "{held}", option="-S", around=("", " \nmore\n"), files="{locked}"),
     lock("Stale", HOUR + 1, "{update}", texts=STALE, files="{kept}"),
     lock("Empty", "", "{lock unreadable}", files="{locked}"),
     lock("BeyondNumbers", "9" * 20, "{lock unreadable}"),

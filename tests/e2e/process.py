@@ -25,8 +25,7 @@ def decoded(name: str, encode) -> Row:
     def asked(run, _):
         argument, run.texts["address"] = encode(run.texts["S"])
         return run.go(argument, "7.2.0.1")
-    return Row("Address:" + name, good={}, drive=asked, status=2,
-               has="NFY Udpate server : {address}",
+    return Row("Address:" + name, good={}, drive=asked, status=2, has="NFY Udpate server : {address}",
                check=logged("ERR Request {address}/agent_setup_def.json failed : ["))
 
 
@@ -53,8 +52,7 @@ ARGUMENTS = [
         out="{echo}" + USAGE, log="EXCP:ERR NET: convertHexStrNullToBin: Buffer too small"),
     updated("NoOptionNoEcho", out=""),
     updated("EchoIsTheLog", option="-D", out="{echo}"),
-    Row("NoTemporaryFolderIsToldOnOutput", env={"TMPDIR": "/nowhere"}, check=told_on_output,
-        connections=0, files=""),
+    Row("NoTemporaryFolderIsToldOnOutput", env={"TMPDIR": "/nowhere"}, check=told_on_output, connections=0, files=""),
 ]
 
 
@@ -64,8 +62,7 @@ def start(name: str, probe: str, expected: str, first: str = "", **more) -> Row:
     """A good update whose installing command prints what `probe` does, whatever was inherited."""
     def probed(run, outcome):
         texts = {"bin": run.side("bin"), "pid": str(run.process.pid)}
-        yield from difference("probe", read(run.side("seen")).split(),
-                              fill(expected, texts).split())
+        yield from difference("probe", read(run.side("seen")).split(), fill(expected, texts).split())
     return updated("Start:" + name, option="-D", first=first, check=probed, log="{update}",
                    commands={"systemctl": "echo noise; echo noise >&2",
                              "dpkg": f'{{ {probe}; }} > "$tmp/../seen"'}, **more)
@@ -76,15 +73,13 @@ def mask(process: str, line: str, *signals: signal.Signals) -> str:
     starts a command blocks signals until it runs: bits that are set are looked at for 10 s."""
     bits = sum(1 << number - 1 for number in signals)
     return (f"{GROUP}; for n in $(seq 200); do mask=$((0x$(sed -n 's/{line}:[[:space:]]*//p' "
-            f"/proc/{process}/status) & {bits})); [ $mask = 0 ] && break; sleep 0.05; done; "
-            "echo $mask")
+            f"/proc/{process}/status) & {bits})); [ $mask = 0 ] && break; sleep 0.05; done; echo $mask")
 
 
 GROUP = "read -r _ _ _ _ group _ < /proc/$$/stat"
 IGNORED = mask("$$", "SigIgn", signal.SIGCHLD, signal.SIGPIPE)
 BLOCKED = mask("$group", "SigBlk", signal.SIGHUP, signal.SIGINT, signal.SIGTERM, signal.SIGPIPE)
-OPEN = ("for n in 0 1 2; do [ -e /proc/$$/fd/$n ] || echo no $n; done; echo noise >&2; "
-        "echo all there")
+OPEN = "for n in 0 1 2; do [ -e /proc/$$/fd/$n ] || echo no $n; done; echo noise >&2; echo all there"
 STARTS = [
     start("signals ignored", IGNORED, "0", 'set -- env --ignore-signal=CHLD --ignore-signal=PIPE "$@"'),
     start("signals blocked", BLOCKED, "0", 'set -- env --block-signal "$@"'),

@@ -19,8 +19,7 @@ from harness import Answer, Outcome, Row, blocks, difference, items, main, read,
 from harness.linux import BLOCKS, DEB, DIGEST, PACKAGE, SUM, VERSION
 from settings import BLOCKS_WITH_FILE, DATABASE, PAST, bad, both, drop_in, installed, lock, tells
 
-DIED = PAST | {"phase": "install", "outcome": "running", "ended": None,
-               "started": "2026-03-02T14:05:09Z"}
+DIED = PAST | {"phase": "install", "outcome": "running", "ended": None, "started": "2026-03-02T14:05:09Z"}
 FAILED = PAST | {"phase": "fetch", "outcome": "failed", "status": 2, "cause": "transfer",
                  "message": "Fail to get HEAD for http://updates.example.com/setup.deb: [404 ]"}
 

@@ -40,8 +40,7 @@ def moved_to_https(run, args):
 UNKNOWN = "http://updates.invalid"
 FAILED_VERSION = "ERR Failed to download version:  [-1]"
 CONNECTIONS = [
-    Row("CertificateOfAnotherHostSignedByItself", tls="elsewhere.example", log="{update}",
-        requests="{requests}"),
+    Row("CertificateOfAnotherHostSignedByItself", tls="elsewhere.example", log="{update}", requests="{requests}"),
     Row("RedirectsFromHttpToHttps", tls="127.0.0.1", drive=moved_to_https, calls="{commands}",
         requests="GET {folder}/{version file} | HEAD {folder}/{P} | {GET}"),
     Row("PackageOfTwoGibibytesNeedsNoMemory", {
@@ -50,20 +49,16 @@ CONNECTIONS = [
         needs=['[ $(df --output=avail "${TMPDIR:-/tmp}" | tail -n 1) -gt 4194304 ]'],
         commands={"dpkg": 'stat -c %s "$2" >> "$calls"; : > "$2"'},
         calls="{stop} | {install} | 2147483648 | {start}"),
-    Row("ProgressIsLoggedInTens", {GET: Answer(PACKAGE, paced=until_logged)}, calls="{commands}",
-        check=tens),
+    Row("ProgressIsLoggedInTens", {GET: Answer(PACKAGE, paced=until_logged)}, calls="{commands}", check=tens),
     Row("ProxyOfTheEnvironment", {UNKNOWN + VERSION: "7.2.0.1"},
-        args=[UNKNOWN.encode().hex(), "{V}"], env={"http_proxy": "{S}"},
-        has="{nothing to do}"),
-    Row("NameThatNobodyResolvesEndsTheRun", status=2,
-        first='set -- unshare --net "$@"', needs=["unshare --net true"],
+        args=[UNKNOWN.encode().hex(), "{V}"], env={"http_proxy": "{S}"}, has="{nothing to do}"),
+    Row("NameThatNobodyResolvesEndsTheRun", status=2, first='set -- unshare --net "$@"', needs=["unshare --net true"],
         args=[UNKNOWN.encode().hex(), "{V}"], has=FAILED_VERSION, requests=""),
 ]
 WHOLE = b"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n7.2.1.15\n"
 # Without a length only the end of the connection ends a body, and a cut can't be told from it.
 CUTS = [
-    Row(f"Cut{what}AfterByte{size}", {line: Answer(raw=WHOLE[:size])}, status=2, has=record,
-        calls="", connections=9)
+    Row(f"Cut{what}AfterByte{size}", {line: Answer(raw=WHOLE[:size])}, status=2, has=record, calls="", connections=9)
     for what, line, record, most in (
         ("Version", VERSION, FAILED_VERSION, len(WHOLE)),
         ("Package", GET, "ERR 'Fail to download setup file: [-1]", len(WHOLE)),
@@ -81,8 +76,7 @@ def fault(name, script, status, record) -> Row:
 
 ENDLESS = Answer("7" * (1 << 20), length=None, endless=True)
 HEADERS = {f"X-{number}": "more" for number in range(1200)}
-FLOOD = Answer("".join(f"{name}: more\r\n" for name in HEADERS), endless=True,
-               raw=b"HTTP/1.1 200 OK\r\n")
+FLOOD = Answer("".join(f"{name}: more\r\n" for name in HEADERS), endless=True, raw=b"HTTP/1.1 200 OK\r\n")
 SPLIT = "[" + entry("a.deb", path=r"/p HTTP/1.1\r\nX: y") + "]"
 REQUEST = "ERR Request {F}/"
 SIZE = "NFY File size for {F}/setup.deb is "
@@ -137,8 +131,7 @@ SCHEMES = ("file", "ftp", "scp", "smb", "gopher", "dict", "imap", "ldap", "telne
 
 def refused_name(name: str) -> Row:
     return Row(f"NameIsRefused:{name}", {DEFINITION: f"[{entry(name)}]"}, status=11, calls="",
-               has="ERR Parsing error : invalid setup name", requests="GET /agent_setup_def.json",
-               files="{locked}")
+               has="ERR Parsing error : invalid setup name", requests="GET /agent_setup_def.json", files="{locked}")
 
 
 def plain_name(name: str) -> Row:

@@ -34,8 +34,7 @@ def dpkg(install: str = INSTALL, query: str = QUERY, field: str = "Package: qdag
 DATABASE = dpkg()
 DEAF = DATABASE | {"systemctl": '[ "$1" != start ]'}
 GOOD = {"status": 0, "outcome": "updated", "phase": "done", "cause": "", "message": "",
-        "from": "7.2.0.1", "to": "7.2.1.15", "bytes": len(PACKAGE), "size": len(PACKAGE),
-        "attempts": 1}
+        "from": "7.2.0.1", "to": "7.2.1.15", "bytes": len(PACKAGE), "size": len(PACKAGE), "attempts": 1}
 
 PAST = {"schema": 1, "run": "0" * 32, "program": "1.1.0", "from": "7.2.0.1", "to": "7.2.1.15",
         "phase": "done", "outcome": "updated", "status": 0, "cause": "", "message": "",
@@ -318,8 +317,7 @@ def metrics(**expected: str):
     """The metrics, whose form promtool accepts, of which the figures of time are left out."""
     def check(run, _):
         text = read(run.side("metrics/qd_update.prom"))
-        tried = subprocess.run(["promtool", "check", "metrics"], input=text, text=True,
-                               capture_output=True)
+        tried = subprocess.run(["promtool", "check", "metrics"], input=text, text=True, capture_output=True)
         if tried.returncode or tried.stdout or tried.stderr:
             yield f"promtool: {tried}"
         seen = [line for line in text.splitlines() if line[0] != "#" and "_duration_" not in line]
@@ -336,11 +334,9 @@ def metrics_folder(run) -> None:
 
 
 LONG = (json.dumps(PAST) + "\n") * 11
-REPORT = partial(row, config="[report]\ntextfile = '{T}/../metrics'",
-                 prepare=both(installed(), metrics_folder))
+REPORT = partial(row, config="[report]\ntextfile = '{T}/../metrics'", prepare=both(installed(), metrics_folder))
 REPORTS = [
-    REPORT("MetricsOfAnUpdate", check=metrics(success="TIME", status="0", updated="1", failed="0",
-                                              left="7.2.1.15")),
+    REPORT("MetricsOfAnUpdate", check=metrics(success="TIME", status="0", updated="1", failed="0", left="7.2.1.15")),
     REPORT("MetricsOfAFailure", status=14, commands=DEAF, check=metrics(
         success="1772373960", status="14", updated="0", failed="1", left="7.2.1.15")),
     row("HistoryIsRolled", config="[report]\nhistory = 4096", prepare=both(installed(), lambda run:

@@ -54,8 +54,7 @@ def repositories() -> dict[str, dict]:
     made |= {f"slow {name}": made[name] | {path: Answer(body, paced=lambda *_: time.sleep(3)) for path, body in
              made[name].items() if TARGET in path or name == "good"} for name in ("good", "forged", "former")}
     made["busy"] = {path: 503 if path.startswith(TARGET) else body for path, body in made["good"].items()}
-    made["edited"] = {path: body.replace(b'"7.2.1.15"', b'"7.2.1.16"')
-                      for path, body in made["good"].items()}
+    made["edited"] = {path: body.replace(b'"7.2.1.15"', b'"7.2.1.16"') for path, body in made["good"].items()}
     return made
 
 

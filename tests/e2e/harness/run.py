@@ -27,8 +27,7 @@ STATE = "/var/lib/qd/update.{I}"  # the folder of the records
 OVERLAY = "mount -t overlay -o lowerdir={top},upperdir={upper},workdir={scratch} overlay {top}"
 # Makes a user namespace where this user is root, when it is not already.
 MAPPED = ["--map-root-user"] * (os.geteuid() != 0)
-RECORD = re.compile(r"\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] - ([A-Z]{4}):([A-Z0-9]{3}) - "
-                    r"\[ \([\w.]+:\d+\)\] - ")
+RECORD = re.compile(r"\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] - ([A-Z]{4}):([A-Z0-9]{3}) - \[ \([\w.]+:\d+\)\] - ")
 
 
 def read(path: str) -> str:
@@ -125,8 +124,7 @@ class Run:
         self.env = {"PATH": f"{folder}/bin:{SYSTEM_PATH}", "TMPDIR": self.temp(),
                     "QD_AGENT_INSTANCE": os.path.basename(folder)}
         self.env |= {name: os.environ[name]
-                     for name in ("TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS")
-                     if name in os.environ}
+                     for name in ("TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS") if name in os.environ}
         self.texts: dict[str, str] = {}  # what {names} stand for in what is expected
         self.user = 0
         self.first = ""  # shell text, run by the process before it becomes the program
@@ -146,8 +144,7 @@ class Run:
     def command(self, name: str, body: str) -> None:
         """What the stand-in does after noting its call: shell text, with "$tmp" for the temporary
         folder and "$calls" for the file of the calls."""
-        write(self.side(f"bin/{name}"),
-              STAND_IN.format(side=self.folder, name=name, body=body), 0o755)
+        write(self.side(f"bin/{name}"), STAND_IN.format(side=self.folder, name=name, body=body), 0o755)
 
     def own(self, path: str) -> str:
         """Where the file lies that the program finds at this path below /etc or /var/lib. From now
@@ -173,8 +170,7 @@ class Run:
         if os.path.isdir(self.side("own")):
             mounts = [OVERLAY.format(top=top, upper=self.side(f"own{top}"),
                                      scratch=self.side(f"scratch{top}")) for top in OWN]
-            words = ["unshare", "--mount", *MAPPED, "sh", "-ec",
-                     "; ".join([*mounts, 'exec "$@"']), "sh", *words]
+            words = ["unshare", "--mount", *MAPPED, "sh", "-ec", "; ".join([*mounts, 'exec "$@"']), "sh", *words]
         elif MAPPED and self.user == 0:
             words = ["unshare", *MAPPED, *words]
         elif not MAPPED and self.user != 0:
@@ -183,8 +179,7 @@ class Run:
                 open(self.side(f"err{self.starts}"), "ab") as err:
             self.process = subprocess.Popen(
                 words, cwd=self.side("work"), env={**self.env, "QD_CALLS": self.calls()},
-                stdin=self.stdin, stdout=out if self.stdout is None else self.stdout, stderr=err,
-                **identity)
+                stdin=self.stdin, stdout=out if self.stdout is None else self.stdout, stderr=err, **identity)
 
     def calls(self) -> str:
         return self.side(f"calls{self.starts}")

@@ -147,8 +147,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def head(self, answer: Answer, size: int) -> bytes:
         lines = [f"HTTP/1.1 {answer.status} {self.responses.get(answer.status, ('',))[0]}"]
-        lines += [f"{name}: {fill(value, self.server.texts)}"
-                  for name, value in answer.headers.items()]
+        lines += [f"{name}: {fill(value, self.server.texts)}" for name, value in answer.headers.items()]
         if answer.chunked:
             lines.append("Transfer-Encoding: chunked")
         elif answer.length is not None:

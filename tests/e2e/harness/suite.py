@@ -24,15 +24,9 @@ from .texts import fill, items
 from .tls import context
 
 TOP = Path(__file__).resolve().parents[3]
-PROGRAMS = {
-    "update": f"{TOP}/build/default/update",
-    "macos": f"{TOP}/build/macos/update",
-    "synology": f"{TOP}/build/synology/update",
-    "qd-update": f"{TOP}/build/default/qd-update",
-    "qd-repo": f"{TOP}/build/default/qd-repo",
-    "qd-tuf": f"{TOP}/build/default/qd-tuf",
-    "shim": f"{TOP}/build/default/tests/e2e/libqd_fault_shim.so",
-}
+PROGRAMS = {name: f"{TOP}/build/default/{name}" for name in ("update", "qd-update", "qd-repo", "qd-tuf")} | {
+    family: f"{TOP}/build/{family}/update" for family in ("macos", "synology")} | {
+    "shim": f"{TOP}/build/default/tests/e2e/libqd_fault_shim.so"}
 
 
 class Place:
@@ -150,8 +144,7 @@ class Row:
                 wanted = items(expected, run.texts)
                 yield from difference(what, seen, sorted(wanted) if what == "files" else wanted)
         texts = run.texts | {"echo": read(run.temp("agent_upd.log"))}
-        for what, text, expected in (("output", outcome.out, self.out),
-                                     ("errors", outcome.err, self.err)):
+        for what, text, expected in (("output", outcome.out, self.out), ("errors", outcome.err, self.err)):
             if expected is not None:
                 yield from difference(what, text.split("\n"), [*items(expected, texts), ""])
         if missing := [record for record in items(self.has, run.texts) if record not in log]:
@@ -239,8 +232,7 @@ def main(description: str, cases: list[Row] | Callable[[Place, bool], dict[str, 
         assert not isinstance(cases, list) or len(named) == len(cases), "two rows of one name"
         wanted = [word for word in options.words if "=" not in word] or ["*"]
         chosen = {name + f" ({time})" * bool(time): case for time in range(options.repeat)
-                  for name, case in named.items()
-                  if any(fnmatch.fnmatchcase(name, pattern) for pattern in wanted)}
+                  for name, case in named.items() if any(fnmatch.fnmatchcase(name, pattern) for pattern in wanted)}
         return run_all(chosen, top, programs, options.jobs)
     except Skip as skip:
         print(skip)
