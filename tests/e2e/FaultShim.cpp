@@ -7,7 +7,6 @@
 // It takes itself out of the environment of the program's own commands.
 #include <dlfcn.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -73,13 +72,6 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
   const int result = static_cast<int>(::syscall(SYS_clock_gettime, clock, now));
   if (result == 0 && clock == CLOCK_REALTIME) now->tv_sec += clockAhead;
   return result;
-}
-
-int gettimeofday(timeval* __restrict now, void* __restrict) noexcept {
-  timespec exact{};
-  clock_gettime(CLOCK_REALTIME, &exact);
-  *now = {exact.tv_sec, exact.tv_nsec / 1000};
-  return 0;
 }
 
 std::time_t time(std::time_t* where) noexcept {

@@ -24,20 +24,6 @@ NFY install cmd = $install /tmp/$1"
   expect_updated
 }
 
-refusing_package() {
-  begin "a package that refuses to be installed"
-  installed "/qd/7.2.1.4.$kind"
-  offer 7.2.1.15 "/qd/refusing.$kind"
-  update 7.2.1.4
-  expect "status" "$status" 0
-  expect "records" "$(log_records | sed -n '/Upgrading/,$p')" "NFY Upgrading agent ...'
-ERR Fail to install agent : [256]
-NFY Agent Started
-NFY Agent Update done"
-  expect "package" "$(there)" "$(whole 7.2.1.4)"
-  expect_agent active 7.2.1.4
-}
-
 changed_configuration_file() {
   begin "a configuration file that the administrator and the package have changed, and nobody who answers"
   installed /qd/configured_4.deb
@@ -111,10 +97,8 @@ update_itself() {
 }
 
 for version in 7.1.5.2 7.2.1.4 7.2.1.15; do make_agent $version "/qd/$version.$kind"; done
-pre="exit 1" make_agent 7.2.1.15 "/qd/refusing.$kind"
 whole_update "agent.$kind"
 whole_update "setup.$kind"
-refusing_package
 if [ "$kind" = deb ]; then
   furnish() { install -D <(say "of $2") "$1/etc/qdagent/qdagent.conf"; }
   make_agent 7.2.1.4 /qd/configured_4.deb

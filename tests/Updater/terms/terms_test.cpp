@@ -28,13 +28,6 @@ TEST(Version, ReadsFourNumbersByTheRulesOfScanf) {
   }
 }
 
-TEST(Version, ComparesNumberByNumber) {
-  EXPECT_LT(Version("7.-1.9.9"), Version("7.2.0.1"));
-  EXPECT_LT(Version("7.2.9.9"), Version("7.10.0.0"));
-  EXPECT_LE(Version("7.2.1.0"), Version("7.2.1.0"));
-  EXPECT_FALSE(Version("7.2.1.0") < Version("7.2.1.0"));
-}
-
 TEST(UtilsPlatform, MapsNames) {
   for (const char* const name : {"amd64", "x64", "x86_64"}) {
     EXPECT_EQ(stringToAgentArch(name), ArchAmd64);
