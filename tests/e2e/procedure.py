@@ -75,7 +75,6 @@ def nothing_else(run, outcome):
 
 
 VERSIONS = [
-    row("UpdateDone", log="{update}", requests="{requests}", calls="{commands}", files="{kept}"),
     row("WithoutConfigurationNothingIsNew", log="{update}", requests="{requests}",
         calls="{commands}", files="{kept}", out="", err="", prepare=trace, check=nothing_else,
         needs=["strace -o /dev/null true"]),

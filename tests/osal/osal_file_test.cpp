@@ -27,8 +27,7 @@ TEST_F(OSAL_FileTest, OpensByMode) {
   constexpr struct {
     QDOpenMode mode;
     int options;
-    int missing;   // errno where there is no file
-    int existing;  // errno where there is one
+    int missing, existing;  // errno where there is no file, and where there is one
     int access;
   } kCases[] = {{QD_OPENMODE_RWNOTEXISTING, 0, 0, EEXIST, O_RDWR},
                 {QD_OPENMODE_RWEXISTING, 0, ENOENT, 0, O_RDWR},
@@ -114,7 +113,7 @@ TEST_F(OSAL_FileTest, ReadsToTheEndAndKnowsItsSize) {
   EXPECT_EQ(size, 5'000'000'000U);
   EXPECT_EQ(allocated % 512, 0U);
   ::close(file.fd);
-  said.clear();
+  said();
   EXPECT_EQ(said(write("x")), "-1 ERR Cannot write (9) to file (fd)");
   EXPECT_EQ(said(file.close(false, true)), "-1 EL2 Cannot close (9) file (fd)");
 }

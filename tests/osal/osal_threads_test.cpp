@@ -14,7 +14,7 @@ TEST(OSAL_Event, WakesEveryWaiterAndIsCleared) {
   LogCapture log("OSAL:5;");
   OSAL_Event event;
   ASSERT_EQ(event.initEvent(), 0);
-  log.clear();
+  log();
   const auto wait = [&] { EXPECT_EQ(event.waitForNotification(kLong), 0); };
   std::thread waiters[] = {std::thread(wait), std::thread(wait)};
   // Each says so before it waits, with the lock held that the notification takes.

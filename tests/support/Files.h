@@ -40,10 +40,13 @@ inline std::ptrdiff_t openDescriptors() {
   return std::distance(std::filesystem::directory_iterator(folder), {});
 }
 
-/// A fresh, empty folder (0700) that is removed with everything in it.
+/// A fresh, empty folder (0700) that is removed with everything in it, in memory where there is a
+/// file system for that: thousands of files cost little there.
 class TempFolder : private qd_no_duplic {
  public:
-  explicit TempFolder(const std::filesystem::path& base = std::filesystem::temp_directory_path()) {
+  TempFolder() {
+    std::filesystem::path base = "/dev/shm";
+    if (!std::filesystem::exists(base)) base = std::filesystem::temp_directory_path();
     std::string pattern = (base / "qdtest.XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
     path_ = pattern;
@@ -59,9 +62,3 @@ class TempFolder : private qd_no_duplic {
  private:
   std::filesystem::path path_;
 };
-
-/// Where thousands of files cost little: a file system in memory, where there is one.
-inline std::filesystem::path cheapBase() {
-  const std::filesystem::path memory = "/dev/shm";
-  return std::filesystem::exists(memory) ? memory : std::filesystem::temp_directory_path();
-}

@@ -63,7 +63,7 @@ class FolderTest : public testing::Test {
     return static_cast<int>(fs::status(path).permissions());
   }
 
-  const TempFolder folder{cheapBase()};
+  const TempFolder folder;
   const std::ptrdiff_t before = openDescriptors();
   const std::string path = folder / "file";
   const std::string missing = folder / "missing";

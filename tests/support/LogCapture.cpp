@@ -18,11 +18,6 @@ std::vector<std::string> LogCapture::lines() const {
   return lines_;
 }
 
-void LogCapture::clear() {
-  const std::lock_guard guard(mutex_);
-  lines_.clear();
-}
-
 void LogCapture::log(unsigned int /*pid*/, unsigned long long /*threadId*/, const char* module,
                      const char* level, const char* /*file*/, int /*line*/, const char* /*func*/,
                      const char* message) {
@@ -31,13 +26,13 @@ void LogCapture::log(unsigned int /*pid*/, unsigned long long /*threadId*/, cons
 }
 
 std::string LogCapture::operator()() {
+  const std::lock_guard guard(mutex_);
   std::string all;
-  for (std::string line : lines()) {
+  for (std::string line : std::exchange(lines_, {})) {
     if (line.starts_with(module_)) line.erase(0, module_.size());
     for (const auto& [text, name] : names_) boost::replace_all(line, text, name);
     all += (all.empty() ? "" : " | ") + line;
   }
-  clear();
   return all;
 }
 

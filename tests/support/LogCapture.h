@@ -22,9 +22,6 @@ class LogCapture : private QDLogCb {
   /// Every record since the last time, as "MODULE:LABEL text".
   [[nodiscard]] std::vector<std::string> lines() const;
 
-  /// Forgets the records so far.
-  void clear();
-
   /// From now on a call shows `text` as `name`.
   void rename(std::string text, std::string name) {
     names_.emplace_back(std::move(text), std::move(name));
