@@ -29,10 +29,8 @@ mac = partial(Row, program="macos", good=LAST, blocks=BLOCKS | {
 [start] launchctl load /Library/LaunchDaemons/com.qdagent.plist
 [install] installer -target / -pkg{blank}
 [not the first four]
-ERR Request {F}/setup.pkg failed : [404]
-ERR Request {F}/setup.dmg failed : [404]
-ERR Request {F}/Kesa_{Kesa}.pkg failed : [404]
-ERR Request {F}/Kesa_{Kesa}.dmg failed : [404]
+ERR Request {F}/setup.pkg failed : [404] | ERR Request {F}/setup.dmg failed : [404]
+ERR Request {F}/Kesa_{Kesa}.pkg failed : [404] | ERR Request {F}/Kesa_{Kesa}.dmg failed : [404]
 [definition] {no definition} | {no special folder} | {not the first four}
 [no setup] Failed to get any correct setup paths
 [none] ERR {no setup} | ERR Exception : {no setup}

@@ -14,6 +14,7 @@ from functools import partial
 
 from harness import Outcome, Row, Run, difference, logged, main, read, records, write
 from harness.linux import PACKAGE
+from procedure import trace
 
 CANARY = "1\nthe canary\n"  # as a lock it would be an old one
 LOG, LOCK, DEB = "agent_upd.log", "upgrade_ovt.lock", "setup.deb"
@@ -92,9 +93,8 @@ def opened(run: Run, _: Outcome):
 
 IN_THE_WAY = [
     *(obstacle(target, name) for target in OUR_FILES for name in OBSTACLES),
-    updated("nothing that comes in between is used", first='set -- strace -qq -s 4096 -e trace=%file -o '
-            '"$QD_CALLS.trace" "$@"', check=opened, env={"ASAN_OPTIONS": "detect_leaks=0"},
-            prepare=lambda run: write(run.temp(LOCK), "1\n"), needs=["strace -o /dev/null true"]),
+    updated("nothing that comes in between is used", prepare=lambda run: trace(run) or write(run.temp(LOCK), "1\n"),
+            check=opened, needs=["strace -o /dev/null true"]),
     updated("new files are our own", first="umask 0", check=lambda run, _: (
         wrong for name, mode in OUR_FILES.items() for wrong in our_own(run.temp(name), mode))),
     folder(LOG, 0, "NFY Agent Update done"),
@@ -108,12 +108,10 @@ IN_THE_WAY = [
 
 CHANGE = "printf X | dd status=none conv=notrunc "
 SWAPS = {  # shell text; the package is $1
-    "another file": 'printf evil > "$1.new"; mv "$1.new" "$1"',
     "another file of its size and time":
         f'cp -p "$1" "$1.new"; {CHANGE}of="$1.new"; touch -r "$1" "$1.new"; mv "$1.new" "$1"',
     "link to another file": 'printf evil > "$1.new"; ln -sf "$1.new" "$1"',
     "changed in place": f'{CHANGE}of="$1"',
-    "longer": 'truncate -s 30000 "$1"',
     "removed": 'rm "$1"',
 }
 
@@ -133,10 +131,9 @@ def swapped(name: str, moment: str) -> Row:
         with open(run.side("installed"), "rb") as file:
             if file.read() != PACKAGE:
                 yield "another package was installed"
-    return updated(f"{name} after '{moment}'", drive=drive, check=check,
-                   commands={"dpkg": 'cp "$2" "$tmp/../installed"'}, env={
-                       "LD_PRELOAD": "{shim}", "QD_FAULT": "stop:" + moment,
-                       "ASAN_OPTIONS": "verify_asan_link_order=0"})
+    shim = {"LD_PRELOAD": "{shim}", "QD_FAULT": "stop:" + moment, "ASAN_OPTIONS": "verify_asan_link_order=0"}
+    return updated(f"{name} after '{moment}'", drive=drive, check=check, env=shim,
+                   commands={"dpkg": 'cp "$2" "$tmp/../installed"'})
 
 
 def locked_by_another(run: Run) -> None:

@@ -28,25 +28,14 @@ row = partial(Row, blocks=BLOCKS | blocks("""
 [with x11] {until stop} | {stopped} | {upgrading} | NFY installXCBDeps ...
 [as usual] NFY Agent Installed | {started}
 [faulty] ERR Exception : Fail to parse agent_setup_def file
-[apt-get] apt-get install -y {x11} {xkb} libfontconfig1 libfreetype6 libxext6 {last}
-[x11] libxrender1 libxcb1 {xcb} libxcb-image0 libxcb-util1 libxcb-cursor0
+[apt-get] apt-get install -y libxrender1 libxcb1 {xcb} libxcb-image0 libxcb-util1 libxcb-cursor0 {others}
 [xcb] libxcb-render0 libxcb-render-util0 libxcb-shape0 {randr} libxcb-icccm4 libxcb-keysyms1
 [randr] libxcb-randr0 libxcb-xfixes0 libxcb-xkb1 libxcb-sync1 libxcb-shm0
-[xkb] libxkbcommon0 libxkbcommon-x11-0
-[last] libx11-xcb1 libsm6 libice6
+[others] libxkbcommon0 libxkbcommon-x11-0 libfontconfig1 libfreetype6 libxext6 libx11-xcb1 libsm6 libice6
 [paths]
-/dev/null
-/etc/localtime
-/etc/os-release
-/etc/qd/conf.{I}/dbdir.cfg
-/proc/self/cgroup
-/usr/bin/dpkg
+/dev/null | /etc/localtime | /etc/os-release | /etc/qd/conf.{I}/dbdir.cfg | /proc/self/cgroup | /usr/bin/dpkg
 /usr/lib/ssl/openssl.cnf
-{T}
-{T}/agent_upd.log
-{T}/setup.deb
-{T}/upgrade_ovt.lock
-{T}/upgrade_ovt.lock.NEW
+{T} | {T}/agent_upd.log | {T}/setup.deb | {T}/upgrade_ovt.lock | {T}/upgrade_ovt.lock.NEW
 """))
 
 
@@ -75,9 +64,8 @@ def nothing_else(run, outcome):
 
 
 VERSIONS = [
-    row("WithoutConfigurationNothingIsNew", log="{update}", requests="{requests}",
-        calls="{commands}", files="{kept}", out="", err="", prepare=trace, check=nothing_else,
-        needs=["strace -o /dev/null true"]),
+    row("WithoutConfigurationNothingIsNew", log="{update}", requests="{requests}", calls="{commands}", files="{kept}",
+        out="", err="", prepare=trace, check=nothing_else, needs=["strace -o /dev/null true"]),
     row("UpToDate", version="7.2.1.15", log="{until version} | {nothing to do}",
         requests="{GET version}", files="{locked}"),
     row("InvalidArgumentVersion", version="7.2.1", status=4, log="{identified} | ERR Invalid current version 7.2.1"),
@@ -105,7 +93,7 @@ def without_md5(run) -> None:
 PACKAGES = [
     row("NoDigest", {SUM: 404}, "{until version} | ERR Request {F}/setup.deb.md5 failed : [404] | "
         "ERR No file signature available (skip verification): [404] | {size} | {unverified}"),
-    row("DigestWithoutBlank", {SUM: "{other sum}\n"}, "{until version} | {size} | {unverified}"),
+    row("DigestWithoutBlank", {SUM: "{other sum}\tx\n"}, "{until version} | {size} | {unverified}"),
     row("DigestStartsWithBlank", {SUM: " {other sum}\n"},
         "{until version} | NFY Downloaded md5 is{blank} | {size} | {unverified}"),
     row("ShortPackageThreeTimes", {GET: SHORT}, "{until download} | {short} | {short} | {short} | "
@@ -121,18 +109,16 @@ PACKAGES = [
     row("NoLengthHeader", {HEAD: Answer(length=None)},
         "{until version} | {digest} | ERR Fail to determine file size", status=7),
     row("LowerCaseLengthWins", {HEAD: Answer(headers={"content-length": "  20000 "}, length="7")}, "{update}"),
-    row("PackageMissing", {DEB: 404}, "{until version} | {digest} | ERR Request {F}/setup.deb "
-        "failed : [404] | ERR Fail to get HEAD for {F}/setup.deb: [404 ] | {unlock}", status=2,
-        files="agent_upd.log"),
-    row("PackageGoneAfterTheSizeQuery", {GET: 503},
-        "{until download} | ERR Request {F}/setup.deb failed : [503] | ERR 'Fail to download setup "
-        "file: [503] | {unlock}", status=2, files="agent_upd.log | setup.deb"),
+    row("PackageMissing", {DEB: 404}, "{until version} | {digest} | ERR Request {F}/setup.deb failed : [404] | ERR "
+        "Fail to get HEAD for {F}/setup.deb: [404 ] | {unlock}", status=2, files="agent_upd.log"),
+    row("PackageGoneAfterTheSizeQuery", {GET: 503}, "{until download} | ERR Request {F}/setup.deb failed : [503] | "
+        "ERR 'Fail to download setup file: [503] | {unlock}", status=2, files="agent_upd.log | setup.deb"),
     row("AnswersInChunks", {GET: Answer(PACKAGE, chunked=True),
                             VERSION: Answer("7.2.1.15", chunked=True)}, "{update}"),
     row("EverythingMovedTwice", {VERSION: redirect("{S}/a"), "/a": redirect("/v"), "/v": "7.2.1.15",
                                  DEB: redirect("/p"), "/p": PACKAGE}, "{update}",
-        requests="{GET version} | GET /a | GET /v | {GET}.md5 | HEAD {deb} | HEAD /p | {GET} | "
-                 "GET /p", texts={"deb": DEB}),
+        requests="{GET version} | GET /a | GET /v | {GET}.md5 | HEAD {deb} | HEAD /p | {GET} | GET /p",
+        texts={"deb": DEB}),
 ]
 
 
@@ -196,8 +182,7 @@ def endless_line(run) -> None:
 STALE = {"lock": "{found}"}
 LOCKS = [
     lock("Held", 1000, "{held}", files="{locked}"),
-    lock("HeldForNearlyAnHour", HOUR - 20000, "{held}", around=(" \t", "")),
-    lock("HeldByTheFuture", -HOUR, "{held}"),
+    lock("HeldByTheFuture", -HOUR, "{held}", around=(" \t", "")),
     lock("HeldIsLeftAloneByOnlyRestart", 1000, "{held}", option="-S", around=("", " \nmore\n"), files="{locked}"),
     lock("Stale", HOUR + 1, "{update}", texts=STALE, files="{kept}"),
     lock("Empty", "", "{lock unreadable}", files="{locked}"),

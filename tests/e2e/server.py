@@ -103,9 +103,8 @@ FAULTS = [
         ("BeyondNumbers", Answer(length="9" * 20), 11, "ERR Exception : stoull"),
         ("Largest", Answer(length="9223372036854775807"), 6, SIZE + "9223372036854775807 bytes"),
         ("BehindTooManyHeaders", Answer(headers=HEADERS, length="20000"), 7, "ERR Fail to determine file size"),
-        ("InCapitals", Answer(headers={"CONTENT-LENGTH": "20000"}, length=None), 7, "ERR Fail to determine file size"),
-        ("OfARedirectWhenTheLastAnswerHasNone", Answer(status=302, headers={"Location": "/p"}, length="7"), 6,
-         SIZE + "7 bytes"),
+        ("InCapitals", Answer(headers={"CONTENT-LENGTH": "9"}, length=None), 7, "ERR Fail to determine file size"),
+        ("OfARedirectBeforeNone", Answer(status=302, headers={"Location": "/p"}, length="7"), 6, SIZE + "7 bytes"),
         ("Twice", Answer(raw=b"HTTP/1.1 200 OK\r\nContent-Length: 7\r\nContent-Length: 20000\r\n\r\n"), 0,
          SIZE + "20000 bytes"),
         ("List", Answer(length="5, 5"), 6, SIZE + "5 bytes"))),
@@ -138,10 +137,9 @@ def plain_name(name: str) -> Row:
     """The name reaches the command as it is, one word, and runs nothing."""
     in_json = name.replace('"', r'\"').replace("ü", r"\u00fc")
     asked = "/p/" + re.sub("[^\0-\x7f]", lambda letter: quote(letter[0]).lower(), name)
-    return Row(f"NameIsPlainText:{name}", {DEFINITION: f"[{entry(in_json)}]", "/p/v": "7.2.1.15",
-                                           "/p/h": DIGEST + " ", asked: PACKAGE},
-        calls="{stop} | dpkg -i {T}/" + name + " | 2 | {start}", files=f"{name} | {{locked}}",
-        commands={"dpkg": r"""printf '%s\n' "$#" >> "$calls" """})
+    good = {DEFINITION: f"[{entry(in_json)}]", "/p/v": "7.2.1.15", "/p/h": DIGEST + " ", asked: PACKAGE}
+    return Row(f"NameIsPlainText:{name}", good, calls="{stop} | dpkg -i {T}/" + name + " | 2 | {start}",
+               files=f"{name} | {{locked}}", commands={"dpkg": r"""printf '%s\n' "$#" >> "$calls" """})
 
 
 DEFINITIONS = [

@@ -108,10 +108,7 @@ BLOCKS_WITH_FILE = blocks("""
 [own] /etc/qd/update.d
 [foreign] belongs to user 7, not to root: somebody else could change it; see to its content, then chown root
 [others] others than root may write to it; see to its content, then chmod go-w
-[hooked] {until stop} | {before} | {stopped}
 [before] NFY Hook before-1 | NFY before-1: {V} 7.2.1.15 prepare running 0
-[stopped] NFY Agent Stopping .... | NFY Agent Stopped
-[installing] NFY Upgrading agent ...'
 [ask] dpkg-query --show --showformat=${db:Status-Abbrev}|${Version}\\n qdagent
 [fits] dpkg-deb --field {path} Package Version Installed-Size Pre-Depends Depends | dpkg-query --listfiles qdagent
 dpkg-query --show --showformat=${db:Status-Status}\\n | dpkg --no-act -i {path}
@@ -128,7 +125,6 @@ dpkg-deb --field {keep} Package Version Installed-Size Pre-Depends Depends
 [has timer] {timer} --property=SuccessExitStatus=12 {given} {qd-update} recover
 [ends timer] systemctl stop qd-update-window-{I}.timer
 [put back] dpkg --force-downgrade -i {keep} | {its files} | systemctl daemon-reload | systemctl reset-failed qdagent
-[printed] {installing} | NFY Unpacking | NFY ii |7.2.1.15
 """)
 row = partial(Row, config="", commands=DATABASE, prepare=installed(), blocks=BLOCKS | BLOCKS_WITH_FILE)
 

@@ -46,10 +46,7 @@ BLOCKS = NAMES | {"D": DIGEST, "B": str(len(PACKAGE)), "blank": " ",
 [stop] systemctl stop qdagent
 [install] dpkg -i {path}
 [start] systemctl start qdagent
-[greeting]
-NFY Check Update
-NFY Current version : {V}
-NFY Udpate server : {S}
+[greeting] NFY Check Update | NFY Current version : {V} | NFY Udpate server : {S}
 [lock] NFY Lock file is [{lock file}]
 [system] NFY OS is [Linux] | NFY distrib is [deb]
 [identified] {greeting} | {lock} | {system}

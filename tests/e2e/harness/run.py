@@ -175,8 +175,7 @@ class Run:
             words = ["unshare", *MAPPED, *words]
         elif not MAPPED and self.user != 0:
             identity = {"user": self.user, "group": self.user, "extra_groups": []}
-        with open(self.side(f"out{self.starts}"), "ab") as out, \
-                open(self.side(f"err{self.starts}"), "ab") as err:
+        with open(self.side(f"out{self.starts}"), "ab") as out, open(self.side(f"err{self.starts}"), "ab") as err:
             self.process = subprocess.Popen(
                 words, cwd=self.side("work"), env={**self.env, "QD_CALLS": self.calls()},
                 stdin=self.stdin, stdout=out if self.stdout is None else self.stdout, stderr=err, **identity)

@@ -210,7 +210,6 @@ def main(description: str, cases: list[Row] | Callable[[Place, bool], dict[str, 
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("-a", "--all", action="store_true", help="not only a sample of the cases")
     parser.add_argument("-j", "--jobs", type=int, default=2 + (os.cpu_count() or 1))
-    parser.add_argument("-r", "--repeat", type=int, default=1)
     parser.add_argument("words", nargs="*", metavar="NAME=PROGRAM | CASE",
                         help=f"programs ({', '.join(PROGRAMS)}); the cases that are wanted, as "
                              "patterns of the shell")
@@ -231,8 +230,8 @@ def main(description: str, cases: list[Row] | Callable[[Place, bool], dict[str, 
                  else cases(Place(f"{top}/cases", programs), options.all))
         assert not isinstance(cases, list) or len(named) == len(cases), "two rows of one name"
         wanted = [word for word in options.words if "=" not in word] or ["*"]
-        chosen = {name + f" ({time})" * bool(time): case for time in range(options.repeat)
-                  for name, case in named.items() if any(fnmatch.fnmatchcase(name, pattern) for pattern in wanted)}
+        chosen = {name: case for name, case in named.items()
+                  if any(fnmatch.fnmatchcase(name, pattern) for pattern in wanted)}
         return run_all(chosen, top, programs, options.jobs)
     except Skip as skip:
         print(skip)
