@@ -62,7 +62,7 @@ NEVER_DETACH = '[ "$1" = attach ] || exit 1\n' + ATTACH
 SWAP = ATTACH + '; [ "$1" = detach ] || { printf evil > "$tmp/new"; mv "$tmp/new" "$2"; }'
 TWICE = '"$@"; rm "$TMPDIR/upgrade_ovt.lock"'
 HOSTILE = r"""[ "$1" = detach ] || printf '%s\t%s\n' '/dev/disk4;touch pwned' \
-  '/Volumes/$(touch pwned)`touch pwned`"\'"""
+  '/Volumes/$(touch pwned)`touch pwned`"\\'"""
 COUNT = r"""printf '%s\n' "$#" >> "$calls" """
 FROM_FIRST = {"folder": "/macosx/{Mac}", "P": "setup.pkg", "definition": "{no definition}",
               "install": '{prefix}installer -target / -pkg "{path}"', "prefix": ""}
@@ -128,7 +128,7 @@ IMAGES = [
         "pwned | DBG PKG path is {volume}/TideKeeper.pkg | {installed}",
         commands={"hdiutil": HOSTILE, "installer": COUNT}, files="{kept}",
         calls="{attach} | {stop} | {installer} {volume}/TideKeeper.pkg | 4 | hdiutil detach "
-              "/dev/disk4;touch pwned | {start}", texts={"volume": r'/Volumes/$(touch pwned)`touch pwned`"' + "\\"}),
+              "/dev/disk4;touch pwned | {start}", texts={"volume": r'/Volumes/$(touch pwned)`touch pwned`"\\'}),
     mac("SwappedWhileItIsAttached", {}, "{until stop} | {swapped} | {verified} | {swapped} | "
         "{verified} | {swapped} | ERR Invalid setup md5", status=7, commands={"hdiutil": SWAP},
         connections=3, files="{locked}", requests="{searches} | {GET} | {GET}",

@@ -42,9 +42,12 @@ TEST(Execlog, LogsOutputThenErrorsAlsoWhenBothPipesFill) {
   EXPECT_THROW(execlog(missing), bp::process_error);
 }
 
-TEST(UtilsShell, LeavesAPlainWordAlone) {
+TEST(UtilsShell, LeavesAPlainWordAloneAndNoOther) {
   const std::string plain = "/a_1.2+3:4=5@6%7,8-9.deb";
   EXPECT_EQ(shellWord(plain), plain);
+  for (const char c : std::string(" '\"$`\\;&|<>(*?[{~!#\n")) {
+    EXPECT_NE(shellWord({c}), std::string(1, c));
+  }
 }
 
 /// Whether the process is there, and has not ended.
