@@ -27,11 +27,15 @@ struct Arguments {
   std::string root;
 };
 
+void sayWaiting(const std::string& folder) {
+  std::fprintf(stderr, "qd-tuf: %s is in use: waiting for that to end\n", folder.c_str());
+}
+
 void init(const Arguments& arguments) {
   std::ifstream file(arguments.root, std::ios::binary);
   const std::string root{std::istreambuf_iterator<char>(file), {}};
   if (!file) throw tuf::Error(tuf::ErrorKind::Storage, "Cannot read " + arguments.root);
-  tuf::Folder folder(arguments.metadataFolder);
+  tuf::Folder folder(arguments.metadataFolder, sayWaiting);
   tuf::Client::trust(folder, root);
 }
 
@@ -54,13 +58,13 @@ void requireDifferentFolders(const Arguments& arguments) {
 }
 
 void update(const Arguments& arguments, bool withTargets) {
-  tuf::Folder folder(arguments.metadataFolder);
+  tuf::Folder folder(arguments.metadataFolder, sayWaiting);
   CurlFetcher fetcher(impatient());
   tuf::Client client(folder, fetcher, arguments.metadataUrl);
   if (withTargets) requireDifferentFolders(arguments);
   client.refresh();
   if (!withTargets) return;
-  tuf::Folder targets(arguments.targetFolder);
+  tuf::Folder targets(arguments.targetFolder, sayWaiting);
   download(client, arguments.names, arguments.targetUrl, targets);
 }
 

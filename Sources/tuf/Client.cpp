@@ -76,6 +76,7 @@ Client::Client(Folder& folder, Fetcher& fetcher, std::string metadataUrl, const 
     : folder_(folder), fetcher_(fetcher), url_(std::move(metadataUrl)), limits_(limits) {}
 
 void Client::trust(Folder& folder, std::string_view root) {
+  if (root.size() > Limits{}.root) throw Error(ErrorKind::Size, "The root has too many bytes");
   naming("The root", [&] { (void)TrustedSet(root, systemTime()); });
   folder.write(roleFile("root"), root);
 }

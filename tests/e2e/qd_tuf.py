@@ -255,6 +255,7 @@ ATTACKS = {  # what becomes of the repository after a first run, what is said an
     "in a circle": ("answer timestamp CIRCLE", "redirects", TWO + " timestamp" * 10, OLD),
     "cut": ("answer timestamp CUT", "Cannot get", TWO),
     "no JSON": ("answer timestamp x", "No JSON", TWO),
+    "JSON before a NUL": ("copy timestamp timestamp behind=\0x", "No JSON", TWO),
     # Metadata.
     "rollback: timestamp": ("publish timestamp=4", "The timestamp went back from version 5 to 4", TWO),
     "rollback: snapshot": ("publish snapshot=4 timestamp=6", "'s snapshot went back from version 5 to 4", TWO),
