@@ -138,9 +138,9 @@ Json parseJson(std::string_view text) {
   osal_growHeap(kGrowth * text.size());
   Json result;
   Builder builder(result);
-  if (text.find('\0') != std::string_view::npos)
-    refuseMalformed("No JSON");  // the library ends there
-  if (!Json::sax_parse(text.begin(), text.end(), &builder)) refuseMalformed("No JSON");
+  // The library takes a NUL for the end, whatever is behind it.
+  const bool isCut = text.find('\0') != std::string_view::npos;
+  if (isCut || !Json::sax_parse(text.begin(), text.end(), &builder)) refuseMalformed("No JSON");
   return result;
 }
 
