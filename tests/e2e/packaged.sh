@@ -75,6 +75,8 @@ upgrade_during_update() {
   await "the end of the run" has_ended
   expect "outcome" "$(told outcome) $(told to) $(unit qd-update Result)" "updated 7.2.1.15 success"
   expect_agent active 7.2.1.15
+  quiet logrotate --state /qd/rotated --force /usr/share/doc/qd-update/examples/logrotate
+  expect "logs" "$(ls /tmp/agent_upd.*)" "$log.1"
   expect "timer" "$(systemctl is-enabled qd-update.timer) $(unit qd-update.timer ActiveState)" "enabled active"
 }
 
@@ -84,7 +86,7 @@ remove_package() {
   expect "timer" "$(unit qd-update.timer ActiveState)" inactive
   package $remove qdagent
   rm -r /etc/qd
-  expect "files" "$(left_since "$before" | grep -v "^> $state/")" "> $log"
+  expect "files" "$(left_since "$before" | grep -v "^> $state/")" "> $log.1"
   [ "$(told outcome)" = updated ] || expect "record" "$(told outcome)" updated
 }
 
