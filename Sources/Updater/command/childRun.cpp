@@ -2,19 +2,17 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
-#include <boost/filesystem/operations.hpp>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string_view>
 
+#include "Updater/command/ChildFamily.h"
 #include "Updater/command/utilsExec.h"
 #include "ground/osal_io.h"
 #include "ground/osal_scoped.h"
@@ -157,29 +155,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return result;
 }
 
-/// Such as what a `timeout` in a script runs: it left the process group, but not the session.
-void endSession([[maybe_unused]] pid_t leader) noexcept try {
-#if defined(__linux__)
-  boost::system::error_code failed;
-  for (boost::filesystem::directory_iterator entry("/proc", failed), end; !failed && entry != end;
-       entry.increment(failed)) {
-    const pid_t process = std::atoi(entry->path().filename().c_str());
-    if (process > 0 && ::getsid(process) == leader) ::kill(process, SIGKILL);
-  }
-#endif
-} catch (...) {
-  // No memory. The process group is the most of it.
-}
-
-void endWithChildren(pid_t child) noexcept {
-  endSession(child);
-  ::kill(-child, SIGKILL);
-  int status = 0;
-  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-}
-
-ChildEnd watch(pid_t child, int output, const ChildRun& run) {
+ChildEnd watch(pid_t child, int output, const ChildRun& run, const ChildFamily& family) {
   LineCutter lines(run.onLine);
   const auto until = Clock::now() + run.limit;
   const ScopedFd ended = openEndOf(child);
@@ -199,7 +175,7 @@ ChildEnd watch(pid_t child, int output, const ChildRun& run) {
     const bool cancelled = run.cancelled && run.cancelled();
     if (!cancelled && Clock::now() < until) continue;
     end.how = cancelled ? ChildEnd::How::Cancelled : ChildEnd::How::TookTooLong;
-    endWithChildren(child);
+    family.end(child);
     if (open) readAvailable(output, lines);
     break;
   }
@@ -216,12 +192,13 @@ ChildEnd runChild(const ChildRun& run) {
   std::vector<std::string> words = {run.program};
   words.insert(words.end(), run.arguments.begin(), run.arguments.end());
   std::vector<std::string> variables = mergedEnvironment(run);
+  const ChildFamily family(run.adopts);
   const pid_t child =
       SpawnPlan(write.get(), run.withErrors)
           .start(run.program.c_str(), pointers(words).data(), pointers(variables).data());
   write.reset();
   if (child < 0) return {.how = ChildEnd::How::NotStarted, .status = -child};
-  return watch(child, read.get(), run);
+  return watch(child, read.get(), run, family);
 }
 
 std::string faultText(const std::string& what, const ChildEnd& end, std::chrono::seconds limit) {
@@ -254,7 +231,7 @@ int runShell(const char* command, int output, std::chrono::seconds limit) noexce
       pollfd end{ended.get(), POLLIN, 0};
       ::poll(&end, 1, kTickMs);
     }
-    endWithChildren(child);
+    ChildFamily(false).end(child);
     return kTookTooLong;
   }
   int status = 0;

@@ -18,6 +18,7 @@ struct ChildRun {
       onLine;                       ///< of its standard output and error, as it comes
   std::function<bool()> cancelled;  ///< asked now and then; may be empty
   bool withErrors = true;           ///< else its standard error is /dev/null
+  bool adopts = false;              ///< what its children leave is ended with it as well
 };
 
 /// How it ended.
@@ -30,8 +31,8 @@ struct ChildEnd {
 };
 
 /// Runs the program without a shell and waits. It has a session of its own and reads /dev/null. At
-/// the limit, or when it is cancelled, it is ended with its children. What a child that outlives it
-/// writes is not waited for. Logs nothing.
+/// the limit, or when it is cancelled, it is ended with its children (ChildFamily). What a child
+/// that outlives it writes is not waited for. Logs nothing.
 ChildEnd runChild(const ChildRun& run);
 
 /// A text for people on how `what` ("hook before-1") ended, which had the time `limit`;

@@ -19,7 +19,8 @@ std::vector<FailedCheck> runChecks(
         .environment = environment,
         .limit = limit,
         .onLine = [&name](const std::string& line) { QDLOG(ROOT, NFY, name << ": " << line); },
-        .cancelled = cancelled};
+        .cancelled = cancelled,
+        .adopts = true};
     const std::string fault = utils::faultText("check " + name, utils::runChild(run), limit);
     if (fault.empty()) continue;
     QDLOG(ROOT, WRN, fault);

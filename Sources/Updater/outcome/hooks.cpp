@@ -31,7 +31,8 @@ std::string runHooks(const std::vector<std::string>& files, std::string_view pre
         .program = file,
         .environment = hookEnvironment(record),
         .onLine = [&name](const std::string& line) { QDLOG(ROOT, NFY, name << ": " << line); },
-        .cancelled = cancelled};
+        .cancelled = cancelled,
+        .adopts = true};
     const std::string failure = utils::faultText("hook " + name, utils::runChild(run), run.limit);
     if (failure.empty()) continue;
     QDLOG(ROOT, WRN, failure);

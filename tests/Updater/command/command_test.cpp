@@ -65,17 +65,21 @@ TEST(ChildRun, PassesLinesOnAndWaitsForNobodyElse) {
                      .arguments = {"-c", script},
                      .environment = {{"QD_X", "value"}},
                      .onLine = [&](const std::string& line) { lines.push_back(line); },
-                     .cancelled = [&] { return cancels && !lines.empty(); }});
+                     .cancelled = [&] { return cancels && !lines.empty(); },
+                     .adopts = true});
   };
   EXPECT_EQ(run("echo $QD_X; printf 'b\\nend' >&2; exit 3").status, 3);
   EXPECT_EQ(lines, (std::vector<std::string>{"value", "b", "end"}));
   EXPECT_TRUE(run("sleep 7 & echo left").isGood());
   EXPECT_EQ(lines, std::vector<std::string>{"left"});
   cancels = true;
-  EXPECT_EQ(run("timeout 97 sleep 97 & echo $!; wait").how, ChildEnd::How::Cancelled);
-  ASSERT_EQ(lines.size(), 1U);
-  for (int pause = 0; runs(lines[0]) && pause < 1000; ++pause) ::usleep(10000);
-  EXPECT_FALSE(runs(lines[0])) << "the child of the child";
+  for (const char* const script : {"timeout 97 sleep 97 & echo $!; wait",
+                                   "setsid -f sh -c 'echo $$; exec sleep 97'; wait; sleep 97"}) {
+    EXPECT_EQ(run(script).how, ChildEnd::How::Cancelled) << script;
+    ASSERT_EQ(lines.size(), 1U);
+    for (int pause = 0; runs(lines[0]) && pause < 1000; ++pause) ::usleep(10000);
+    EXPECT_FALSE(runs(lines[0])) << script;
+  }
   EXPECT_EQ(runChild({.program = "/nowhere", .environment = {}, .onLine = {}, .cancelled = {}}).how,
             ChildEnd::How::NotStarted);
 }
