@@ -16,14 +16,16 @@ std::optional<std::vector<KeptPackage>> parseKeptPackages(std::string_view text)
             .sha256 = entry.at("sha256"),
             .md5 = entry.at("md5"),
             .mayReturn = entry.at("rollback"),
-            .since = entry.at("since")};
+            .since = entry.at("since"),
+            .room = entry.value("room", 0ULL)};
   });
 }
 
 std::string keptPackagesText(const std::vector<KeptPackage>& packages) {
   return jsonListText(packages, [](const KeptPackage& kept) -> nlohmann::ordered_json {
     return {{"version", kept.version}, {"file", kept.file},          {"sha256", kept.sha256},
-            {"md5", kept.md5},         {"rollback", kept.mayReturn}, {"since", kept.since}};
+            {"md5", kept.md5},         {"rollback", kept.mayReturn}, {"since", kept.since},
+            {"room", kept.room}};
   });
 }
 

@@ -7,12 +7,13 @@
 
 /// A package of the agent that ran on this machine, kept for the way back.
 struct KeptPackage {
-  std::string version;    ///< "7.2.1.4"
-  std::string file;       ///< its name among the kept ones
-  std::string sha256;     ///< 64 lower-case hexadecimal digits
-  std::string md5;        ///< 32 of them, or empty
-  bool mayReturn = true;  ///< whether its publisher lets machines go back to it
-  std::string since;      ///< when it came here: "2026-03-01T14:05:09Z"
+  std::string version;          ///< "7.2.1.4"
+  std::string file;             ///< its name among the kept ones
+  std::string sha256;           ///< 64 lower-case hexadecimal digits
+  std::string md5;              ///< 32 of them, or empty
+  bool mayReturn = true;        ///< whether its publisher lets machines go back to it
+  std::string since;            ///< when it came here: "2026-03-01T14:05:09Z"
+  unsigned long long room = 0;  ///< bytes that its installation takes; 0: unknown
 };
 
 /// Reads what `keptPackagesText` writes; nothing for any other text, and where a file's name is

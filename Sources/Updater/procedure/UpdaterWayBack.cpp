@@ -141,9 +141,11 @@ Updater::Stop Updater::prepareWayBack(UpdateRun& run) {
   if (!utils::saveConfigurationFiles(distrib, run.keep.pathOf(kSavedConfiguration))) {
     QDLOG(ROOT, WRN, "Cannot save the agent's configuration files");
   }
-  const std::string kept = run.keep.pathOf(run.kept.file);
-  const unsigned long long room =
-      roomFor(kept, utils::readPackageFacts(distrib, kept)) + kForDatabase;
+  if (run.kept.room == 0) {
+    const std::string kept = run.keep.pathOf(run.kept.file);
+    run.kept.room = roomFor(kept, utils::readPackageFacts(distrib, kept));
+  }
+  const unsigned long long room = run.kept.room + kForDatabase;
   // The installation that comes first must not lack it.
   const std::string missing =
       utils::missingRoom(run.keep.path(), room, run.roomNeeded + kForDatabase);
@@ -162,5 +164,6 @@ void Updater::keepInstalled(UpdateRun& run) const {
   }
   KeptPackage package = describe(run.available, distrib, run.sha256, run.expectedMd5);
   package.mayReturn = run.mayReturn;
+  package.room = run.roomNeeded;
   keep(run, run.setup.setupPath, package);
 }
