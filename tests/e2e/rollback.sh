@@ -11,10 +11,12 @@ ailing=/qd/ailing.$kind
 case $kind in
   deb)
     refusal="installed qdagent package post-installation script subprocess returned error exit status 1"
+    return_refusal="new qdagent package pre-installation script subprocess returned error exit status 1"
     cached=/var/cache/apt/archives/qdagent_7.2.1.4
     ;;
   rpm)
     refusal="warning: %post(qdagent-7.2.1.15-1.noarch) scriptlet failed, exit status 1"
+    return_refusal="error: %prein(qdagent-7.2.1.4-1.noarch) scriptlet failed, exit status 1"
     cached=/var/cache/dnf/qd/packages/qdagent-7.2.1.4
     ;;
 esac
@@ -141,14 +143,21 @@ see \`journalctl -u qdagent\`, then install a version that works" \
   rm /qd/stay-away
   systemctl reset-failed qdagent
   systemctl start qdagent
-  not_rolled_back "the kept package is damaged" \
-    "the agent is unhealthy: check version ended with 1; the former version was not put back, since the kept package \
-of 7.2.1.4 is damaged; there is now: 7.2.1.15; the agent runs; install a version that works by hand" \
-    "$(whole 7.2.1.15)" "active 7.2.1.15" 1s "echo >>$(echo $state/keep/7.2.1.4.*); exit 1"
+  stays "the kept package refuses" "$return_refusal" "touch /qd/refuse"
+  rm /qd/refuse
+  installed "/qd/old.$kind"
+  stays "the kept package is damaged" "the kept package of 7.2.1.4 is damaged" "echo >>$(echo $state/keep/7.2.1.4.*)"
+}
+
+# stays NAME WHY CHECK: a check fails after CHECK, the former version can't be put back, and the new one runs on.
+stays() {
+  not_rolled_back "$1" "the agent is unhealthy: check version ended with 1; the former version was not put back, since $2; \
+there is now: 7.2.1.15; the agent runs; install a version that works by hand" \
+    "$(whole 7.2.1.15)" "active 7.2.1.15" 1s "$3; exit 1"
 }
 
 make_agent 7.2.1.3 "/qd/older.$kind"
-make_agent 7.2.1.4 "/qd/old.$kind"
+pre="! [ -e /qd/refuse ]" make_agent 7.2.1.4 "/qd/old.$kind"
 small_disk
 # shellcheck disable=SC2086
 quiet $install "/qd/older.$kind"
