@@ -229,10 +229,12 @@ HEALTHS = [
            prepare=both(installed(), drop_in("health/x", "exit 3")), has="WRN check x ended with 3"),
     HEALTH("DatabaseThatOnceDoesNotAnswer", status=0, check=tells(GOOD), commands=unit(RUNNING, database=dpkg(
         INSTALL + '; >"$tmp/../busy"', query='rm "$tmp/../busy" 2>/dev/null && exit 2; ' + QUERY))),
-    row("BadVersion", status=25, calls="", requests="{GET version} | GET {folder}/{hash file}", prepare=both(
-        installed(), bad(DIGEST)), check=tells({"cause": "known-bad", "outcome": "refused", "bad": ["7.2.1.15"],
-        "message": "7.2.1.15 is known as bad here since 2026-03-01T14:05:09Z: why; "
-                   "qd-update forgive 7.2.1.15 ends that"})),
+    HEALTH("BadVersion", status=25, calls="systemctl is-active --quiet qdagent",
+           requests="{GET version} | GET {folder}/{hash file}", prepare=both(installed(), bad(DIGEST)),
+           commands={"systemctl": "exit 3"}, check=tells(
+               {"cause": "known-bad", "outcome": "refused", "bad": ["7.2.1.15"], "message":
+                "7.2.1.15 is known as bad here since 2026-03-01T14:05:09Z: why; qd-update forgive 7.2.1.15 ends that; "
+                "the agent does not run"})),
     row("BadVersionPackagedAnew", requests="{requests}",
         prepare=both(installed(), bad("0" * 32)), check=tells(GOOD | {"bad": ["7.2.1.15"]})),
     HEALTH("AilsWithoutStarting", status=14, commands=DEAF,

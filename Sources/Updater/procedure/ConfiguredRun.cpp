@@ -30,6 +30,12 @@ bool isLockedBeside(const RunPlaces& places) try {
   return false;  // without a temporary folder there is no lock
 }
 
+/// What does not even begin to replace the agent.
+bool leavesItAlone(UpdateResult result) {
+  return result == UpdateResult::Done || result == UpdateResult::HeldBack ||
+         result == UpdateResult::KnownBad;
+}
+
 }  // namespace
 
 RunPlaces RunPlaces::ofInstance(const std::string& instance) {
@@ -139,7 +145,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request, UpdateRun& 
   run.dropInFolder = places_.dropInFolder;
   const UpdateResult result = update(updater, request, run);
   if (isBad(result, run)) markBad(run);
-  if (result == UpdateResult::Done && !run.updated && !request.skipInstall) noteWhetherItRuns(run);
+  if (leavesItAlone(result) && !run.updated && !request.skipInstall) noteWhetherItRuns(run);
   if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
   // Records are for all to read.
   run.message = withoutPassword(run.message, request.server);
@@ -148,7 +154,8 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request, UpdateRun& 
   return result;
 }
 
-/// An agent that is down must not hide behind "up to date".
+/// An agent that is down must not hide behind "up to date", or for as long as a version is held
+/// back.
 void ConfiguredRun::noteWhetherItRuns(UpdateRun& run) const {
   if (!settings_.health || utils::agentRuns() != false) return;
   QDLOG(ROOT, WRN, "The agent does not run");
