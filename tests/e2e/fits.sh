@@ -100,18 +100,30 @@ conffiles() {
   expect "configuration file" "$(cat /etc/qdagent.conf)" "$2"
 }
 
+# on_hold COMMAND THERE: what COMMAND ends.
 on_hold() {
   scene "a package on hold" "$old" "$good"
-  quiet apt-mark hold qdagent
+  hold
   update 7.2.1.4
-  expect_end "21 the package qdagent is on hold; apt-mark unhold qdagent ends that" "hi 7.2.1.4" same
-  quiet apt-mark unhold qdagent
+  expect_end "21 the package qdagent is on hold; $1 ends that" "$2" same
 }
 
 no_room() {
   scene "no room for what is in the package" "$old" /qd/big.deb
   update 7.2.1.4
   expect_end "22 $(told message)" "ii 7.2.1.4" same # what is free differs
+}
+
+# On a file system of its own, to which nobody downloads.
+no_room_for_the_database() {
+  mkdir /qd/database
+  mount -t tmpfs -o size=$(($(du -sm "$database" | cut -f1) + 20))m tmpfs /qd/database
+  cp -a "$database/." /qd/database
+  mount --bind /qd/database "$database"
+  scene "no room beside the package database" "$old" "$good"
+  update 7.2.1.4
+  expect_end "22 $(told message)" "$(whole 7.2.1.4)" same
+  umount "$database"
 }
 
 half_done() {
@@ -142,7 +154,9 @@ only_deb() {
   make_agent 7.2.1.15 /qd/conf.deb
   conffiles keep mine
   conffiles replace "of 7.2.1.15"
-  on_hold
+  hold() { quiet apt-mark hold qdagent; }
+  on_hold "apt-mark unhold qdagent" "hi 7.2.1.4"
+  quiet apt-mark unhold qdagent
   no_room
   half_done
   mv /usr/bin/apt-get /usr/bin/apt-get.away
@@ -152,6 +166,9 @@ only_deb() {
 only_rpm() {
   lua="error('no')" make_agent 7.2.1.15 /qd/ailing.rpm
   lock_is_lost
+  hold() { install -D <(say "qdagent-0:7.2.1.4-1.*") /etc/dnf/plugins/versionlock.list; }
+  on_hold "dnf versionlock delete qdagent" "$(whole 7.2.1.4)"
+  rm /etc/dnf/plugins/versionlock.list
   script_fails "a script fails after the installation" ailing \
     'error: lua script failed: [string "%post(qdagent-7.2.1.15-1.noarch)"]:1: no' 7.2.1.15
 }
@@ -163,5 +180,6 @@ refused "an unmet dependency" depends "$unmet"
 refused "another architecture" foreign "$foreign"
 refused "a conflict" conflict "$conflicting"
 script_fails "a script refuses" refusing "$refusal" 7.2.1.4
+no_room_for_the_database
 if [ "$kind" = deb ]; then only_deb; else only_rpm; fi
 finish

@@ -42,6 +42,14 @@ std::string placeOfAgent(AgentDistrib distrib) {
   return place;
 }
 
+std::string placeOfDatabase(AgentDistrib distrib) {
+  if (distrib != DistribRpm) return "/var/lib/dpkg";
+  const auto answer = ask({"rpm", "--eval", "%{_dbpath}"}, false);
+  const bool isPath =
+      answer.status == 0 && !answer.lines.empty() && answer.lines.back().starts_with('/');
+  return isPath ? answer.lines.back() : "/var/lib/rpm";
+}
+
 std::string missingRoom(const std::string& path, unsigned long long bytes,
                         unsigned long long reserve) {
   const auto free = freeBytes(path);

@@ -14,6 +14,9 @@ std::optional<unsigned long long> freeBytes(const std::string& path);
 /// installed: there a new one comes beside it before it goes.
 std::string placeOfAgent(AgentDistrib distrib);
 
+/// The folder of the package manager's database, which an installation writes, too.
+std::string placeOfDatabase(AgentDistrib distrib);
+
 /// Whether `path` has room for `bytes` so that `reserve` stay free. Returns what is missing as a
 /// sentence; empty when there is enough, or nobody can tell.
 std::string missingRoom(const std::string& path, unsigned long long bytes,

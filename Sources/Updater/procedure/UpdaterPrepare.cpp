@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 
+#include "Updater/package/hold.h"
 #include "Updater/package/installedAgent.h"
 #include "Updater/prepare/rehearsal.h"
 #include "Updater/prepare/room.h"
@@ -18,10 +19,10 @@ bool Updater::prepares(const UpdateRun& run) const {
 }
 
 Updater::Stop Updater::checkHold(UpdateRun& run) {
-  if (!prepares(run) || distrib != utils::DistribDeb) return std::nullopt;
-  const auto agent = utils::queryInstalledAgent(distrib);
-  if (!agent || !agent->isOnHold()) return std::nullopt;
-  run.message = "the package qdagent is on hold; apt-mark unhold qdagent ends that";
+  if (!prepares(run)) return std::nullopt;
+  const std::string command = utils::endOfHold(distrib);
+  if (command.empty()) return std::nullopt;
+  run.message = "the package qdagent is on hold; " + command + " ends that";
   QDLOG(ROOT, NFY, "Deferred : " << run.message);
   return UpdateResult::HeldBack;
 }
@@ -35,8 +36,8 @@ Updater::Stop Updater::checkInstallRoom(UpdateRun& run) {
   run.facts = utils::readPackageFacts(distrib, run.setup.setupPath);
   run.roomNeeded = roomFor(run.setup.setupPath, run.facts);
   if (const Stop stop = checkRoom(run, utils::placeOfAgent(distrib), run.roomNeeded)) return stop;
-  // The package manager's database may lie on a file system of its own, and is written, too.
-  return checkRoom(run, distrib == utils::DistribRpm ? "/var/lib/rpm" : "/var/lib/dpkg", 0);
+  // It may lie on a file system of its own.
+  return checkRoom(run, utils::placeOfDatabase(distrib), 0);
 }
 
 /// A package that does not say how large it will be takes at least its own size.
