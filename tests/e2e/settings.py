@@ -21,11 +21,12 @@ SCHEMA = json.loads((TOP / "share/status.schema.json").read_text())
 # What dpkg-query says of the agent is in the file "installed".
 QUERY = 'cat "$tmp/../installed"'
 INSTALL = 'printf "Reading 5%%\\rUnpacking\\n"; echo "ii |7.2.1.15" >"$tmp/../installed"'
+PLAN = "Inst qdagent [7.2.0.1] (7.2.1.15 local [all])"
 BACK = 'echo "ii |7.2.0.1" >"$tmp/../installed"'
 
 
 def dpkg(install: str = INSTALL, query: str = QUERY, field: str = "Package: qdagent",
-         plan: str = "Inst qdagent [7.2.0.1] (7.2.1.15 local [all])", back: str = BACK) -> dict[str, str]:
+         plan: str = PLAN, back: str = BACK) -> dict[str, str]:
     """Stand-ins of a package manager: `install` is what an installation does, `back` a roll-back."""
     return {"dpkg-query": query, "dpkg-deb": f'echo "{field}"', "apt-get": f'echo "{plan}"',
             "dpkg": f'case $1 in -i) {install};; --force-downgrade) {back};; esac'}
@@ -174,6 +175,9 @@ FITS = [
                      "the package qdagent is on hold; apt-mark unhold qdagent ends that"})),
     row("OnHoldSinceItBegan", status=21, calls="{ask} | {fits} | {ask}", prepare=both(installed(), drop_in(
         "hooks/before-1", 'echo "hi |7.2.0.1" >$TMPDIR/../installed'))),
+    row("LibrariesWaitForTheLock", version="7.2.0.0", prepare=installed(), commands=DATABASE | {
+        "apt-get": f'case "$*" in *simul*) echo "{PLAN}";; *-o*Lock::Timeout=*) ;; *) exit 9; esac'},
+        has="NFY Install xcb dependencies0"),
     row("NoRoomForTheDownload", config="install.reserve = '900000GiB'", status=22, calls="{ask}",
         requests="{HEAD}", check=tells({"cause": "no-room"})),
     row("NoRoomForTheInstallation", commands=dpkg(field="Package: qdagent\nInstalled-Size: 99999999999999"),

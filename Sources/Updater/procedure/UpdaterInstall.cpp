@@ -65,7 +65,7 @@ bool Updater::installAgent(UpdateRun& run, bool withXCBDeps) const noexcept {
 
 void Updater::installXCBDeps(const UpdateRun& run) const noexcept {
   QD_LOG_QUIETLY(NFY, "installXCBDeps ...");
-  const XCBCommands commands = xcbCommands(distrib);
+  const XCBCommands commands = xcbCommands(distrib, run.settings != nullptr);
   if (commands.query == nullptr || execute(commands.query, run.output) != 0) {
     QD_LOG_QUIETLY(NFY, "X11 not found");
     return;

@@ -9,15 +9,18 @@ namespace {
 #define QD_DEB "             "
 #define QD_RPM " \t\t\t"
 
-constexpr const char* kInstallDeb =
-    "apt-get install -y"  //
-    QD_DEB "libxrender1" QD_DEB "libxcb1" QD_DEB "libxcb-render0" QD_DEB
-    "libxcb-render-util0" QD_DEB "libxcb-shape0" QD_DEB "libxcb-randr0" QD_DEB
-    "libxcb-xfixes0" QD_DEB "libxcb-xkb1" QD_DEB "libxcb-sync1" QD_DEB "libxcb-shm0" QD_DEB
-    "libxcb-icccm4" QD_DEB "libxcb-keysyms1" QD_DEB "libxcb-image0" QD_DEB "libxcb-util1" QD_DEB
-    "libxcb-cursor0" QD_DEB "libxkbcommon0" QD_DEB "libxkbcommon-x11-0" QD_DEB
-    "libfontconfig1" QD_DEB "libfreetype6" QD_DEB "libxext6" QD_DEB "libx11-xcb1" QD_DEB
-    "libsm6" QD_DEB "libice6";
+#define QD_DEB_INSTALL                                                                         \
+  " install -y" QD_DEB "libxrender1" QD_DEB "libxcb1" QD_DEB "libxcb-render0" QD_DEB           \
+  "libxcb-render-util0" QD_DEB "libxcb-shape0" QD_DEB "libxcb-randr0" QD_DEB                   \
+  "libxcb-xfixes0" QD_DEB "libxcb-xkb1" QD_DEB "libxcb-sync1" QD_DEB "libxcb-shm0" QD_DEB      \
+  "libxcb-icccm4" QD_DEB "libxcb-keysyms1" QD_DEB "libxcb-image0" QD_DEB "libxcb-util1" QD_DEB \
+  "libxcb-cursor0" QD_DEB "libxkbcommon0" QD_DEB "libxkbcommon-x11-0" QD_DEB                   \
+  "libfontconfig1" QD_DEB "libfreetype6" QD_DEB "libxext6" QD_DEB "libx11-xcb1" QD_DEB         \
+  "libsm6" QD_DEB "libice6"
+
+constexpr const char* kInstallDeb = "apt-get" QD_DEB_INSTALL;
+// Whoever gets the lock first, it waits.
+constexpr const char* kInstallDebPatiently = "apt-get -o DPkg::Lock::Timeout=60" QD_DEB_INSTALL;
 
 constexpr const char* kInstallRpm =
     "dnf install -y"  //
@@ -27,6 +30,7 @@ constexpr const char* kInstallRpm =
     "freetype" QD_RPM "libXext" QD_RPM "libX11-xcb" QD_RPM "libSM" QD_RPM "libICE";
 
 #undef QD_DEB
+#undef QD_DEB_INSTALL
 #undef QD_RPM
 
 }  // namespace
@@ -49,10 +53,10 @@ bool needsXCBDeps(utils::AgentOS os, const Version& installed, const Version& av
   return os == utils::OsLinux && installed <= since && since <= available;
 }
 
-XCBCommands xcbCommands(utils::AgentDistrib distrib) {
+XCBCommands xcbCommands(utils::AgentDistrib distrib, bool patiently) {
   switch (distrib) {
     case utils::DistribDeb:
-      return {"dpkg -S libX11 > /dev/null 2>&1", kInstallDeb};
+      return {"dpkg -S libX11 > /dev/null 2>&1", patiently ? kInstallDebPatiently : kInstallDeb};
     case utils::DistribRpm:
       return {"rpm -q libX11 > /dev/null 2>&1", kInstallRpm};
     default:

@@ -17,9 +17,10 @@ unsigned long long downloadLimit(unsigned long long expected);
 bool needsXCBDeps(utils::AgentOS os, const Version& installed, const Version& available);
 
 /// The commands that ask whether X11 is there and install its libraries; null for a package kind
-/// that has none.
+/// that has none. `patiently`: the installer waits where somebody else has the package manager's
+/// lock (dnf always does).
 struct XCBCommands {
   const char* query;
   const char* install;
 };
-XCBCommands xcbCommands(utils::AgentDistrib distrib);
+XCBCommands xcbCommands(utils::AgentDistrib distrib, bool patiently);
