@@ -12,6 +12,10 @@
 /// _RUN.
 std::vector<std::pair<std::string, std::string>> hookEnvironment(const RunRecord& record);
 
+/// What the names of hooks begin with: those that may refuse, and those that are told the end.
+inline constexpr std::string_view kBeforeHooks = "before-";
+inline constexpr std::string_view kAfterHooks = "after-";
+
 /// Runs those of `files`, paths in their order, whose name begins with `prefix`, each for at most a
 /// minute. What they print goes into the log, a line a record. Returns a message for people about
 /// the first that did not end with 0; empty when all did. `stopAtFailure`: those after it are not

@@ -106,7 +106,7 @@ UpdateResult ConfiguredRun::resume(const AgentWindow& window, UpdateRun& run) {
     }
     if (run.message.empty() && result != UpdateResult::Done) run.message = lastError.text();
     finish(run, result);
-    runHooks(programs.hooks, "after-", recorder_->record(), false, {});
+    runHooks(programs.hooks, kAfterHooks, recorder_->record(), false, {});
   } else {
     record_ = recorder_->record();
     window_.close();

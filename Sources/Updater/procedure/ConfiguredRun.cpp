@@ -150,7 +150,7 @@ UpdateResult ConfiguredRun::performLocked(const RunRequest& request, UpdateRun& 
   // Records are for all to read.
   run.message = withoutPassword(run.message, request.server);
   finish(run, result);
-  if (run.attempts > 0) runHooks(programs.hooks, "after-", recorder_->record(), false, {});
+  if (run.attempts > 0) runHooks(programs.hooks, kAfterHooks, recorder_->record(), false, {});
   return result;
 }
 
@@ -277,7 +277,7 @@ std::string checkDropIns(const RunPlaces& places, OwnPrograms& programs) {
   }
   for (const std::string& path : programs.hooks) {
     const std::string name = path.substr(path.rfind('/') + 1);
-    if (name.starts_with("before-") || name.starts_with("after-")) continue;
+    if (name.starts_with(kBeforeHooks) || name.starts_with(kAfterHooks)) continue;
     programs.notes.push_back("Passed over for its name, neither before-... nor after-... : " +
                              path);
   }

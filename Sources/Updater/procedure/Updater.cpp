@@ -385,7 +385,7 @@ UpdateResult Updater::rejectPackage(UpdateRun& run, const std::string& computed)
 
 Updater::Stop Updater::runBeforeHooks(UpdateRun& run) {
   if (run.hooks.empty()) return std::nullopt;
-  run.message = runHooks(run.hooks, "before-", run.recorder->record(), true, &Interrupts::came);
+  run.message = runHooks(run.hooks, kBeforeHooks, run.recorder->record(), true, &Interrupts::came);
   if (!run.message.empty()) return UpdateResult::HookRefused;
   return checkUntouched(run);
 }
