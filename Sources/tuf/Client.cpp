@@ -201,7 +201,7 @@ void Client::store(const std::string& role, std::string_view file) {
 std::optional<std::string> Client::fetchIfThere(const std::string& name, std::uint64_t limit,
                                                 std::uint64_t expected) {
   std::string file;
-  osal_growHeap(std::min(limit, expected));
+  osal_growHeap(kGrowth * std::min(limit, expected));
   file.reserve(std::min(limit, expected));
   const int status =
       fetcher_.fetch(joinUrl(url_, name), limit, [&](std::string_view bytes) { file += bytes; });

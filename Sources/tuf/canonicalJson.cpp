@@ -134,7 +134,6 @@ void encode(const Json& value, std::string& out) {
 }  // namespace
 
 Json parseJson(std::string_view text) {
-  constexpr std::size_t kGrowth = 7;  // from a text to its values and their canonical form
   osal_growHeap(kGrowth * text.size());
   Json result;
   Builder builder(result);

@@ -9,6 +9,10 @@ namespace tuf {
 
 using Json = nlohmann::json;
 
+/// Bytes of memory, about, for each byte of a large text: the text, its values, their canonical
+/// form.
+inline constexpr std::size_t kGrowth = 9;
+
 /// Parses one JSON text. Refused, beside what is no JSON: a member name twice in one object, since
 /// readers differ in which one they take; more than 64 levels or 1,048,576 values, since it may
 /// come from anybody. Throws Error, Malformed.
