@@ -11,7 +11,9 @@ using nlohmann::json;
 
 std::vector<ListedRelease> releasesIn(const tuf::Targets& targets) {
   std::vector<ListedRelease> releases;
-  for (const auto& [path, file] : targets.files) {
+  for (const auto& entry : targets.entries) {
+    const tuf::TargetFile file = tuf::targetFile(entry);
+    const std::string& path = file.path;
     if (!file.custom.is_object() || !file.custom.contains("qd")) continue;
     const auto sha256 = file.hashes.find("sha256");
     if (sha256 == file.hashes.end()) throw std::runtime_error(path + " is listed without SHA-256");

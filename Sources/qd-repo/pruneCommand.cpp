@@ -98,9 +98,10 @@ void addTargetsOf(const std::string& file, Wanted& wanted) {
         "The targets delegate to other roles, whose files prune does not "
         "know: prune by hand");
   }
-  for (const auto& [path, target] : targets.files) {
+  for (const auto& entry : targets.entries) {
+    const auto& [path, length, hashes, custom] = tuf::targetFile(entry);
     wanted.plain.insert({path, path + ".version", path + ".md5"});
-    for (const auto& [algorithm, hash] : target.hashes) {
+    for (const auto& [algorithm, hash] : hashes) {
       wanted.stored.insert(tufrepo::storedName(path, hash));
     }
   }

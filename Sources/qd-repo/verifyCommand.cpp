@@ -41,7 +41,7 @@ class Audit {
   /// The faults, each a sentence.
   const std::vector<std::string>& run() {
     if (!step([&] { refresh(); })) return faults_;
-    for (const auto& entry : client_.targets().files) checkCopies(entry.second);
+    for (const auto& entry : client_.targets().entries) checkCopies(tuf::targetFile(entry));
     step([&] { releases_ = releasesIn(client_.targets()); });
     step([&] { checkRoles(); });
     for (const ListedRelease& listed : releases_) step([&] { checkPlainFiles(listed); });
@@ -52,7 +52,7 @@ class Audit {
   }
 
   [[nodiscard]] const std::vector<std::string>& notes() const { return notes_; }
-  [[nodiscard]] std::size_t targets() const { return client_.targets().files.size(); }
+  [[nodiscard]] std::size_t targets() const { return client_.targets().entries.size(); }
 
  private:
   bool step(const std::function<void()>& check) {
@@ -157,7 +157,8 @@ class Audit {
   }
 
   void checkPlainFiles(const ListedRelease& listed) {
-    const std::string md5 = checkBytes(listed.path, client_.targets().files.at(listed.path));
+    const std::string md5 =
+        checkBytes(listed.path, tuf::targetFile(*client_.targets().entries.find(listed.path)));
     if (needed(listed.path + ".md5") != plainDigest(listed, md5)) {
       faults_.push_back(listed.path + ".md5 is not the MD5 of " + listed.path);
     }

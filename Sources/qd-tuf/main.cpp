@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -63,9 +64,11 @@ void update(const Arguments& arguments, bool withTargets) {
   tuf::Client client(folder, fetcher, arguments.metadataUrl);
   if (withTargets) requireDifferentFolders(arguments);
   client.refresh();
-  if (!withTargets) return;
-  tuf::Folder targets(arguments.targetFolder, sayWaiting);
-  download(client, arguments.names, arguments.targetUrl, targets);
+  if (withTargets) {
+    tuf::Folder targets(arguments.targetFolder, sayWaiting);
+    download(client, arguments.names, arguments.targetUrl, targets);
+  }
+  std::_Exit(0);  // thousands of targets take a while to be freed one by one
 }
 
 int run(int argc, char** argv) {

@@ -142,8 +142,8 @@ TargetFile Client::findTarget(const std::string& path) {
 /// description, at a terminating delegation, or at the limit of roles.
 bool Client::search(const Targets& role, Search& state) {
   --state.rolesLeft;
-  if (const auto file = role.files.find(state.path); file != role.files.end()) {
-    state.found = file->second;
+  if (const auto entry = role.entries.find(state.path); entry != role.entries.end()) {
+    state.found = targetFile(*entry);
     return true;
   }
   for (const Delegation& delegation : delegationsFor(role, state.path)) {

@@ -14,31 +14,31 @@ using Kind = Json::value_t;
 
 constexpr std::array<const char*, 4> kTopLevelRoles = {"root", "timestamp", "snapshot", "targets"};
 
-Json* find(Json& object, const char* name) {
+const Json* find(const Json& object, const char* name) {
   if (!object.is_object()) refuseMalformed(std::string("No object around ") + name);
   const auto member = object.find(name);
   return member == object.end() ? nullptr : &*member;
 }
 
-Json& member(Json& object, const char* name) {
-  Json* const found = find(object, name);
+const Json& member(const Json& object, const char* name) {
+  const Json* const found = find(object, name);
   if (found == nullptr) refuseMalformed(std::string("The member ") + name + " is missing");
   return *found;
 }
 
-Json::object_t& asObject(Json& value, const char* name) {
+const Json::object_t& asObject(const Json& value, const char* name) {
   if (!value.is_object()) refuseMalformed(std::string(name) + " is no object");
-  return value.get_ref<Json::object_t&>();
+  return value.get_ref<const Json::object_t&>();
 }
 
-Json::array_t& asArray(Json& value, const char* name) {
+const Json::array_t& asArray(const Json& value, const char* name) {
   if (!value.is_array()) refuseMalformed(std::string(name) + " is no list");
-  return value.get_ref<Json::array_t&>();
+  return value.get_ref<const Json::array_t&>();
 }
 
-std::string& asText(Json& value, const char* name) {
+const std::string& asText(const Json& value, const char* name) {
   if (!value.is_string()) refuseMalformed(std::string(name) + " is no text");
-  return value.get_ref<std::string&>();
+  return value.get_ref<const std::string&>();
 }
 
 bool asBool(const Json& value, const char* name) {
@@ -56,9 +56,9 @@ std::uint64_t asNumber(const Json& value, const char* name, std::uint64_t least)
   return value.get<std::uint64_t>();
 }
 
-std::vector<std::string> asTexts(Json& value, const char* name) {
+std::vector<std::string> asTexts(const Json& value, const char* name) {
   std::vector<std::string> texts;
-  for (Json& element : asArray(value, name)) texts.push_back(std::move(asText(element, name)));
+  for (const Json& element : asArray(value, name)) texts.push_back(asText(element, name));
   return texts;
 }
 
@@ -75,7 +75,7 @@ bool isSupportedSpec(std::string_view text) {
          (dot == std::string_view::npos || isNumber(text.substr(dot + 1)));
 }
 
-void parseDocument(Json& content, const char* type, Document& document) {
+void parseDocument(const Json& content, const char* type, Document& document) {
   if (asText(member(content, "_type"), "_type") != type) {
     refuseMalformed(std::string("It is not of the type ") + type);
   }
@@ -86,13 +86,13 @@ void parseDocument(Json& content, const char* type, Document& document) {
   document.expires = parseTime(asText(member(content, "expires"), "expires"));
 }
 
-Keys parseKeys(Json& value) {
+Keys parseKeys(const Json& value) {
   Keys keys;
-  for (auto& [id, key] : asObject(value, "keys")) keys.emplace(id, keyFromJson(key));
+  for (const auto& [id, key] : asObject(value, "keys")) keys.emplace(id, keyFromJson(key));
   return keys;
 }
 
-RoleKeys parseRoleKeys(Json& role) {
+RoleKeys parseRoleKeys(const Json& role) {
   RoleKeys keys;
   for (std::string& id : asTexts(member(role, "keyids"), "keyids")) {
     keys.keyIds.insert(std::move(id));
@@ -101,31 +101,33 @@ RoleKeys parseRoleKeys(Json& role) {
   return keys;
 }
 
-Hashes parseHashes(Json& value) {
-  Hashes hashes;
-  for (auto& [algorithm, digits] : asObject(value, "hashes")) {
-    hashes.emplace(algorithm, std::move(asText(digits, "hashes")));
-  }
+const Json::object_t& checkedHashes(const Json& value) {
+  const Json::object_t& hashes = asObject(value, "hashes");
   if (hashes.empty()) refuseMalformed("hashes is empty");
+  for (const auto& entry : hashes) (void)asText(entry.second, "hashes");
   return hashes;
 }
 
-MetaFile parseMetaFile(Json& value) {
+Hashes parseHashes(const Json& value) {
+  Hashes hashes;
+  for (const auto& [algorithm, digits] : checkedHashes(value)) {
+    hashes.emplace(algorithm, digits.get_ref<const std::string&>());
+  }
+  return hashes;
+}
+
+MetaFile parseMetaFile(const Json& value) {
   MetaFile file;
   file.version = asNumber(member(value, "version"), "version", 1);
   if (const Json* length = find(value, "length")) file.length = asNumber(*length, "length", 0);
-  if (Json* hashes = find(value, "hashes")) file.hashes = parseHashes(*hashes);
+  if (const Json* hashes = find(value, "hashes")) file.hashes = parseHashes(*hashes);
   return file;
 }
 
-TargetFile parseTargetFile(const std::string& path, Json& value) {
-  TargetFile file{path, asNumber(member(value, "length"), "length", 0),
-                  parseHashes(member(value, "hashes")), nullptr};
-  if (Json* custom = find(value, "custom")) {
-    asObject(*custom, "custom");
-    file.custom = std::move(*custom);
-  }
-  return file;
+void checkTarget(const Json& entry) {
+  (void)asNumber(member(entry, "length"), "length", 0);
+  (void)checkedHashes(member(entry, "hashes"));
+  if (const Json* custom = find(entry, "custom")) (void)asObject(*custom, "custom");
 }
 
 /// A delegated role is stored under its name, so it must not be one of the four.
@@ -135,13 +137,13 @@ void checkRoleName(const std::string& name) {
   }
 }
 
-Delegation parseDelegation(Json& value) {
+Delegation parseDelegation(const Json& value) {
   Delegation delegation;
   delegation.role = asText(member(value, "name"), "name");
   checkRoleName(delegation.role);
   delegation.keys = parseRoleKeys(value);
-  Json* const patterns = find(value, "paths");
-  Json* const prefixes = find(value, "path_hash_prefixes");
+  const Json* const patterns = find(value, "paths");
+  const Json* const prefixes = find(value, "path_hash_prefixes");
   if (patterns != nullptr && prefixes != nullptr) {
     refuseMalformed("The role " + shown(delegation.role) +
                     " has both paths and path_hash_prefixes");
@@ -154,10 +156,10 @@ Delegation parseDelegation(Json& value) {
   return delegation;
 }
 
-std::vector<Delegation> parseDelegations(Json& value) {
+std::vector<Delegation> parseDelegations(const Json& value) {
   std::vector<Delegation> delegations;
   std::set<std::string> names;
-  for (Json& role : asArray(value, "roles")) {
+  for (const Json& role : asArray(value, "roles")) {
     delegations.push_back(parseDelegation(role));
     if (!names.insert(delegations.back().role).second) {
       refuseMalformed("The role " + shown(delegations.back().role) + " is delegated to twice");
@@ -166,7 +168,7 @@ std::vector<Delegation> parseDelegations(Json& value) {
   return delegations;
 }
 
-SuccinctRoles parseSuccinct(Json& value) {
+SuccinctRoles parseSuccinct(const Json& value) {
   SuccinctRoles roles;
   roles.keys = parseRoleKeys(value);
   const std::uint64_t bits = asNumber(member(value, "bit_length"), "bit_length", 1);
@@ -176,10 +178,10 @@ SuccinctRoles parseSuccinct(Json& value) {
   return roles;
 }
 
-void parseAllDelegations(Json& value, Targets& targets) {
+void parseAllDelegations(const Json& value, Targets& targets) {
   targets.keys = parseKeys(member(value, "keys"));
-  Json* const roles = find(value, "roles");
-  Json* const succinct = find(value, "succinct_roles");
+  const Json* const roles = find(value, "roles");
+  const Json* const succinct = find(value, "succinct_roles");
   if ((roles == nullptr) == (succinct == nullptr)) {
     refuseMalformed("delegations has not exactly one of roles and succinct_roles");
   }
@@ -198,14 +200,15 @@ std::time_t parseTime(const std::string& text) {
 Envelope::Envelope(std::string_view file) {
   Json json = parseJson(file);
   std::set<std::string> keyIds;
-  for (Json& entry : asArray(member(json, "signatures"), "signatures")) {
+  for (const Json& entry : asArray(member(json, "signatures"), "signatures")) {
     Signature signature{asText(member(entry, "keyid"), "keyid"),
                         asText(member(entry, "sig"), "sig")};
     if (!keyIds.insert(signature.keyId).second)
       refuseMalformed("A key id stands twice in signatures");
     signatures.push_back(std::move(signature));
   }
-  content = std::move(member(json, "signed"));
+  (void)member(json, "signed");
+  content = std::move(json["signed"]);
   canonical = canonicalJson(content, file.size());
 }
 
@@ -216,7 +219,7 @@ Root parseRoot(Json&& content) {
     root.consistentSnapshot = asBool(*consistent, "consistent_snapshot");
   }
   root.keys = parseKeys(member(content, "keys"));
-  for (auto& [name, role] : asObject(member(content, "roles"), "roles")) {
+  for (const auto& [name, role] : asObject(member(content, "roles"), "roles")) {
     root.roles.emplace(name, parseRoleKeys(role));
   }
   for (const char* name : kTopLevelRoles) {
@@ -229,7 +232,7 @@ Root parseRoot(Json&& content) {
 Timestamp parseTimestamp(Json&& content) {
   Timestamp timestamp;
   parseDocument(content, "timestamp", timestamp);
-  Json& files = member(content, "meta");
+  const Json& files = member(content, "meta");
   if (asObject(files, "meta").size() != 1)
     refuseMalformed("The timestamp describes not just the snapshot");
   timestamp.snapshot = parseMetaFile(member(files, "snapshot.json"));
@@ -239,7 +242,7 @@ Timestamp parseTimestamp(Json&& content) {
 Snapshot parseSnapshot(Json&& content) {
   Snapshot snapshot;
   parseDocument(content, "snapshot", snapshot);
-  for (auto& [name, file] : asObject(member(content, "meta"), "meta")) {
+  for (const auto& [name, file] : asObject(member(content, "meta"), "meta")) {
     snapshot.files.emplace(name, parseMetaFile(file));
   }
   if (!snapshot.files.contains("targets.json"))
@@ -250,14 +253,20 @@ Snapshot parseSnapshot(Json&& content) {
 Targets parseTargets(Json&& content) {
   Targets targets;
   parseDocument(content, "targets", targets);
-  Json::object_t& files = asObject(member(content, "targets"), "targets");
-  while (!files.empty()) {  // there may be very many: what is read needs no room any more
-    auto entry = files.extract(files.begin());
-    targets.files.emplace_hint(targets.files.end(), entry.key(),
-                               parseTargetFile(entry.key(), entry.mapped()));
+  for (const auto& entry : asObject(member(content, "targets"), "targets")) {
+    checkTarget(entry.second);
   }
-  if (Json* delegations = find(content, "delegations")) parseAllDelegations(*delegations, targets);
+  targets.entries = std::move(content["targets"].get_ref<Json::object_t&>());
+  if (const Json* delegations = find(content, "delegations")) {
+    parseAllDelegations(*delegations, targets);
+  }
   return targets;
+}
+
+TargetFile targetFile(const Targets::Entry& entry) {
+  const auto& [path, value] = entry;
+  return {path, value.at("length").get<std::uint64_t>(), parseHashes(value.at("hashes")),
+          value.value("custom", Json())};
 }
 
 }  // namespace tuf

@@ -95,7 +95,11 @@ struct SuccinctRoles {
 };
 
 struct Targets : Document {
-  std::map<std::string, TargetFile> files;
+  using Entry = Json::object_t::value_type;
+
+  /// What describes the targets, by their paths, checked but as it came: there may be very many, of
+  /// which few are wanted.
+  Json::object_t entries;
   Keys keys;  ///< of the delegated roles
   std::vector<Delegation> delegations;
   std::optional<SuccinctRoles> succinct;
@@ -106,6 +110,9 @@ struct Targets : Document {
 [[nodiscard]] Timestamp parseTimestamp(Json&& content);
 [[nodiscard]] Snapshot parseSnapshot(Json&& content);
 [[nodiscard]] Targets parseTargets(Json&& content);
+
+/// Takes one of a document's `entries` apart.
+[[nodiscard]] TargetFile targetFile(const Targets::Entry& entry);
 
 /// Seconds since 1970 of exactly "YYYY-MM-DDTHH:MM:SSZ".
 [[nodiscard]] std::time_t parseTime(const std::string& text);

@@ -146,7 +146,7 @@ Targets TrustedSet::verifyTargets(const std::string& role, std::string_view byte
   // Arbitrary software: signed by the keys that the delegating role gives it.
   Envelope file(bytes);
   requireThreshold(file, keys, roleKeys, name);
-  file.canonical = {};  // may be large
+  std::string().swap(file.canonical);  // may be large
   Targets targets = parseTargets(std::move(file.content));
   checkVersion(targets, stated.version, name);  // mix-and-match
   requireAlive(targets, name);                  // freeze

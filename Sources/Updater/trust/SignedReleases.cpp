@@ -42,10 +42,12 @@ void keepWorse(TrustFailure& kept, TrustFailure&& other) {
 
 std::vector<SignedRelease> releasesIn(const tuf::Targets& targets) {
   std::vector<SignedRelease> releases;
-  for (const auto& [path, file] : targets.files) {
+  for (const auto& entry : targets.entries) {
+    tuf::TargetFile file = tuf::targetFile(entry);
     if (!file.custom.is_object() || !file.custom.contains("qd")) continue;
     try {
-      releases.push_back({releaseFromJson(file.custom.at("qd")), file});
+      Release release = releaseFromJson(file.custom.at("qd"));
+      releases.push_back({std::move(release), std::move(file)});
     } catch (const std::runtime_error&) {
       // Of another program, or of a later one.
     }
