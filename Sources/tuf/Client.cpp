@@ -48,7 +48,11 @@ std::string consistentPath(const TargetFile& target) {
 
 TrustedSet loadRoot(const Folder& folder, std::uint64_t limit) {
   const std::optional<std::string> file = folder.read(roleFile("root"), limit);
-  if (!file) throw Error(ErrorKind::Storage, "There is no trusted root");
+  if (!file) {
+    const std::string why = folder.obstacle(roleFile("root"), limit);
+    throw Error(ErrorKind::Storage,
+                why.empty() ? "There is no trusted root" : "The trusted root " + why);
+  }
   return naming("The trusted root", [&] { return TrustedSet(*file, systemTime()); });
 }
 
@@ -68,6 +72,7 @@ void takeRoot(Folder& folder, TrustedSet& trusted, std::string_view root) {
 struct Client::Search {
   const std::string& path;
   unsigned rolesLeft;
+  bool limited = false;
   std::vector<std::string> way{"targets"};
   std::optional<TargetFile> found{};
 };
@@ -132,9 +137,14 @@ void Client::updateTargets() {
 }
 
 TargetFile Client::findTarget(const std::string& path) {
-  Search state{path, limits_.roles};
+  Search state{.path = path, .rolesLeft = limits_.roles};
   search(trusted_->targets(), state);
   if (state.found) return std::move(*state.found);
+  if (state.limited) {
+    throw Error(ErrorKind::NotFound, "The search for the target " + shown(path) +
+                                         " ended at the limit of " + std::to_string(limits_.roles) +
+                                         " roles");
+  }
   throw Error(ErrorKind::NotFound, "No role describes the target " + shown(path));
 }
 
@@ -150,7 +160,8 @@ bool Client::search(const Targets& role, Search& state) {
     const bool cycle =
         std::find(state.way.begin(), state.way.end(), delegation.role) != state.way.end();
     if (!cycle) {
-      if (state.rolesLeft == 0) return true;  // endless delegations
+      state.limited = state.rolesLeft == 0;
+      if (state.limited) return true;  // endless delegations
       const Targets next = delegated(delegation.role, role.keys, delegation.keys);
       state.way.push_back(delegation.role);
       if (search(next, state)) return true;

@@ -116,6 +116,19 @@ std::optional<std::string> Folder::read(const std::string& name, std::uint64_t m
   return content;
 }
 
+std::string Folder::obstacle(const std::string& name, std::uint64_t maxBytes) const {
+  struct stat info {};
+  if (::fstatat(folder_.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errno == ENOENT ? "" : "cannot be found: " + std::generic_category().message(errno);
+  }
+  if (S_ISLNK(info.st_mode)) return "is a link";
+  if (!S_ISREG(info.st_mode)) return "is no regular file";
+  if (static_cast<std::uint64_t>(info.st_size) > maxBytes) {
+    return "has more than " + std::to_string(maxBytes) + " bytes";
+  }
+  return "cannot be read";
+}
+
 void Folder::replace(
     const std::string& name,
     const std::function<void(const std::function<void(std::string_view)>&)>& fill) {

@@ -25,6 +25,10 @@ class Folder {
   [[nodiscard]] std::optional<std::string> read(const std::string& name,
                                                 std::uint64_t maxBytes) const;
 
+  /// Why `read` returns nothing though something of that name is there: "is a link". Empty where
+  /// nothing is there.
+  [[nodiscard]] std::string obstacle(const std::string& name, std::uint64_t maxBytes) const;
+
   /// Hands the content to `sink` in pieces. Returns false where there is no such regular file.
   bool read(const std::string& name, const std::function<void(std::string_view)>& sink) const;
 

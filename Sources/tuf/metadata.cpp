@@ -12,6 +12,9 @@ namespace {
 
 using Kind = Json::value_t;
 
+/// The highest whole number that all implementations of JSON agree on.
+constexpr Version kMaxVersion = (Version{1} << 53) - 1;
+
 constexpr std::array<const char*, 4> kTopLevelRoles = {"root", "timestamp", "snapshot", "targets"};
 
 const Json* find(const Json& object, const char* name) {
@@ -56,10 +59,20 @@ std::uint64_t asNumber(const Json& value, const char* name, std::uint64_t least)
   return value.get<std::uint64_t>();
 }
 
+Version versionOf(const Json& object) {
+  const Version version = asNumber(member(object, "version"), "version", 1);
+  if (version <= kMaxVersion) return version;
+  refuseMalformed("version is more than " + std::to_string(kMaxVersion));
+}
+
 std::vector<std::string> asTexts(const Json& value, const char* name) {
   std::vector<std::string> texts;
   for (const Json& element : asArray(value, name)) texts.push_back(asText(element, name));
   return texts;
+}
+
+bool isHexDigit(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
 /// "1.x" or "1.x.y", with what semantic versions may have behind it.
@@ -82,7 +95,7 @@ void parseDocument(const Json& content, const char* type, Document& document) {
   if (!isSupportedSpec(asText(member(content, "spec_version"), "spec_version"))) {
     refuseMalformed("Its spec_version is not 1.x");
   }
-  document.version = asNumber(member(content, "version"), "version", 1);
+  document.version = versionOf(content);
   document.expires = parseTime(asText(member(content, "expires"), "expires"));
 }
 
@@ -101,10 +114,19 @@ RoleKeys parseRoleKeys(const Json& role) {
   return keys;
 }
 
+/// What of an algorithm is unknown here may be anything.
+void checkHash(const std::string& algorithm, const std::string& digits) {
+  const std::size_t expected = algorithm == "sha256" ? 64 : 128;
+  if (algorithm != "sha256" && algorithm != "sha512") return;
+  if (digits.size() == expected && std::ranges::all_of(digits, isHexDigit)) return;
+  refuseMalformed("hashes has a " + algorithm + " that is not " + std::to_string(expected) +
+                  " hexadecimal digits");
+}
+
 const Json::object_t& checkedHashes(const Json& value) {
   const Json::object_t& hashes = asObject(value, "hashes");
   if (hashes.empty()) refuseMalformed("hashes is empty");
-  for (const auto& entry : hashes) (void)asText(entry.second, "hashes");
+  for (const auto& [algorithm, digits] : hashes) checkHash(algorithm, asText(digits, "hashes"));
   return hashes;
 }
 
@@ -118,7 +140,7 @@ Hashes parseHashes(const Json& value) {
 
 MetaFile parseMetaFile(const Json& value) {
   MetaFile file;
-  file.version = asNumber(member(value, "version"), "version", 1);
+  file.version = versionOf(value);
   if (const Json* length = find(value, "length")) file.length = asNumber(*length, "length", 0);
   if (const Json* hashes = find(value, "hashes")) file.hashes = parseHashes(*hashes);
   return file;

@@ -311,7 +311,7 @@ SEARCHES = {  # what comes with a release, what is said, asked after it; a targe
         "set bins/delegations/succinct_roles BIN", "", "5.bins 5.bin-1c t/p/#.x"),
     "not in the snapshot": ("delegate targets a; set a MISSING", 'The snapshot does not list the role "a"', ""),
     "too many": ("delegate targets d1; " + "; ".join(f"delegate d{number} d{number + 1}" for number in range(1, 33)),
-                 NOBODY, " ".join(f"5.d{number}" for number in range(1, 32))),
+                 "ended at the limit of 32 roles", " ".join(f"5.d{number}" for number in range(1, 32))),
     "names that would leave the folder": (
         'delegate targets ../x paths=["*/*"]; delegate ../x ?# paths=["?/*"]; add ?# d/ü?',
         "", "5...%2Fx 5.%3F%23 t/d/#.%C3%BC%3F", "d/ü?", "%3F%23 5, ..%2Fx 5, "),
@@ -340,6 +340,7 @@ FORBIDDEN = [  # a member, what it must not be (`...`: missing), and what is sai
     ("root/_type", ["targets"], "not of the type root"),
     ("root/spec_version", ["2.0.0", "1", "1.x", "1.0."], "spec_version is not 1.x"),
     ("root/version", [0, -1, "1"], "version is no whole number from 1 on"),
+    ("root/version", [2 ** 53], "version is more than 9007199254740991"),
     ("root/expires", [FAR.replace("2096", "2097"), "2099-01-01T24:00:00Z", "2099-01-01T00:00:00.0Z",
                       "2099-01-01T00:00:00"], "A time is not YYYY-MM-DDTHH:MM:SSZ"),
     ("root/consistent_snapshot", [1], "consistent_snapshot is neither true nor false"),
@@ -357,6 +358,7 @@ FORBIDDEN = [  # a member, what it must not be (`...`: missing), and what is sai
     ("targets/targets/a/length", [...], "The member length is missing"),
     ("targets/targets/a/hashes", [...], "The member hashes is missing"),
     ("targets/targets/a/hashes/sha256", [1], "hashes is no text"),
+    ("targets/targets/a/hashes/sha256", ["g" * 64, "0" * 63], "a sha256 that is not 64 hexadecimal digits"),
     ("targets/targets/a/custom", [1], "custom is no object"),
     ("targets/delegations/keys", [...], "The member keys is missing"),
     ("targets/delegations/roles", [...], "exactly one of roles and succinct_roles"),
@@ -433,6 +435,8 @@ def damaged(place: Place):
     yield from machine.run("The trusted root has valid signatures of 0 keys", "")
     os.remove(machine.stored("root"))
     yield from machine.run("There is no trusted root", "")
+    os.symlink(f"{machine.folder}/root", machine.stored("root"))
+    yield from machine.run("The trusted root is a link", "")
 
 
 CLOCK = """#include <stdlib.h>
