@@ -37,6 +37,14 @@ const std::string& madeFolder(const std::string& folder) {
   return folder;
 }
 
+/// Where what is signed does not fit the newest root.
+std::string remedyOf(Version root) {
+  if (root == 1) return {};
+  return std::string(". If a rotation was interrupted, metadata/") + kWaiting +
+         " has been removed since: put it back, or, where no client can have fetched metadata/" +
+         versioned(root, "root") + " yet, remove that and rotate again";
+}
+
 Version versionOf(const Json& content) { return content.at("version").get<Version>(); }
 
 }  // namespace
@@ -68,7 +76,8 @@ void Repository::load() {
   } catch (const tuf::Error& e) {
     // A process may have ended between a root and the timestamp that goes with it.
     const std::optional<std::string> waiting = metadata_.read(kWaiting, kMaxFile);
-    if (e.kind() != tuf::ErrorKind::Unsigned || !waiting) throw;
+    if (e.kind() != tuf::ErrorKind::Unsigned) throw;
+    if (!waiting) throw tuf::Error(e.kind(), e.what() + remedyOf(roots.back()));
     take(file(newest), *waiting);
     waits_ = true;
   }
