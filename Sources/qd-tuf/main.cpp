@@ -58,7 +58,16 @@ void requireDifferentFolders(const Arguments& arguments) {
   }
 }
 
+/// What is put behind the address would be part of a query, or be cut off.
+void requirePlain(const char* option, const std::string& address) {
+  if (address.find_first_of("?#") == std::string::npos) return;
+  throw tuf::Error(tuf::ErrorKind::Network,
+                   std::string(option) + " takes an address without ? and #");
+}
+
 void update(const Arguments& arguments, bool withTargets) {
+  requirePlain("--metadata-url", arguments.metadataUrl);
+  requirePlain("--target-base-url", arguments.targetUrl);
   tuf::Folder folder(arguments.metadataFolder, sayWaiting);
   CurlFetcher fetcher(impatient());
   tuf::Client client(folder, fetcher, arguments.metadataUrl);

@@ -9,6 +9,7 @@
 #include "Updater/procedure/UpdateRun.h"
 #include "Updater/process/Interrupts.h"
 #include "Updater/trust/trustedRoot.h"
+#include "fetch/address.h"
 #include "logging/QDLog.h"
 #include "qd-update/commands.h"
 #include "qd-update/display.h"

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/replace.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <charconv>
 #include <memory>
@@ -184,20 +183,6 @@ std::optional<std::string> parseProxyAddress(const std::string& text) {
 bool addressHasPassword(const std::string& address) {
   const Url url = readAddress(address);
   return url != nullptr && !partOf(url, CURLUPART_PASSWORD).empty();
-}
-
-std::string withoutPassword(const std::string& address) {
-  const std::size_t scheme = address.find("://");
-  const std::size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
-  const std::size_t end = address.find_first_of("/?#", begin);
-  const std::size_t at = address.substr(0, end).rfind('@');
-  if (at == std::string::npos || at < begin) return address;
-  return address.substr(0, begin) + address.substr(at + 1);
-}
-
-std::string withoutPassword(const std::string& text, const std::string& address) {
-  if (address.empty()) return text;
-  return boost::replace_all_copy(text, address, withoutPassword(address));
 }
 
 std::optional<std::string> parsePath(const std::string& text) {

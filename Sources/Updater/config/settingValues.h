@@ -54,12 +54,6 @@ std::optional<std::string> parseProxyAddress(const std::string& text);
 /// Whether an address holds a password.
 bool addressHasPassword(const std::string& address);
 
-/// The address without user name and password, for eyes and records.
-std::string withoutPassword(const std::string& address);
-
-/// `text` with the user name and password of `address` left out wherever it names that address.
-std::string withoutPassword(const std::string& text, const std::string& address);
-
 /// An absolute path of printable characters.
 std::optional<std::string> parsePath(const std::string& text);
 

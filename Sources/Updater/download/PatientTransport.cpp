@@ -5,6 +5,7 @@
 
 #include "Updater/download/PartialFile.h"
 #include "Updater/download/contentRange.h"
+#include "fetch/address.h"
 #include "logging/QDLog.h"
 
 using std::chrono::milliseconds;

@@ -15,6 +15,7 @@
 #include "Updater/procedure/lockFile.h"
 #include "Updater/process/Interrupts.h"
 #include "Updater/terms/utilsPlatform.h"
+#include "fetch/address.h"
 #include "ground/osal_ownfile.h"
 #include "logging/QDLog.h"
 

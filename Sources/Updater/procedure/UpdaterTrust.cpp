@@ -10,6 +10,7 @@
 #include "Updater/procedure/Updater.h"
 #include "Updater/process/Interrupts.h"
 #include "Updater/trust/SignedReleases.h"
+#include "fetch/address.h"
 #include "logging/QDLog.h"
 #include "osal/osal_identity.h"
 

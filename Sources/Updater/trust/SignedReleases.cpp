@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Updater/config/settingValues.h"
 #include "Updater/trust/trustedRoot.h"
+#include "fetch/address.h"
 #include "logging/QDLog.h"
 #include "tuf/Client.h"
 #include "tuf/Error.h"

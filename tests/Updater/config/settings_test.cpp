@@ -8,6 +8,7 @@
 
 #include "Files.h"
 #include "Updater/config/settingsParser.h"
+#include "fetch/address.h"
 
 namespace {
 
