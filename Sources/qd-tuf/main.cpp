@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -73,11 +72,9 @@ void update(const Arguments& arguments, bool withTargets) {
   tuf::Client client(folder, fetcher, arguments.metadataUrl);
   if (withTargets) requireDifferentFolders(arguments);
   client.refresh();
-  if (withTargets) {
-    tuf::Folder targets(arguments.targetFolder, sayWaiting);
-    download(client, arguments.names, arguments.targetUrl, targets);
-  }
-  std::_Exit(0);  // thousands of targets take a while to be freed one by one
+  if (!withTargets) return;
+  tuf::Folder targets(arguments.targetFolder, sayWaiting);
+  download(client, arguments.names, arguments.targetUrl, targets);
 }
 
 int run(int argc, char** argv) {
