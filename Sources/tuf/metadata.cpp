@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <limits>
 #include <utility>
 
 #include "ground/osal_utc.h"
@@ -12,8 +14,8 @@ namespace {
 
 using Kind = Json::value_t;
 
-/// The highest whole number that all implementations of JSON agree on.
-constexpr Version kMaxVersion = (Version{1} << 53) - 1;
+/// Below the end of what counts it, so that there is a next one.
+constexpr Version kMaxVersion = std::numeric_limits<std::int64_t>::max();
 
 constexpr std::array<const char*, 4> kTopLevelRoles = {"root", "timestamp", "snapshot", "targets"};
 
@@ -71,10 +73,6 @@ std::vector<std::string> asTexts(const Json& value, const char* name) {
   return texts;
 }
 
-bool isHexDigit(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
 /// "1.x" or "1.x.y", with what semantic versions may have behind it.
 bool isSupportedSpec(std::string_view text) {
   text = text.substr(0, text.find_first_of("-+"));
@@ -114,19 +112,10 @@ RoleKeys parseRoleKeys(const Json& role) {
   return keys;
 }
 
-/// What of an algorithm is unknown here may be anything.
-void checkHash(const std::string& algorithm, const std::string& digits) {
-  const std::size_t expected = algorithm == "sha256" ? 64 : 128;
-  if (algorithm != "sha256" && algorithm != "sha512") return;
-  if (digits.size() == expected && std::ranges::all_of(digits, isHexDigit)) return;
-  refuseMalformed("hashes has a " + algorithm + " that is not " + std::to_string(expected) +
-                  " hexadecimal digits");
-}
-
 const Json::object_t& checkedHashes(const Json& value) {
   const Json::object_t& hashes = asObject(value, "hashes");
   if (hashes.empty()) refuseMalformed("hashes is empty");
-  for (const auto& [algorithm, digits] : hashes) checkHash(algorithm, asText(digits, "hashes"));
+  for (const auto& entry : hashes) (void)asText(entry.second, "hashes");
   return hashes;
 }
 
