@@ -17,6 +17,7 @@ option(QD_SYNOLOGY "Build for Synology systems (Linux family)" OFF)
 option(QD_WARNINGS_ARE_ERRORS "Treat compiler warnings as errors" OFF)
 option(QD_FUZZ "Build the fuzz targets (clang only)" OFF)
 option(QD_BENCH "Build the benchmarks" OFF)
+option(QD_JOIN_SOURCES "Compile the sources of a room as one text" OFF)
 set(QD_SANITIZE "" CACHE STRING "Sanitizers, as the compiler's -fsanitize takes them")
 
 if(QD_TARGET_OS STREQUAL "macos")
@@ -44,7 +45,7 @@ endif()
 target_compile_options(qd_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
   # In a room compiled as one text, g++ takes its sources for headers.
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${CMAKE_UNITY_BUILD}>>:-Wno-subobject-linkage>
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${QD_JOIN_SOURCES}>>:-Wno-subobject-linkage>
   # g++ 12 takes joined strings for overlapping memory (its bug 105651).
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
   $<$<BOOL:${QD_WARNINGS_ARE_ERRORS}>:-Werror>
@@ -75,12 +76,35 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND CMAKE_BUILD_TYPE STREQUAL "Release")
   target_link_options(qd_self_contained INTERFACE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
 endif()
 
+# qd_joined(<variable> <name> <file>...): what is compiled for these sources: with QD_JOIN_SOURCES one text that includes
+# all but those with QD_APART. It names no folder of this machine, so that compiler caches know it in every checkout.
+function(qd_joined variable name)
+  set(apart ${ARGN})
+  if(QD_JOIN_SOURCES)
+    set(apart)
+    foreach(file IN LISTS ARGN)
+      get_source_file_property(is_apart ${file} QD_APART)
+      if(is_apart)
+        list(APPEND apart ${file})
+      else()
+        cmake_path(ABSOLUTE_PATH file BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR} OUTPUT_VARIABLE path)
+        cmake_path(RELATIVE_PATH path BASE_DIRECTORY ${PROJECT_SOURCE_DIR})
+        string(APPEND text "#include \"${path}\"\n")
+      endif()
+    endforeach()
+    file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/joined/${name}.cpp CONTENT "${text}")
+    list(APPEND apart ${PROJECT_BINARY_DIR}/joined/${name}.cpp)
+  endif()
+  set(${variable} ${apart} PARENT_SCOPE)
+endfunction()
+
 # qd_layer(<name> FOLDERS <folder>... SOURCES <file>... [DEPENDS <layer>...] [LIBRARIES <target>...])
 # One layer, as an object library: what lies in its folders, but for folders that another layer names. It may
 # include the layers it depends on and those below them.
 function(qd_layer name)
   cmake_parse_arguments(arg "" "" "FOLDERS;SOURCES;DEPENDS;LIBRARIES" ${ARGN})
-  add_library(qd_${name} OBJECT ${arg_SOURCES})
+  qd_joined(sources ${name} ${arg_SOURCES})
+  add_library(qd_${name} OBJECT ${sources})
   target_link_libraries(qd_${name} PUBLIC qd_settings ${arg_LIBRARIES})
   foreach(layer IN LISTS arg_DEPENDS)
     target_link_libraries(qd_${name} PUBLIC qd_${layer})
@@ -97,7 +121,8 @@ function(qd_test name)
   if(NOT arg_LABEL)
     set(arg_LABEL unit)
   endif()
-  add_executable(${name} ${arg_SOURCES})
+  qd_joined(sources ${name} ${arg_SOURCES})
+  add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE ${arg_LINK} qd_test_support GTest::gmock GTest::gtest_main)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
   add_test(NAME ${name} COMMAND ${name})

@@ -96,7 +96,7 @@ TEST(Settings, SayWhatIsWrongAndWhatToDo) {
 }
 
 TEST(Settings, AreThoseOfTheExampleWithEveryKeySet) {
-  const std::string example = content(QD_SOURCE_DIR "/docs/update.toml.example");
+  const std::string example = content("docs/update.toml.example");
   EXPECT_TRUE(settingsOf(example).server.empty());
   const std::regex comment("\n#(\\[|[a-z_]+ = )");
   const Settings s = settingsOf(std::regex_replace(example, comment, "\n$1"));
