@@ -180,13 +180,15 @@ class Repository:
 
 
 class Machine:
-    """Trusts the first root of a repository. Each call of `run` is a run of its own."""
+    """Trusts the first root of a repository, or has everything that a first run stores. Each call of `run` is a run of
+    its own."""
 
-    def __init__(self, place: Place, repository: Repository):
+    def __init__(self, place: Place, repository: Repository, stored=("1.root",)):
         self.program, self.repository = place.program("qd-tuf"), repository
         self.folder = tempfile.mkdtemp(dir=place.folder)
-        write(f"{self.folder}/root", repository.script["/r/1.root.json"])
-        assert self.call("init", f"{self.folder}/root") == (0, "")
+        os.mkdir(f"{self.folder}/metadata", 0o700)
+        for name in stored:
+            write(self.stored(name.rpartition(".")[2]), repository.script[f"/r/{name}.json"])
 
     def call(self, *args: str, **env: str) -> tuple[int, str]:
         """Status and standard error."""
@@ -324,8 +326,7 @@ SEARCHES = {  # what comes with a release, what is said, asked after it; a targe
 def attack(script: str, said: str, asked: str, stored: str = "", *paths: str) -> Case:
     def case(place: Place):
         repository = Repository()
-        machine = Machine(place, repository)
-        yield from machine.run("", FIRST, OLD)
+        machine = Machine(place, repository, ("1.root", "timestamp", "5.snapshot", "5.targets"))
         repository.play(script)
         usual = {"2.root": OLD, TWO: OLD, THREE: STAMPED, ALL: ALMOST if said else NEW}
         yield from machine.run(said, asked, stored or usual.get(asked, ""), paths)
@@ -432,7 +433,7 @@ def damaged(place: Place):
     yield from machine.run("The snapshot went back from version 5 to 4", f"{TWO} 4.snapshot")
     write(machine.stored("root"), read(machine.stored("root")).replace(FAR, "2098-02-28T23:59:59Z"))
     yield from machine.run("The trusted root has valid signatures of 0 keys", "")
-    os.remove(machine.stored("root"))
+    os.rename(machine.stored("root"), f"{machine.folder}/root")
     yield from machine.run("There is no trusted root", "")
     os.symlink(f"{machine.folder}/root", machine.stored("root"))
     yield from machine.run("The trusted root is a link", "")
@@ -485,7 +486,11 @@ def targets(place: Place):
 
 
 def misuse(place: Place):
-    machine = Machine(place, Repository())
+    repository = Repository()
+    machine = Machine(place, repository, ())
+    write(f"{machine.folder}/root", repository.script["/r/1.root.json"])
+    if (done := machine.call("init", f"{machine.folder}/root")) != (0, ""):
+        yield f"init: {done}"
     for args in (["refresh"], ["download"], ["--target-name"], ["init"], [], ["init", "/nowhere"]):
         status, said = machine.call(*args)
         if status != 1 or not said or read(machine.stored("root")) != read(f"{machine.folder}/root"):
