@@ -446,7 +446,7 @@ def cases(_, everywhere):
     single = (life, steps, tuf_js, refusals, audits, copies, together, page, documented)
     return {case.__name__: over(case) for case in single} | {
         "ecdsa": over(life, "--ecdsa"), "offline": over(offline, "--threshold 2 --root-keys 3", "open sesame\n")} | {
-        f"killed: {line}": over(functools.partial(killed, line, 1 if everywhere else 3)) for line in KILLED} | {
+        f"killed: {line}": over(functools.partial(killed, line, 1 if everywhere else 7)) for line in KILLED} | {
         f"lost: {role}": over(functools.partial(lost, role)) for role in ("snapshot", "targets")}
 
 

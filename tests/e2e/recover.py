@@ -250,7 +250,7 @@ def cases(place: Place, everything: bool) -> dict[str, Case]:
         for run, outcome in started(place, kind, "-s 200"):
             if outcome.status not in (0, 26):
                 sys.exit(f"the good run fails: {outcome}")
-            points = list(system_calls(run, begin))[:: 1 if everything else 23]
+            points = list(system_calls(run, begin))[:: 1 if everything else 41]
         found |= {f"{kind} killed at {call} {number}": killed(kind, call, number) for call, number, _ in points}
     return found
 
