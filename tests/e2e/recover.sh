@@ -115,5 +115,5 @@ if [ "$kind" = rpm ]; then
 fi
 
 make_packages
-killed_at_calls "${2:-6}"
+killed_at_calls "${2:-3}"
 finish
